@@ -1,0 +1,56 @@
+// orvExportExcel: turns one product-data export XML file into a spreadsheet workbook.
+// The C++ interface. One call of ParseMain is one export; it returns true when the workbook was
+// written, false otherwise, and writes every failure to the log file "ExportExcel.log".
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+// Turns an array of reference designators into grouped form. The export creates it by the
+// programmatic identifier "wexgrp.IclsGroup"; a host may register its own implementation.
+class IclsGroup {
+public:
+    virtual ~IclsGroup() = default;
+    virtual std::vector<std::string> Group(const std::vector<std::string>& arrDesignators) = 0;
+};
+
+// Progress of a long export.
+struct clsProgress {
+    enum class Stage { Parsing, Writing };
+    Stage eStage = Stage::Parsing;
+    long lDone = 0;   // objects parsed, or rows written
+    long lTotal = 0;  // total when known, else 0
+};
+
+class iclsExportExcel {
+public:
+    virtual ~iclsExportExcel() = default;
+
+    // sXFullPath: the export data XML file; sXIniFullPath: the settings XML file;
+    // sSetupXString: the setup XML text; sExtension: the workbook's extension with its dot
+    // (".xls" when empty). All strings are UTF-8.
+    virtual bool ParseMain(const std::string& sXFullPath, const std::string& sXIniFullPath,
+                           const std::string& sSetupXString, const std::string& sExtension) = 0;
+
+    // Receives each line written to the log (without its line end). Adds nothing to the file.
+    virtual void SetLogObserver(std::function<void(const std::string&)> fnObserver) = 0;
+
+    // Receives progress of the following calls; nothing of it reaches the log.
+    virtual void SetProgressObserver(std::function<void(const clsProgress&)> fnObserver) = 0;
+
+    // Registers (or, with an empty factory, removes) a grouping component under a programmatic
+    // identifier; the export asks for "wexgrp.IclsGroup".
+    virtual void RegisterGroup(const std::string& sProgID,
+                               std::function<std::unique_ptr<IclsGroup>()> fnFactory) = 0;
+
+    // The full path of the workbook written by the last successful ParseMain, else "".
+    virtual std::string LastWorkbookPath() const = 0;
+};
+
+// A new export object. Each ParseMain call on it runs one complete export.
+std::unique_ptr<iclsExportExcel> CreateExportExcel();
+
+// The library's version, "major.minor.patch".
+const char* orvExportExcelVersion();

@@ -1,0 +1,203 @@
+#include "driver/clsExportExcel.h"
+
+#include <filesystem>
+#include <system_error>
+
+#include "orvExportExcel.h"
+#include "parse/clsXMLPars.h"
+#include "support/modConst.h"
+#include "support/modEnvironment.h"
+#include "support/modResources.h"
+#include "workbook/clsBldExcel.h"
+
+#ifndef ORV_VERSION
+#define ORV_VERSION "0.1.0"
+#endif
+
+namespace fs = std::filesystem;
+using modResources::WriteLog;
+
+namespace {
+
+// True when the path names an existing file (not a folder). Wildcards are not expanded.
+bool FileMatches(const std::string& sPath) {
+    std::error_code ec;
+    return !sPath.empty() && fs::is_regular_file(fs::path(sPath), ec);
+}
+
+}  // namespace
+
+clsExportExcel::clsExportExcel() = default;
+
+clsExportExcel::clsExportExcel(clsExportOptions oOptions) { ctx_.Options = std::move(oOptions); }
+
+bool clsExportExcel::ParseMain(const std::string& sXFullPath, const std::string& sXIniFullPath,
+                               const std::string& sSetupXString, const std::string& sExtension) {
+    try {
+        // Every call runs on a fresh object: nothing of one export reaches the next.
+        sLastWorkbookPath_.clear();
+        auto oExport = std::make_unique<clsExportExcel>(ctx_.Options);
+        bool bResult = oExport->ParseXML2Excel(sXFullPath, sXIniFullPath, sSetupXString, sExtension);
+        if (bResult) sLastWorkbookPath_ = oExport->ctx_.WorkbookPath;
+        return bResult;
+    } catch (...) {
+        return false;
+    }
+}
+
+void clsExportExcel::SetLogObserver(std::function<void(const std::string&)> fnObserver) {
+    ctx_.Options.OnLogLine = std::move(fnObserver);
+}
+
+void clsExportExcel::SetProgressObserver(std::function<void(const clsProgress&)> fnObserver) {
+    ctx_.Options.OnProgress = std::move(fnObserver);
+}
+
+void clsExportExcel::RegisterGroup(const std::string& sProgID,
+                                   std::function<std::unique_ptr<IclsGroup>()> fnFactory) {
+    if (fnFactory) ctx_.Options.Components.RegisterGroup(sProgID, std::move(fnFactory));
+    else ctx_.Options.Components.Unregister(sProgID);
+}
+
+bool clsExportExcel::ParseXML2Excel(const std::string& sXFullPath, const std::string& sXIniFullPath,
+                                    const std::string& sSetupXString,
+                                    const std::string& sExtension) {
+    std::unique_ptr<clsXMLPars> oPars;
+    std::unique_ptr<pugi::xml_document> oDocument;
+    bool bResult = false;
+    try {
+        ctx_.LogFilePath = modEnvironment::GetDir("ORV_EXPORT_DIR") + modConst::LOG_FILE_NAME;
+        const std::string sExt = sExtension.size() >= 1 ? sExtension : std::string(".xls");
+
+        if (!GetIniXML(sXIniFullPath)) {
+            ctx_.IniData.reset();
+            return false;
+        }
+        modResources::InitResources(ctx_);
+
+        if (sXFullPath.empty()) {
+            WriteLog(ctx_, ctx_.Res.MsgFileNameEmpty, "", -1, false);
+            ctx_.IniData.reset();
+            return false;
+        }
+        if (!FileMatches(sXFullPath)) {
+            WriteLog(ctx_, ctx_.Res.MsgFile + sXFullPath + ctx_.Res.MsgWasNotFound, "", -1, false);
+            ctx_.IniData.reset();
+            return false;
+        }
+
+        if (!FillExcellCap(ctx_, sSetupXString)) {
+            WriteLog(ctx_, ctx_.Res.MsgSetupStringError, "", -1, false);
+        } else if (!FillAttrLabels(ctx_)) {
+            WriteLog(ctx_, ctx_.Res.MsgIncorIniFileData, "", -1, false);
+        } else {
+            oPars = std::make_unique<clsXMLPars>(ctx_);
+            if (oPars->LoadCurrentXML(oDocument, sXFullPath)) {
+                ClearExportModel();
+                oPars->MainXStruct(*oDocument);
+                oDocument.reset();
+                if (ctx_.Model.ObjCount > -1) {
+                    bResult = BuildExcel(sXFullPath, sExt);
+                    ClearExportModel();
+                }
+            }
+        }
+        ClearLabelTables(ctx_);
+    } catch (...) {
+        oDocument.reset();
+        oPars.reset();
+        ctx_.IniData.reset();
+        ReportRunError(ctx_, "clsExportExcel", "ParseXML2Excel");
+        return false;
+    }
+    oPars.reset();
+    ctx_.IniData.reset();
+    return bResult;
+}
+
+bool clsExportExcel::GetIniXML(const std::string& sXIniFullPath) {
+    try {
+        if (sXIniFullPath.empty()) {
+            WriteLog(ctx_, "INI FILE NAME IS EMPTY", "", -1, false);
+            return false;
+        }
+        if (!FileMatches(sXIniFullPath)) {
+            WriteLog(ctx_, "INI FILE " + sXIniFullPath + " WAS NOT FOUND", "", -1, false);
+            return false;
+        }
+        ctx_.IniData = std::make_unique<clsXMLIniData>();
+        std::string sErrMsg;
+        bool bLoaded = ctx_.IniData->LoadXDoc(sXIniFullPath, sErrMsg);
+        if (!sErrMsg.empty()) modResources::LogLine(ctx_, sErrMsg);
+        return bLoaded;
+    } catch (...) {
+        ReportRunErrorWith(ctx_, "Run Error: ", "clsExportExcel", "GetIniXML");
+        return false;
+    }
+}
+
+std::string clsExportExcel::OutputPath(clsExportContext& ctx, const std::string& sXFullPath,
+                                       const std::string& sExtension) {
+    const std::string sSep(1, modEnvironment::PATH_SEP);
+    // The caption value of the second caption entry names the workbook; error 9 without it.
+    std::string sName = ctx.Labels.CaptionTable.Item(1, 1);
+    if (!sName.empty()) {
+        // The name can only name a file inside the data file's folder.
+        for (char& c : sName)
+            if (c == '/' || c == '\\') c = '_';
+        std::string sFolder = modResources::SplitAtLast(sXFullPath, sSep, false, true);
+        if (sXFullPath.find(sSep) == std::string::npos) return sName + sExtension;
+        return sFolder + sSep + sName + sExtension;
+    }
+    // The data file's extension is replaced; a file name without a dot keeps its whole path.
+    size_t lSep = sXFullPath.rfind(modEnvironment::PATH_SEP);
+    size_t lDot = sXFullPath.rfind('.');
+    if (lDot == std::string::npos || (lSep != std::string::npos && lDot < lSep)) {
+        return sXFullPath + sExtension;
+    }
+    return sXFullPath.substr(0, lDot) + sExtension;
+}
+
+bool clsExportExcel::BuildExcel(const std::string& sXFullPath, const std::string& sExtension) {
+    return TrapRun(ctx_, "clsExportExcel", "BuildExcel", false, [&] {
+        std::string sOutputPath = OutputPath(ctx_, sXFullPath, sExtension);
+        if (FileMatches(sOutputPath)) {
+            std::error_code ec;
+            if (!fs::remove(sOutputPath, ec) || ec) RaiseError(modConst::errPermissionDenied);
+        }
+        bool bResult = false;
+        clsBldExcel oBuilder(ctx_);
+        if (oBuilder.InitExl(sOutputPath)) {
+            bResult = oBuilder.FillExlFile();
+            oBuilder.ExitExl();
+        }
+        if (bResult) ctx_.WorkbookPath = sOutputPath;
+        return bResult;
+    });
+}
+
+void clsExportExcel::ClearExportModel() {
+    switch (ctx_.Model.ExportKind) {
+        case 1: ctx_.Model.XItems.clear(); break;
+        case 2: ctx_.Model.XDocs.clear(); break;
+        case 3: ctx_.Model.XFolders.clear(); break;
+        default: break;
+    }
+    ctx_.Model.ObjCount = -1;
+}
+
+std::unique_ptr<iclsExportExcel> CreateExportExcel() { return std::make_unique<clsExportExcel>(); }
+
+const char* orvExportExcelVersion() { return ORV_VERSION; }
+
+extern "C" int orvExportExcel_ParseMain(const char* sXFullPath, const char* sXIniFullPath,
+                                        const char* sSetupXString, const char* sExtension) {
+    try {
+        clsExportExcel oExport;
+        bool b = oExport.ParseMain(sXFullPath ? sXFullPath : "", sXIniFullPath ? sXIniFullPath : "",
+                                   sSetupXString ? sSetupXString : "", sExtension ? sExtension : "");
+        return b ? -1 : 0;
+    } catch (...) {
+        return 0;
+    }
+}

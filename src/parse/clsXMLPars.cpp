@@ -1,0 +1,3 @@
+#include "parse/clsXMLPars.h"
+
+clsXMLPars::clsXMLPars(clsExportContext& ctx) : ctx_(ctx) {}

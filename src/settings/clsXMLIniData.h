@@ -1,0 +1,78 @@
+// Read-only access to one XML document (the settings file, or a setup string): a current node,
+// label and field-name lookups by path, position or label text, attribute rows, ordered lists.
+#pragma once
+
+#include <array>
+#include <memory>
+#include <pugixml.hpp>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+// The order array of GetOrderedAttrList: entry i holds (0) the node's place in the returned list
+// and (1) its ORDER value; arrOrder[i][0] is element (0, i).
+using clsOrderArray = std::vector<std::array<long, 2>>;
+
+class clsXMLIniData {
+public:
+    clsXMLIniData();
+    ~clsXMLIniData();
+    clsXMLIniData(const clsXMLIniData&) = delete;
+    clsXMLIniData& operator=(const clsXMLIniData&) = delete;
+
+    bool LoadXDoc(const std::string& sXFullPath, std::string& sErrMsg);
+    bool LoadXString(const std::string& sXString, std::string& sErrMsg);
+
+    bool SetCurNode(const std::string& sNodePath);
+    long CurNodeChildNumber() const;
+
+    std::string GetLabelUseCurNode(const std::string& lblCap, std::string* sIndex = nullptr,
+                                   const std::string& sIndAttr = "");
+    std::string GetLabelUseCurNodeByID(long lInd, std::string* sIndex = nullptr,
+                                       const std::string& sIndAttr = "");
+    std::string GetLabelUsePath(const std::string& sLblCapPath, std::string* sIndex = nullptr,
+                                const std::string& sIndAttr = "");
+    std::string GetLabelUsePathByID(const std::string& sParentPath, long lInd,
+                                    std::string* sIndex = nullptr);
+    std::string GetFieldNameUseCurNodeByID(long lInd, const std::string& sAlterName = "");
+    std::string GetNodeNameUseCurNodeByLabel(const std::string& sLabel, bool bWithPosition = false,
+                                             std::string* sPos = nullptr,
+                                             const std::string& sPosAttr = "");
+    std::string GetFieldNameUseCurNodeByLabel(const std::string& sLabel, bool bWithPosition = false,
+                                              std::string* sPos = nullptr,
+                                              const std::string& sPosAttr = "");
+    std::string GetNodeNameUsePathByLabel(const std::string& sParentPath, const std::string& sLabel);
+    std::string GetAttrValue(const pugi::xml_node& oElement, const std::string& attrName);
+    long GetAttrRows(const std::string& sAttrXPath, const std::string& sVisib, int iColPerRow);
+    pugi::xpath_node_set GetOrderedAttrList(const std::string& sAttrPath, long& lAttrCount,
+                                            clsOrderArray& arrOrder);
+
+    // The current node (empty when none), for callers that read several attributes of it.
+    pugi::xml_node CurNode() const { return oCurNode_; }
+    pugi::xml_node DocumentElement() const { return oDoc_ ? oDoc_->document_element() : pugi::xml_node(); }
+
+    // The text of a node: its XPath string-value, all descendant text in document order.
+    static std::string NodeText(const pugi::xml_node& oNode);
+
+    // Parse options used for every XML document of the library: whitespace-only text is not a
+    // node, comments and processing instructions are, no DTD is processed.
+    static unsigned int ParseOptions();
+
+    // Loads a file into a document; on failure fills sReason, lLine and lPos (1-based) and
+    // returns false. Shared with the data-file loader.
+    static bool LoadFileInto(pugi::xml_document& oDoc, const std::string& sPath, std::string& sReason,
+                             long& lLine, long& lPos);
+    static bool LoadStringInto(pugi::xml_document& oDoc, const std::string& sText,
+                               std::string& sReason, long& lLine, long& lPos);
+
+private:
+    const pugi::xpath_query& Query(const std::string& sXPath);
+    pugi::xml_node SelectFirst(const pugi::xml_node& oFrom, const std::string& sXPath);
+    pugi::xml_node MatchByLabel(const std::string& sLabel);
+
+    std::unique_ptr<pugi::xml_document> oDoc_;
+    pugi::xml_node oCurNode_;
+    bool bPreserveWhiteSpace_ = false;
+    // Compiled XPath expressions: the document never changes while it is loaded.
+    std::unordered_map<std::string, std::unique_ptr<pugi::xpath_query>> queries_;
+};

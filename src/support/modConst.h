@@ -1,0 +1,48 @@
+// Constants shared by the whole library: spreadsheet enumeration values and run-time error numbers.
+#pragma once
+
+namespace modConst {
+
+// Spreadsheet object-model enumerations, with the values the application uses.
+constexpr long xlLeft = -4131;
+constexpr long xlCenter = -4108;
+constexpr long xlRight = -4152;
+constexpr long xlTop = -4160;
+constexpr long xlBottom = -4107;
+constexpr long xlGeneral = 1;
+constexpr long xlLandscape = 2;
+constexpr long xlPortrait = 1;
+constexpr long xlNoChange = 1;
+constexpr long xlContinuous = 1;
+constexpr long xlLineStyleNone = -4142;
+constexpr long xlEdgeLeft = 7;
+constexpr long xlEdgeTop = 8;
+constexpr long xlEdgeBottom = 9;
+constexpr long xlEdgeRight = 10;
+constexpr long xlColorIndexNone = -4142;
+constexpr long xlColorIndexAutomatic = -4105;
+
+// Limits of one worksheet.
+constexpr long xlMaxRows = 1048576;
+constexpr long xlMaxColumns = 16384;
+constexpr long xlMaxCellText = 32767;
+constexpr long xlMaxHyperlinks = 65530;
+constexpr long xlMaxNameLength = 255;
+
+// Run-time error numbers, as the log lines show them.
+constexpr long errInvalidCall = 5;         // "Invalid procedure call or argument"
+constexpr long errOverflow = 6;            // "Overflow"
+constexpr long errOutOfMemory = 7;         // "Out of memory"
+constexpr long errSubscript = 9;           // "Subscript out of range"
+constexpr long errTypeMismatch = 13;       // "Type mismatch"
+constexpr long errFileNotFound = 53;       // "File not found"
+constexpr long errPermissionDenied = 70;   // "Permission denied"
+constexpr long errPathNotFound = 76;       // "Path not found"
+constexpr long errObjectNotSet = 91;       // "Object variable or With block variable not set"
+constexpr long errCantCreateObject = 429;  // "ActiveX component can't create object"
+constexpr long errAppDefined = 1004;       // "Application-defined or object-defined error"
+
+// The file name of the log, in the export directory.
+inline constexpr const char* LOG_FILE_NAME = "ExportExcel.log";
+
+}  // namespace modConst

@@ -1,0 +1,301 @@
+// An in-memory spreadsheet object model that behaves like the spreadsheet application the
+// builder was written for: application, workbooks, worksheets, ranges, fonts, fills, borders,
+// merges, names, hyperlinks and page set-up, with the application's limits and errors (what it
+// would refuse raises run-time error 1004). Saving renders the model as an .xlsx file.
+//
+// Rows and columns are 1-based. Settings on the whole sheet, on rows, columns and ranges apply in
+// the order they are made; a later one wins for the cells it covers.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace xl {
+
+// A cell value: empty, text or a number.
+using xlVariant = std::variant<std::monostate, std::string, double>;
+
+// The complete format of one cell, as the saver writes it.
+struct xlStyle {
+    bool bBold = false;
+    bool bItalic = false;
+    long lFontColorIndex = 0;  // 0: automatic; else 1..56 of the default palette
+    double dFontSize = 11;
+    long lInteriorColorIndex = 0;  // 0: no fill; else 1..56
+    long lBorderTop = 0;           // 0: none; else a line style (1 continuous)
+    long lBorderBottom = 0;
+    long lBorderLeft = 0;
+    long lBorderRight = 0;
+    long lHorizontalAlignment = 1;      // xlGeneral
+    long lVerticalAlignment = -4107;    // xlBottom
+    bool bWrapText = false;
+    std::string sNumberFormat = "General";
+    bool operator==(const xlStyle&) const = default;
+};
+
+// RGB of a colour index of the default 56-colour palette (1 black, 2 white, 15 C0C0C0, ...);
+// raises 1004 for an index outside 1..56.
+uint32_t PaletteRGB(long lColorIndex);
+
+// "A" for 1, "Z" for 26, "AA" for 27, ...
+std::string ColumnLetters(long lColumn);
+
+class xlWorksheet;
+class xlWorkbook;
+class xlRange;
+
+class xlFont {
+public:
+    explicit xlFont(const xlRange& r);
+    void FontStyle(const std::string& sStyle);  // "Regular", "Bold", "Italic", "Bold Italic"
+    void Bold(bool b);
+    void Italic(bool b);
+    void ColorIndex(long lIndex);
+    void Size(double dSize);
+
+private:
+    const xlRange& r_;
+};
+
+class xlInterior {
+public:
+    explicit xlInterior(const xlRange& r);
+    void ColorIndex(long lIndex);  // xlColorIndexNone (-4142) removes the fill
+
+private:
+    const xlRange& r_;
+};
+
+class xlBorder {
+public:
+    xlBorder(const xlRange& r, long lIndex);
+    void LineStyle(long lStyle);  // xlContinuous (1) or xlLineStyleNone (-4142)
+
+private:
+    const xlRange& r_;
+    long lIndex_;
+};
+
+// A rectangle of cells of one worksheet (a cell, a span, whole rows, whole columns or all
+// cells). A light handle: copies refer to the same cells.
+class xlRange {
+public:
+    xlRange(xlWorksheet* pSheet, long lRow1, long lCol1, long lRow2, long lCol2);
+
+    void Value(const xlVariant& v);
+    void Value(const std::string& s) { Value(xlVariant(s)); }
+    void Value(const char* s) { Value(xlVariant(std::string(s))); }
+    void Value(double d) { Value(xlVariant(d)); }
+    void Value(long l) { Value(xlVariant(static_cast<double>(l))); }
+    void Value(int i) { Value(xlVariant(static_cast<double>(i))); }
+    xlVariant GetValue() const;  // the value of the top-left cell
+    std::string Text() const;    // the top-left value as text ("" when empty)
+
+    xlFont Font() const { return xlFont(*this); }
+    xlInterior Interior() const { return xlInterior(*this); }
+    xlBorder Borders(long lIndex) const { return xlBorder(*this, lIndex); }
+
+    void MergeCells(bool bMerge);
+    bool GetMergeCells() const;
+    void HorizontalAlignment(long lAlign);
+    void VerticalAlignment(long lAlign);
+    void WrapText(bool bWrap);
+    void NumberFormat(const std::string& sFormat);
+    void RowHeight(double dHeight);
+    void ColumnWidth(double dWidth);
+
+    // Absolute A1 address: "$A$1", "$A$1:$D$3", "$5:$5" for a whole row, "$A:$A" for a column.
+    std::string Address() const;
+
+    // Copies values and formats to a destination of the same size (or its top-left cell).
+    void Copy(const xlRange& oDestination) const;
+
+    long Row() const { return lRow1_; }
+    long Column() const { return lCol1_; }
+    long LastRow() const { return lRow2_; }
+    long LastColumn() const { return lCol2_; }
+    xlWorksheet* Sheet() const { return pSheet_; }
+
+    // Applies a change to the style of every cell of the range (and to the row, column or
+    // sheet defaults when the range is whole rows, columns or the sheet).
+    template <class Fn>
+    void ApplyStyle(Fn&& fn) const;
+
+private:
+    xlWorksheet* pSheet_;
+    long lRow1_, lCol1_, lRow2_, lCol2_;
+};
+
+struct xlNameEntry {
+    std::string sName;
+    std::string sRefersTo;  // "=Sheet1!$5:$5"
+    long lRow1, lCol1, lRow2, lCol2;
+};
+
+class xlNames {
+public:
+    explicit xlNames(xlWorksheet* pSheet) : pSheet_(pSheet) {}
+    // A name local to the worksheet; raises 1004 for an invalid or over-long name.
+    void Add(const std::string& sName, const xlRange& oRefersTo);
+    long Count() const { return static_cast<long>(arr_.size()); }
+    const std::vector<xlNameEntry>& Items() const { return arr_; }
+
+private:
+    xlWorksheet* pSheet_;
+    std::vector<xlNameEntry> arr_;
+};
+
+struct xlHyperlinkEntry {
+    long lRow, lCol;
+    std::string sAddress;
+    std::string sSubAddress;
+    std::string sScreenTip;
+};
+
+class xlHyperlinks {
+public:
+    explicit xlHyperlinks(xlWorksheet* pSheet) : pSheet_(pSheet) {}
+    // Adds a hyperlink on the anchor's top-left cell. Without TextToDisplay the cell keeps its
+    // text (an empty cell shows the address). Raises 1004 past the worksheet's limit.
+    void Add(const xlRange& oAnchor, const std::string& sAddress,
+             const std::string& sSubAddress = "", const std::string& sScreenTip = "",
+             const std::optional<std::string>& sTextToDisplay = std::nullopt);
+    long Count() const;
+    const std::vector<xlHyperlinkEntry>& Items() const { return arr_; }
+
+private:
+    xlWorksheet* pSheet_;
+    std::vector<xlHyperlinkEntry> arr_;
+};
+
+class xlPageSetup {
+public:
+    void Orientation(long l) { lOrientation = l; }
+    void PrintTitleRows(const std::string& sAddress);  // a range address; its rows repeat
+    void CenterFooter(const std::string& s) { sCenterFooter = s; }
+    void PrintArea(const std::string& sAddress);
+
+    long lOrientation = 1;  // xlPortrait
+    std::string sPrintTitleRows;  // as set, e.g. "$A$1:$D$3"
+    long lTitleRow1 = 0, lTitleRow2 = 0;
+    std::string sCenterFooter;
+    std::string sPrintArea;
+    long lAreaRow1 = 0, lAreaCol1 = 0, lAreaRow2 = 0, lAreaCol2 = 0;
+};
+
+// One stored cell, for readers of the model (tests, the saver).
+struct xlCellView {
+    xlVariant vValue;
+    xlStyle oStyle;
+};
+
+class xlWorksheet {
+public:
+    xlWorksheet(xlWorkbook* pBook, std::string sName);
+    ~xlWorksheet();
+
+    const std::string& Name() const { return sName_; }
+
+    xlRange Cells();                      // all cells
+    xlRange Cells(long lRow, long lCol);  // one cell; 1004 when out of the sheet
+    xlRange Range(const xlRange& a, const xlRange& b);
+    xlRange Range(const std::string& sAddress);  // "A1", "A1:F10", "$A$1:$D$3"
+    xlRange Rows();
+    xlRange Rows(long lRow);
+    xlRange Columns();
+    xlRange Columns(long lCol);
+
+    xlPageSetup& PageSetup() { return oPageSetup_; }
+    xlNames& Names() { return oNames_; }
+    xlHyperlinks& Hyperlinks() { return oHyperlinks_; }
+
+    // Readers.
+    std::optional<xlCellView> GetCell(long lRow, long lCol) const;  // none when never touched
+    xlStyle EffectiveStyle(long lRow, long lCol) const;  // also for cells never touched
+    double RowHeightOf(long lRow) const;      // 15 unless set
+    double ColumnWidthOf(long lCol) const;    // 8.43 unless set
+    long UsedLastRow() const;                 // 0 when the sheet holds nothing
+    long UsedLastColumn() const;
+    // Merged areas as (row1, col1, row2, col2); never overlapping.
+    const std::vector<std::array<long, 4>>& MergedAreas() const;
+
+    struct Impl;
+    Impl& Data() { return *pImpl_; }
+    const Impl& Data() const { return *pImpl_; }
+
+private:
+    xlWorkbook* pBook_;
+    std::string sName_;
+    xlPageSetup oPageSetup_;
+    xlNames oNames_;
+    xlHyperlinks oHyperlinks_;
+    std::unique_ptr<Impl> pImpl_;
+};
+
+class xlWorksheets {
+public:
+    explicit xlWorksheets(xlWorkbook* pBook) : pBook_(pBook) {}
+    long Count() const { return static_cast<long>(arr_.size()); }
+    xlWorksheet& Item(long lIndex);  // 1-based; 9 when out of range
+    xlWorksheet& operator()(long lIndex) { return Item(lIndex); }
+    xlWorksheet& Add();  // a new sheet after the last one, named "SheetN"
+
+private:
+    xlWorkbook* pBook_;
+    std::vector<std::unique_ptr<xlWorksheet>> arr_;
+    long lNextNumber_ = 1;
+};
+
+class xlWorkbook {
+public:
+    xlWorkbook();  // with one worksheet, "Sheet1"
+    xlWorksheets& Worksheets() { return oSheets_; }
+    // Fixes the path and writes the workbook as it is now (an empty workbook, at first).
+    void SaveAs(const std::string& sFileName, long lAccessMode = 1);
+    // Writes the whole workbook under the SaveAs path. Both write a temporary file in the same
+    // folder and rename it over the target; a failure raises 1004 and leaves no file behind.
+    void Save();
+    void Close();
+    const std::string& FullName() const { return sFullName_; }
+
+private:
+    xlWorksheets oSheets_;
+    std::string sFullName_;
+};
+
+class xlWorkbooks {
+public:
+    xlWorkbook& Add();
+    long Count() const { return static_cast<long>(arr_.size()); }
+    xlWorkbook& Item(long lIndex);
+
+private:
+    std::vector<std::unique_ptr<xlWorkbook>> arr_;
+};
+
+class xlWorksheetFunction {
+public:
+    double Max(const xlRange& r) const;  // 0 when the range holds no number
+};
+
+// The application object: what "Excel.Application" would create.
+class xlApplication {
+public:
+    xlWorkbooks& Workbooks() { return oBooks_; }
+    xlWorksheetFunction WorksheetFunction() const { return {}; }
+    void Quit();
+
+private:
+    xlWorkbooks oBooks_;
+};
+
+// Writes a workbook to an .xlsx file through libxlsxwriter, rows in order (constant memory),
+// one format object per distinct style. Raises 1004 when the file cannot be written.
+void SaveWorkbookFile(const xlWorkbook& oBook, const std::string& sPath);
+
+}  // namespace xl

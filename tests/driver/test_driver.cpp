@@ -1,0 +1,283 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <regex>
+
+#include "TestUtil.h"
+#include "driver/clsExportExcel.h"
+#include "orvExportExcel.h"
+#include "support/modEnvironment.h"
+
+namespace fs = std::filesystem;
+using testutil::TempDir;
+
+namespace {
+
+const std::string kDate = testutil::kDateTimeRegex;
+
+const char* kSmallItems = R"(<?xml version="1.0"?>
+<Root_Element>
+  <Item id="P-100" revision="B" description="Pump assembly" status="Released">
+    <Item_PS find_number="010" quantity="2">
+      <Item id="P-200" revision="A" description="Impeller"/>
+    </Item_PS>
+  </Item>
+</Root_Element>)";
+
+std::string Setup(const std::string& sName, const std::string& sType = "Item",
+                  const std::string& sSpace = "STRUCTURE") {
+    return "<SETUP><PROJECT>Demo</PROJECT><WORKBOOK_NAME>" + sName +
+           "</WORKBOOK_NAME><EXPORTED_BY>me</EXPORTED_BY><EXPORT_DATE/><OBJECT_TYPE>" + sType +
+           "</OBJECT_TYPE><SPACE_TYPE>" + sSpace + "</SPACE_TYPE></SETUP>";
+}
+
+// A per-user data folder with the export folder, so the log has a place to go.
+class DriverTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        modEnvironment::ResetAppDataRootCache();
+        fs::create_directories(sExportDir);
+        sSettings = testutil::ExamplesDir() + "/settings.xml";
+        sData = tmp.File("data/export.xml");
+        fs::create_directories(tmp.Path() / "data");
+        testutil::WriteFile(sData, kSmallItems);
+    }
+    void TearDown() override { modEnvironment::ResetAppDataRootCache(); }
+
+    std::vector<std::string> Log() const { return testutil::ReadLogLines(sExportDir + "ExportExcel.log"); }
+    bool Run(const std::string& sD, const std::string& sS, const std::string& sSetup,
+             const std::string& sExt = ".xlsx") {
+        clsExportExcel o;
+        return o.ParseMain(sD, sS, sSetup, sExt);
+    }
+    // The example settings with one section cut out.
+    std::string SettingsWithout(const std::string& sSection) {
+        std::string s = testutil::ReadFile(sSettings);
+        size_t a = s.find("<" + sSection + ">");
+        size_t b = s.find("</" + sSection + ">") + sSection.size() + 3;
+        std::string sPath = tmp.File("cut-settings.xml");
+        testutil::WriteFile(sPath, s.substr(0, a) + s.substr(b));
+        return sPath;
+    }
+
+    TempDir tmp;
+    testutil::ScopedEnv env{"APPDATA", tmp.Str()};
+    std::string sExportDir = tmp.Str() + "/Korvane/Addin Modules/Zenfold/Export/";
+    std::string sSettings, sData;
+};
+
+}  // namespace
+
+TEST_F(DriverTest, EmptySettingsPathLogsTheFixedText) {
+    EXPECT_FALSE(Run(sData, "", Setup("x")));
+    auto arr = Log();
+    ASSERT_EQ(arr.size(), 1u);
+    EXPECT_TRUE(std::regex_match(arr[0], std::regex("INI FILE NAME IS EMPTY " + kDate))) << arr[0];
+}
+
+TEST_F(DriverTest, MissingSettingsFileLogsTheFixedTextBeforeAnyMessage) {
+    std::string sMissing = tmp.File("nowhere/settings.xml");
+    EXPECT_FALSE(Run(sData, sMissing, Setup("x")));
+    auto arr = Log();
+    ASSERT_EQ(arr.size(), 1u);
+    EXPECT_EQ(arr[0].rfind("INI FILE " + sMissing + " WAS NOT FOUND ", 0), 0u) << arr[0];
+    EXPECT_TRUE(std::regex_search(arr[0], std::regex(kDate + "$")));
+}
+
+TEST_F(DriverTest, SettingsFolderInsteadOfFileIsNotFound) {
+    EXPECT_FALSE(Run(sData, tmp.Str(), Setup("x")));
+    auto arr = Log();
+    ASSERT_EQ(arr.size(), 1u);
+    EXPECT_EQ(arr[0].rfind("INI FILE " + tmp.Str() + " WAS NOT FOUND", 0), 0u) << arr[0];
+}
+
+TEST_F(DriverTest, SettingsParseErrorIsOneBareLine) {
+    std::string sBad = tmp.File("bad-settings.xml");
+    testutil::WriteFile(sBad, "<EXPORT_SETTINGS>\n<MESSAGES>\n</EXPORT_SETTINGS>\n");
+    EXPECT_FALSE(Run(sData, sBad, Setup("x")));
+    auto arr = Log();
+    ASSERT_EQ(arr.size(), 1u);
+    EXPECT_TRUE(std::regex_match(
+        arr[0], std::regex("^" + kDate +
+                           " IniDoc Load Parse error: Start-end tags mismatch On Line: 3 At "
+                           "Position: 3$")))
+        << arr[0];
+}
+
+TEST_F(DriverTest, EmptyDataPathLogsMsgFileNameEmpty) {
+    EXPECT_FALSE(Run("", sSettings, Setup("x")));
+    auto arr = Log();
+    ASSERT_EQ(arr.size(), 1u);
+    EXPECT_TRUE(std::regex_match(arr[0], std::regex("The data file name is empty\\. " + kDate)))
+        << arr[0];
+}
+
+TEST_F(DriverTest, MissingDataFileLogsFileAndWasNotFound) {
+    std::string sMissing = tmp.File("data/missing.xml");
+    EXPECT_FALSE(Run(sMissing, sSettings, Setup("x")));
+    auto arr = Log();
+    ASSERT_EQ(arr.size(), 1u);
+    EXPECT_EQ(arr[0].rfind("The data file " + sMissing + " was not found. ", 0), 0u) << arr[0];
+}
+
+TEST_F(DriverTest, UnusableSetupStringLogsMsgSetupStringError) {
+    EXPECT_FALSE(Run(sData, sSettings, Setup("x", "ITEM")));
+    EXPECT_FALSE(Run(sData, sSettings, "<SETUP><broken></SETUP>"));
+    auto arr = Log();
+    ASSERT_EQ(arr.size(), 2u);
+    for (const auto& s : arr)
+        EXPECT_TRUE(std::regex_match(s, std::regex("The setup string is not valid\\. " + kDate))) << s;
+    // No workbook: the data folder still holds the data file alone.
+    EXPECT_EQ(std::distance(fs::directory_iterator(tmp.Path() / "data"), fs::directory_iterator()), 1);
+}
+
+TEST_F(DriverTest, IncompleteSettingsLogMsgIncorIniFileData) {
+    EXPECT_FALSE(Run(sData, SettingsWithout("ITEM_ATTR_LBL"), Setup("x")));
+    auto arr = Log();
+    ASSERT_EQ(arr.size(), 1u);
+    EXPECT_TRUE(std::regex_match(
+        arr[0], std::regex("The settings file holds incorrect or incomplete data\\. " + kDate)))
+        << arr[0];
+}
+
+TEST_F(DriverTest, MalformedDataFileLogsTheParseErrorAndMakesNoWorkbook) {
+    testutil::WriteFile(sData, "<Root_Element>\n  <Item id=\"1\">\n</Root_Element>");
+    EXPECT_FALSE(Run(sData, sSettings, Setup("")));
+    auto arr = Log();
+    ASSERT_EQ(arr.size(), 1u);
+    EXPECT_EQ(arr[0].rfind("The data file could not be parsed: Start-end tags mismatch on line 3 "
+                           "at position ",
+                           0),
+              0u)
+        << arr[0];
+    EXPECT_FALSE(fs::exists(tmp.File("data/export.xlsx")));
+}
+
+TEST_F(DriverTest, NoExportableObjectReturnsFalseWithoutFileOrMessage) {
+    testutil::WriteFile(sData, "<Root_Element/>");
+    EXPECT_FALSE(Run(sData, sSettings, Setup("")));
+    EXPECT_TRUE(Log().empty());
+    EXPECT_EQ(std::distance(fs::directory_iterator(tmp.Path() / "data"), fs::directory_iterator()), 1);
+}
+
+TEST_F(DriverTest, FewerThanTwoCaptionsFailBuildExcelWithARunTimeError) {
+    std::string s = testutil::ReadFile(sSettings);
+    size_t a = s.find("<EXL_CAPTION_LBL>");
+    size_t b = s.find("</EXL_CAPTION_LBL>") + std::string("</EXL_CAPTION_LBL>").size();
+    std::string sOne = tmp.File("one-caption.xml");
+    testutil::WriteFile(sOne, s.substr(0, a) +
+                                  "<EXL_CAPTION_LBL><PROJECT ORDER=\"1\">Project</PROJECT>"
+                                  "</EXL_CAPTION_LBL>" +
+                                  s.substr(b));
+    EXPECT_FALSE(Run(sData, sOne, Setup("x")));
+    auto arr = Log();
+    ASSERT_EQ(arr.size(), 1u);
+    EXPECT_TRUE(std::regex_match(
+        arr[0], std::regex("Run-time error: Subscript out of range 9 " + kDate +
+                           R"( in orvExportExcel:clsExportExcel\[BuildExcel\])")))
+        << arr[0];
+    EXPECT_EQ(std::distance(fs::directory_iterator(tmp.Path() / "data"), fs::directory_iterator()), 1);
+}
+
+TEST_F(DriverTest, WorkbookIsNamedAfterTheCaptionValueInTheDataFolder) {
+    clsExportExcel o;
+    ASSERT_TRUE(o.ParseMain(sData, sSettings, Setup("Pump BOM"), ".xlsx"));
+    EXPECT_EQ(o.LastWorkbookPath(), tmp.File("data/Pump BOM.xlsx"));
+    EXPECT_TRUE(fs::is_regular_file(tmp.File("data/Pump BOM.xlsx")));
+    EXPECT_TRUE(Log().empty());
+}
+
+TEST_F(DriverTest, EmptyExtensionGivesXls) {
+    ASSERT_TRUE(Run(sData, sSettings, Setup(""), ""));
+    EXPECT_TRUE(fs::is_regular_file(tmp.File("data/export.xls")));
+    EXPECT_EQ(testutil::ReadFile(tmp.File("data/export.xls")).substr(0, 2), "PK");
+}
+
+TEST_F(DriverTest, ExtensionWithoutDotIsUsedAsGiven) {
+    ASSERT_TRUE(Run(sData, sSettings, Setup(""), "xlsx"));
+    EXPECT_TRUE(fs::is_regular_file(tmp.File("data/exportxlsx")));
+}
+
+TEST_F(DriverTest, ExistingWorkbookOfTheSamePathIsReplaced) {
+    std::string sOut = tmp.File("data/export.xlsx");
+    testutil::WriteFile(sOut, "an old file that is not a workbook");
+    ASSERT_TRUE(Run(sData, sSettings, Setup("")));
+    EXPECT_EQ(testutil::ReadFile(sOut).substr(0, 2), "PK");
+}
+
+TEST_F(DriverTest, CEntryReturnsMinusOneForTrueAndZeroForFalse) {
+    std::string sSetup = Setup("");
+    EXPECT_EQ(orvExportExcel_ParseMain(sData.c_str(), sSettings.c_str(), sSetup.c_str(), ".xlsx"), -1);
+    EXPECT_EQ(orvExportExcel_ParseMain(sData.c_str(), "", sSetup.c_str(), ".xlsx"), 0);
+    EXPECT_EQ(orvExportExcel_ParseMain(nullptr, nullptr, nullptr, nullptr), 0);
+}
+
+TEST_F(DriverTest, LogObserverSeesTheLinesOfTheCall) {
+    clsExportExcel o;
+    std::vector<std::string> arrSeen;
+    o.SetLogObserver([&](const std::string& s) { arrSeen.push_back(s); });
+    EXPECT_FALSE(o.ParseMain("", sSettings, Setup("x"), ""));
+    EXPECT_EQ(arrSeen, Log());
+    EXPECT_EQ(arrSeen.size(), 1u);
+}
+
+TEST_F(DriverTest, MissingLogFolderLosesLinesButTheResultStands) {
+    fs::remove_all(tmp.Path() / "Korvane" / "Addin Modules");
+    EXPECT_FALSE(Run("", sSettings, Setup("x")));
+    EXPECT_FALSE(fs::exists(sExportDir));
+}
+
+TEST(OutputPath, CaptionValueNamesTheFileInTheDataFolder) {
+    clsExportContext ctx;
+    ctx.Labels.CaptionTable.ReDim(1, 1);
+    ctx.Labels.CaptionTable.Item(1, 1) = "Report";
+    EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b/data.xml", ".xls"), "/a/b/Report.xls");
+    EXPECT_EQ(clsExportExcel::OutputPath(ctx, "data.xml", ".xlsx"), "Report.xlsx");
+    ctx.Labels.CaptionTable.Item(1, 1) = "../up/evil";
+    EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b/data.xml", ".xls"), "/a/b/.._up_evil.xls");
+}
+
+TEST(OutputPath, WithoutCaptionValueTheDataExtensionIsReplaced) {
+    clsExportContext ctx;
+    ctx.Labels.CaptionTable.ReDim(1, 1);
+    EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b/data.xml", ".xls"), "/a/b/data.xls");
+    EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b/data", ".xls"), "/a/b/data.xls");
+    EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b.d/data", ".xls"), "/a/b.d/data.xls");
+    EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b/data.v2.xml", "x"), "/a/b/data.v2x");
+}
+
+TEST(OutputPath, FewerThanTwoCaptionEntriesIsSubscriptOutOfRange) {
+    clsExportContext ctx;
+    ctx.Labels.CaptionTable.ReDim(1, 0);
+    try {
+        clsExportExcel::OutputPath(ctx, "/a/data.xml", ".xls");
+        FAIL() << "no error";
+    } catch (const clsRunError& e) {
+        EXPECT_EQ(e.Number, 9);
+    }
+}
+
+TEST(ClearExportModel, ErasesTheArrayOfTheKindAndResetsTheCount) {
+    clsExportExcel o;
+    clsExportContext& ctx = o.Context();
+    ctx.Model.ExportKind = 2;
+    ctx.Model.XDocs.resize(3);
+    ctx.Model.XItems.resize(2);
+    ctx.Model.ObjCount = 2;
+    o.ClearExportModel();
+    EXPECT_TRUE(ctx.Model.XDocs.empty());
+    EXPECT_EQ(ctx.Model.XItems.size(), 2u);
+    EXPECT_EQ(ctx.Model.ObjCount, -1);
+    ctx.Model.ExportKind = 7;
+    ctx.Model.ObjCount = 4;
+    o.ClearExportModel();
+    EXPECT_EQ(ctx.Model.ObjCount, -1);
+    EXPECT_EQ(ctx.Model.XItems.size(), 2u);
+}
+
+TEST(SetObjCount, TakesTheUpperBound) {
+    clsExportExcel o;
+    std::vector<int> v(5);
+    EXPECT_TRUE(o.SetObjCount(v));
+    EXPECT_EQ(o.Context().Model.ObjCount, 4);
+}

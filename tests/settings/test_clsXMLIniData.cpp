@@ -1,0 +1,215 @@
+#include <gtest/gtest.h>
+
+#include <regex>
+
+#include "TestUtil.h"
+#include "settings/clsXMLIniData.h"
+
+using testutil::TempDir;
+
+namespace {
+
+const char* kSettings = R"(<?xml version="1.0"?>
+<ROOT>
+  <EMPTY_SECTION></EMPTY_SECTION>
+  <ZERO>
+    <A ORDER="0">a</A>
+    <B>b</B>
+  </ZERO>
+  <TIES>
+    <FIRST ORDER="2" FIELD="f1">first</FIRST>
+    <SECOND ORDER="2" FIELD="f2">second</SECOND>
+    <THIRD ORDER="1" FIELD="f3">third</THIRD>
+  </TIES>
+  <SECTION>
+    <ID ORDER="1" FIELD="id" POS="7">Identifier</ID>
+    <REV ORDER="2" FIELD="rev">Revision</REV>
+    <DESC ORDER="3" FIELD="desc" POS="9">Des<b>crip</b>tion</DESC>
+    <SKIP ORDER="0">Not ordered</SKIP>
+  </SECTION>
+  <VIS>
+    <ATTRS>
+      <A1 SHOW="True"/><A2 SHOW="True"/><A3 SHOW="False"/><A4 SHOW="True"/>
+      <A5 SHOW="True"/><A6 SHOW="True"/>
+    </ATTRS>
+  </VIS>
+  <DEEP><PATH><LABEL>deep label</LABEL></PATH></DEEP>
+</ROOT>)";
+
+}  // namespace
+
+TEST(SetCurNode, SectionWithoutChildrenCountsAsMissingAndClearsTheCurrentNode) {
+    clsXMLIniData o;
+    std::string sErr;
+    ASSERT_TRUE(o.LoadXString(kSettings, sErr));
+    ASSERT_TRUE(o.SetCurNode("SECTION"));
+    EXPECT_EQ(o.CurNodeChildNumber(), 4);
+    EXPECT_FALSE(o.SetCurNode("EMPTY_SECTION"));
+    EXPECT_EQ(o.CurNodeChildNumber(), 0);
+    EXPECT_EQ(o.GetLabelUseCurNodeByID(1), "");  // no current node: empty
+    EXPECT_EQ(o.GetFieldNameUseCurNodeByID(1, "alt"), "alt");
+    EXPECT_FALSE(o.SetCurNode("NO_SUCH_SECTION"));
+    EXPECT_FALSE(o.SetCurNode("bad[[xpath"));
+}
+
+TEST(GetOrderedAttrList, AllOrdersZeroGiveNoListAndCountMinusOne) {
+    clsXMLIniData o;
+    std::string sErr;
+    ASSERT_TRUE(o.LoadXString(kSettings, sErr));
+    long lCount = 5;
+    clsOrderArray arr;
+    auto list = o.GetOrderedAttrList("ZERO", lCount, arr);
+    EXPECT_EQ(lCount, -1);
+    EXPECT_EQ(list.size(), 0u);
+    list = o.GetOrderedAttrList("MISSING", lCount, arr);
+    EXPECT_EQ(lCount, -1);
+}
+
+TEST(GetOrderedAttrList, ExchangeSortTieBreakOnTwoTwoOne) {
+    clsXMLIniData o;
+    std::string sErr;
+    ASSERT_TRUE(o.LoadXString(kSettings, sErr));
+    long lCount = -1;
+    clsOrderArray arr;
+    auto list = o.GetOrderedAttrList("TIES", lCount, arr);
+    ASSERT_EQ(lCount, 2);
+    std::vector<std::string> arrNames;
+    for (long i = 0; i <= lCount; ++i) arrNames.push_back(list[arr[i][0]].node().name());
+    // [2 (first), 2 (second), 1] ends as [1, 2 (second), 2 (first)].
+    EXPECT_EQ(arrNames, (std::vector<std::string>{"THIRD", "SECOND", "FIRST"}));
+    EXPECT_EQ(arr[0][1], 1);
+    EXPECT_EQ(arr[1][1], 2);
+    EXPECT_EQ(arr[2][1], 2);
+}
+
+TEST(GetOrderedAttrList, LeavesOutOrderZeroAndSortsByOrder) {
+    clsXMLIniData o;
+    std::string sErr;
+    ASSERT_TRUE(o.LoadXString(kSettings, sErr));
+    long lCount = -1;
+    clsOrderArray arr;
+    auto list = o.GetOrderedAttrList("SECTION", lCount, arr);
+    ASSERT_EQ(lCount, 2);
+    EXPECT_EQ(std::string(list[arr[0][0]].node().name()), "ID");
+    EXPECT_EQ(std::string(list[arr[2][0]].node().name()), "DESC");
+}
+
+TEST(GetAttrRows, FiveVisibleAttributesWithFourOrFiveColumnsNeedThreeRows) {
+    clsXMLIniData o;
+    std::string sErr;
+    ASSERT_TRUE(o.LoadXString(kSettings, sErr));
+    EXPECT_EQ(o.GetAttrRows("ATTRS", "SHOW", 4), 3);  // pairs 2: 5 / 2 = 2, remainder 1
+    EXPECT_EQ(o.GetAttrRows("ATTRS", "SHOW", 5), 3);  // pairs 2 as well
+    EXPECT_EQ(o.GetAttrRows("ATTRS", "SHOW", 6), 2);  // pairs 3
+    EXPECT_EQ(o.GetAttrRows("ATTRS", "SHOW", 10), 1);
+    EXPECT_EQ(o.GetAttrRows("ATTRS", "SHOW", 1), 0);  // pairs 0: the division fails
+    EXPECT_EQ(o.GetAttrRows("ATTRS", "NOPE", 4), 0);
+}
+
+TEST(Lookups, ByIdByLabelAndByPath) {
+    clsXMLIniData o;
+    std::string sErr;
+    ASSERT_TRUE(o.LoadXString(kSettings, sErr));
+    ASSERT_TRUE(o.SetCurNode("SECTION"));
+    EXPECT_EQ(o.GetLabelUseCurNodeByID(1), "Identifier");
+    EXPECT_EQ(o.GetLabelUseCurNodeByID(3), "Description");  // string-value of the node
+    EXPECT_EQ(o.GetLabelUseCurNodeByID(9), "");
+    EXPECT_EQ(o.GetFieldNameUseCurNodeByID(2), "rev");
+    EXPECT_EQ(o.GetFieldNameUseCurNodeByID(9, "alt"), "alt");
+    EXPECT_EQ(o.GetLabelUseCurNode("REV"), "Revision");
+    EXPECT_EQ(o.GetNodeNameUseCurNodeByLabel("Revision"), "REV");
+    EXPECT_EQ(o.GetFieldNameUseCurNodeByLabel("Identifier"), "id");
+    EXPECT_EQ(o.GetNodeNameUseCurNodeByLabel("O'Brien"), "");  // an apostrophe finds nothing
+    EXPECT_EQ(o.GetLabelUsePath("DEEP/PATH/LABEL"), "deep label");
+    EXPECT_EQ(o.GetLabelUsePath("//LABEL"), "deep label");
+    EXPECT_EQ(o.GetLabelUsePathByID("SECTION", 2), "Revision");
+    EXPECT_EQ(o.GetNodeNameUsePathByLabel("SECTION", "Identifier"), "ID");
+}
+
+TEST(Lookups, IndexAndPositionArguments) {
+    clsXMLIniData o;
+    std::string sErr;
+    ASSERT_TRUE(o.LoadXString(kSettings, sErr));
+    ASSERT_TRUE(o.SetCurNode("SECTION"));
+    std::string sIndex = "x";  // any non-empty text asks for the attribute
+    EXPECT_EQ(o.GetLabelUseCurNodeByID(1, &sIndex, "POS"), "Identifier");
+    EXPECT_EQ(sIndex, "7");
+    std::string sEmpty;
+    o.GetLabelUseCurNodeByID(1, &sEmpty, "POS");
+    EXPECT_EQ(sEmpty, "");  // an empty index is left untouched
+    std::string sPos = "old";
+    EXPECT_EQ(o.GetNodeNameUseCurNodeByLabel("Description", true, &sPos, "POS"), "DESC");
+    EXPECT_EQ(sPos, "9");
+    sPos = "old";
+    EXPECT_EQ(o.GetFieldNameUseCurNodeByLabel("Nothing", true, &sPos, "POS"), "");
+    EXPECT_EQ(sPos, "");  // no match: emptied
+}
+
+TEST(GetAttrValue, MissingAttributeIsEmpty) {
+    clsXMLIniData o;
+    std::string sErr;
+    ASSERT_TRUE(o.LoadXString(kSettings, sErr));
+    ASSERT_TRUE(o.SetCurNode("SECTION"));
+    pugi::xml_node n = o.CurNode().child("ID");
+    EXPECT_EQ(o.GetAttrValue(n, "FIELD"), "id");
+    EXPECT_EQ(o.GetAttrValue(n, "NOPE"), "");
+}
+
+TEST(LoadXDoc, ParseErrorMessageStartsWithTheDateAndNamesLineAndPosition) {
+    TempDir tmp;
+    std::string sPath = tmp.File("bad.xml");
+    testutil::WriteFile(sPath, "<ROOT>\n  <A>text</A>\n  <B></C>\n</ROOT>\n");
+    clsXMLIniData o;
+    std::string sErr;
+    EXPECT_FALSE(o.LoadXDoc(sPath, sErr));
+    std::smatch m;
+    ASSERT_TRUE(std::regex_match(
+        sErr, m,
+        std::regex(std::string("^") + testutil::kDateTimeRegex +
+                   " IniDoc Load Parse error: (.+) On Line: (\\d+) At Position: (\\d+)$")))
+        << sErr;
+    EXPECT_EQ(m[2].str(), "Start-end tags mismatch");
+    EXPECT_EQ(m[3].str(), "3");
+    EXPECT_EQ(m[4].str(), "8");  // the offending "C" of "</C>"
+}
+
+TEST(LoadXString, ParseErrorUsesTheStringWording) {
+    clsXMLIniData o;
+    std::string sErr;
+    EXPECT_FALSE(o.LoadXString("<SETUP><A></SETUP>", sErr));
+    EXPECT_NE(sErr.find(" String Load Parse error: "), std::string::npos) << sErr;
+    EXPECT_NE(sErr.find(" On Line: 1 At Position: "), std::string::npos) << sErr;
+}
+
+TEST(LoadXDoc, MissingFileFailsWithAMessage) {
+    clsXMLIniData o;
+    std::string sErr;
+    EXPECT_FALSE(o.LoadXDoc("/no/such/file.xml", sErr));
+    EXPECT_FALSE(sErr.empty());
+}
+
+TEST(LoadXDoc, SuccessLeavesTheMessageAsItWas) {
+    TempDir tmp;
+    std::string sPath = tmp.File("ok.xml");
+    testutil::WriteFile(sPath, kSettings);
+    clsXMLIniData o;
+    std::string sErr = "unchanged";
+    EXPECT_TRUE(o.LoadXDoc(sPath, sErr));
+    EXPECT_EQ(sErr, "unchanged");
+}
+
+TEST(NodeText, IsTheStringValueOfAllDescendantText) {
+    pugi::xml_document d;
+    ASSERT_TRUE(d.load_string("<a>x<b>y<c>z</c></b><!--no-->w</a>", clsXMLIniData::ParseOptions()));
+    EXPECT_EQ(clsXMLIniData::NodeText(d.document_element()), "xyzw");
+    EXPECT_EQ(clsXMLIniData::NodeText(pugi::xml_node()), "");
+}
+
+TEST(NodeText, WhitespaceOnlyTextIsNotANode) {
+    clsXMLIniData o;
+    std::string sErr;
+    ASSERT_TRUE(o.LoadXString("<R><S>\n   \n</S><T>\n  <U>u</U>\n</T></R>", sErr));
+    EXPECT_FALSE(o.SetCurNode("S"));  // only blanks: no child node, so missing
+    ASSERT_TRUE(o.SetCurNode("T"));
+    EXPECT_EQ(o.CurNodeChildNumber(), 1);
+}

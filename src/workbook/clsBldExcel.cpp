@@ -1,4 +1,167 @@
+// Lifetime of the workbook and the sheet plan of the first worksheet.
 #include "workbook/clsBldExcel.h"
+
+#include "support/clsRunError.h"
+#include "support/modConst.h"
+
+using namespace modConst;
 
 clsBldExcel::clsBldExcel(clsExportContext& ctx) : ctx_(ctx) {}
 clsBldExcel::~clsBldExcel() = default;
+
+// Starts the application, adds a workbook and writes it at once under sFileName: the file's
+// place and format are fixed here, and a place that cannot be written fails here.
+bool clsBldExcel::InitExl(const std::string& sFileName) {
+    return TrapRun(ctx_, "clsBldExcel", "InitExl", false, [&] {
+        oExlApp_ = std::make_unique<xl::xlApplication>();
+        oWorkbook_ = &oExlApp_->Workbooks().Add();
+        oWorkbook_->SaveAs(sFileName, xlNoChange);
+        return true;
+    });
+}
+
+// Lays out the whole workbook on its first worksheet: caption block, main panel, property
+// panel with one detail block per object, the hyperlinks from the main panel to the blocks,
+// and the page set-up. The workbook is not saved here.
+bool clsBldExcel::FillExlFile() {
+    return TrapRun(ctx_, "clsBldExcel", "FillExlFile", false, [&] {
+        if (!oWorkbook_) RaiseError(errObjectNotSet);
+        oSheet_ = &oWorkbook_->Worksheets()(1);
+        xl::xlWorksheet& oSheet = *oSheet_;
+        const clsExportModel& m = ctx_.Model;
+        const clsLabelTables& t = ctx_.Labels;
+
+        // Sheet-wide format: every cell holds left-aligned, wrapped text.
+        oSheet.Columns().ColumnWidth(21);
+        oSheet.Cells().HorizontalAlignment(xlLeft);
+        oSheet.Cells().WrapText(true);
+        oSheet.Cells().NumberFormat("@");
+        oSheet.Rows(1).Font().FontStyle("Bold");
+
+        // Caption block: labels along row 1, their values along row 2; row 3 stays empty.
+        for (long i = 0; i <= t.CaptionTable.EntryUBoundOrNone(); ++i) {
+            oSheet.Cells(1, i + 1).Value(t.CaptionTable.Item(0, i));
+            oSheet.Cells(2, i + 1).Value(t.CaptionTable.Item(1, i));
+        }
+
+        // The main-panel bar spans the six fixed columns and one per additional attribute.
+        long nAttrCount = -1;
+        if (t.AdditionalTagTable.IsArray()) {
+            nAttrCount = t.AdditionalTagTable.UBound(2);
+            if (m.IsStructure == 2) nAttrCount = nAttrCount - 1;
+        }
+        FillCaption(4, 1, CheckedAdd(nAttrCount, 7), 1, 18, 2, 14, true, true);
+        const std::string sSection = GetExportSectionPath();
+        oSheet.Cells(4, 1).Value(GetCaptionByPath(sSection + "/MAIN_PANEL", "Main Panel"));
+        oSheet.Cells(4, 1).Font().FontStyle("Bold");
+
+        oSheet.Rows(5).Font().FontStyle("Bold");
+        FillMainPanelCaption(5);
+        long nCount = 0;
+        switch (m.ExportKind) {
+            case 1:
+                FillMainPanelItems(nCount, 6);
+                break;
+            case 2:
+                FillMainPanelDocs(nCount, 6);
+                break;
+            case 3:
+                FillMainPanelFolders(nCount, 6);
+                break;
+            default:
+                break;
+        }
+
+        // One empty row separates the main panel from the property panel.
+        long nRow = CheckedAdd(CheckedAdd(nCount, 6), 1);
+        FillCaption(nRow, 1, 6, 1, 18, 2, 14, true, true);
+        oSheet.Cells(nRow, 1).Value(
+            GetCaptionByPath(sSection + "/PROPERTY_PANEL", "Property Panel"));
+        oSheet.Cells(nRow, 1).Font().FontStyle("Bold");
+
+        nRow = CheckedAdd(nRow, 1);
+        switch (m.ExportKind) {
+            case 1:
+                FillItemsDetail(nRow);
+                break;
+            case 2:
+                FillDocsDetail(nRow);
+                break;
+            case 3:
+                FillFoldersDetail(nRow);
+                break;
+            default:
+                break;
+        }
+
+        if (m.IsStructure == 1) {
+            FillHyperlinkStruct();
+        } else {
+            FillHyperlinkCollect();
+        }
+
+        oSheet.Cells().VerticalAlignment(xlTop);
+        oSheet.PageSetup().Orientation(xlLandscape);
+        // Rows 1 to 3 repeat on every printed page; the print area is always columns A to F.
+        oSheet.PageSetup().PrintTitleRows(
+            oSheet.Range(oSheet.Cells(1, 1), oSheet.Cells(3, 4)).Address());
+        oSheet.PageSetup().CenterFooter("&P");
+        oSheet.PageSetup().PrintArea(
+            oSheet.Range(oSheet.Cells(1, 1), oSheet.Cells(nRow, 6)).Address());
+        return true;
+    });
+}
+
+// Saves and closes the workbook and ends the application; each reference is tested first, so
+// this is safe after a failed InitExl.
+void clsBldExcel::ExitExl() {
+    TrapRunVoid(ctx_, "clsBldExcel", "ExitExl", [&] {
+        oSheet_ = nullptr;
+        if (oWorkbook_) {
+            oWorkbook_->Save();
+            oWorkbook_->Close();
+            oWorkbook_ = nullptr;
+        }
+        if (oExlApp_) {
+            oExlApp_->Quit();
+            oExlApp_.reset();
+        }
+    });
+}
+
+xl::xlWorksheet& clsBldExcel::Sheet() const {
+    if (!oSheet_) RaiseError(errObjectNotSet);
+    return *oSheet_;
+}
+
+clsXMLIniData& clsBldExcel::Ini() const {
+    if (!ctx_.IniData) RaiseError(errObjectNotSet);
+    return *ctx_.IniData;
+}
+
+void clsBldExcel::SelectLabels(const std::string& sNodePath) {
+    bLblFromIni_ = Ini().SetCurNode(sNodePath);
+}
+
+void clsBldExcel::FillListCaption(long& nRow, const std::string& sCaption) {
+    xl::xlWorksheet& oSheet = Sheet();
+    FillCaption(nRow, 1, 6, 0, 0, 0, 0, true, true);
+    oSheet.Cells(nRow, 1).Value(sCaption);
+    oSheet.Cells(nRow, 1).Font().FontStyle("Bold Italic");
+    nRow = CheckedAdd(nRow, 1);
+}
+
+void clsBldExcel::FillKeyRow(long nRow, const std::string& sCap1, const std::string& sVal1,
+                             const std::string& sCap2, const std::string& sVal2,
+                             const std::string& sCap3, const std::string& sVal3) {
+    xl::xlWorksheet& oSheet = Sheet();
+    oSheet.Cells(nRow, 1).Value(sCap1);
+    oSheet.Cells(nRow, 1).Font().FontStyle("Bold");
+    oSheet.Cells(nRow, 2).Value(sVal1);
+    oSheet.Cells(nRow, 3).Value(sCap2);
+    oSheet.Cells(nRow, 3).Font().FontStyle("Bold");
+    oSheet.Cells(nRow, 4).Value(sVal2);
+    oSheet.Cells(nRow, 5).Value(sCap3);
+    oSheet.Cells(nRow, 5).Font().FontStyle("Bold");
+    oSheet.Cells(nRow, 6).Value(sVal3);
+}

@@ -1,20 +1,128 @@
 // Writes the export model into a workbook through the spreadsheet object model.
+//
+// The first worksheet holds, under the caption block, the main panel (one row per exported
+// object) and the property panel (one detail block per object). Every row-filling procedure
+// takes the running sheet row by reference and leaves it on the row that its description names
+// (usually the first free row after what it wrote).
 #pragma once
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "support/clsExportContext.h"
+#include "workbook/xlObjectModel.h"
+
+struct clsBldExcelTestAccess;
 
 class clsBldExcel {
-public:
+  public:
     explicit clsBldExcel(clsExportContext& ctx);
     ~clsBldExcel();
+    clsBldExcel(const clsBldExcel&) = delete;
+    clsBldExcel& operator=(const clsBldExcel&) = delete;
 
+    // Lifetime: start the application and write the new, empty workbook under sFileName; lay
+    // out the whole workbook; save, close and quit.
     bool InitExl(const std::string& sFileName);
     bool FillExlFile();
     void ExitExl();
 
-private:
+    // Main panel.
+    void FillMainPanelCaption(long nRow);
+    void FillMainPanelItems(long& nCount, long nStartRow);
+    void FillMainPanelDocs(long& nCount, long nStartRow);
+    void FillMainPanelFolders(long& nCount, long nStartRow);
+    void FillMainPanelItem(long nRow, long nColOffset, long nIndex);
+    void FillMainPanelDoc(long nRow, long nColOffset, long nIndex);
+    void FillMainPanelFolder(long nRow, long nColOffset, long nIndex);
+
+    // Detail blocks of the property panel.
+    void FillItemsDetail(long& nRow);
+    void FillDocsDetail(long& nRow);
+    void FillFoldersDetail(long& nRow);
+    void FillItemDetail(long nIndex, long& nRow);
+    void FillDocDetail(long nIndex, long& nRow);
+    void FillFolderDetail(long nIndex, long& nRow);
+    void FillItem(const ItemStruct& rec, long& nRow, long nColorIndex, bool bTopBorder);
+    void FillDocChild(std::string& sChildren, long& nRow);
+    void FillFolderChild(std::string& sChildren, long& nRow);
+    void FillItemListForDoc(long nIndex, long& nRow);
+    void FillItemListForFolder(long nIndex, long& nRow);
+    void FillDocListForItem(long nIndex, long& nRow);
+    void FillDocListForFolder(long nIndex, long& nRow);
+
+    // Part list and local alternates.
+    void FillChild(long nIndex, long& nRow);
+    void FillLAIOfChild2(long nIndex, long& nRow);
+
+    // Related documents, folders and files.
+    bool FillDocListForDoc(long nIndex, long& nRow);
+    bool FillFolderListForItem(long nIndex, long& nRow);
+    bool FillFolderListForDoc(long nIndex, long& nRow);
+    bool FillFolderListForFolder(long nIndex, long& nRow);
+    bool FillDoc(const DocStruct& rec, long& nRow, const std::string& sLblPath, long nColorIndex,
+                 bool bDetail);
+    bool FillFolder(const FoldStruct& rec, long& nRow, const std::string& sLblPath,
+                    long nColorIndex, bool bDetail);
+    bool FillFiles(const std::vector<FileStruct>& arrFiles, long nFileCount, long& nRow);
+
+    // Manufacturers, suppliers and the attribute grid.
+    bool FillManufacturAndSupp(long nIndex, long& nRow);
+    bool FillManufactur(const std::vector<MNFStruct>& arrMnf, long nMnfCount, long& nRow,
+                        bool bDetail);
+    bool FillSuppliers(const std::vector<ItemStruct>& arrVnd, long nVndCount, long& nRow,
+                       bool bDetail);
+    bool FillAttrByCol(const VarStrArray& arrValues, const clsVarTable& arrLabels, long nAttrCount,
+                       long& nRow);
+
+    // Anchor names and the hyperlinks of the main panel.
+    std::string GetItemHyperlinkName(long nIndex);
+    std::string GetDocHyperlinkName(long nIndex);
+    std::string GetFolderHyperlinkName(long nIndex);
+    bool FillHyperlinkStruct();
+    bool FillHyperlinkCollect();
+
+    // Caption bands, merging and the level sheet.
+    bool FillCaption(long nRow, long nFirstCol, long nLastCol, long nInteriorColor,
+                     double dRowHeight, long nFontColor, long nFontSize, bool bBorders,
+                     bool bMerge);
+    bool MergeLevel(long nRow, long nFirstCol, long nLastCol, xl::xlWorksheet& oSheet);
+    bool AddLevelSheet();
+
+  private:
+    friend struct clsBldExcelTestAccess;
+
+    // Caption texts from the settings, with a fallback text.
+    std::string GetCaptionById(long lId, const std::string& sDefault, long& lLength);
+    std::string GetCaptionByName(const std::string& sName, const std::string& sDefault,
+                                 long& lLength);
+    std::string GetCaptionByPath(const std::string& sPath, const std::string& sDefault);
+    std::string GetExportSectionPath() const;
+    void FillAttributesHeading(long& nRow);
+    static std::string SanitizeName(const std::string& sName);
+
+    // Makes a settings section current; the result is the switch for labels from the settings
+    // of the list or line being written.
+    void SelectLabels(const std::string& sNodePath);
+
+    // The objects the procedures need; each raises error 91 when it is not there.
+    xl::xlWorksheet& Sheet() const;
+    clsXMLIniData& Ini() const;
+
+    // The caption band that opens a list: columns A to F merged, top and bottom borders, the
+    // caption in column A in bold italic; the row then advances by one.
+    void FillListCaption(long& nRow, const std::string& sCaption);
+
+    // Writes a row of three caption/value pairs: A caption, B value, C caption, D value,
+    // E caption, F value; the captions in bold.
+    void FillKeyRow(long nRow, const std::string& sCap1, const std::string& sVal1,
+                    const std::string& sCap2, const std::string& sVal2, const std::string& sCap3,
+                    const std::string& sVal3);
+
     clsExportContext& ctx_;
+    std::unique_ptr<xl::xlApplication> oExlApp_;
+    xl::xlWorkbook* oWorkbook_ = nullptr;
+    xl::xlWorksheet* oSheet_ = nullptr;
+    bool bLblFromIni_ = false;  // the switch for labels from the settings
 };

@@ -1,0 +1,282 @@
+// The detail blocks of the property panel: one block per object, with its header row, its
+// attributes and the lists of what it is related to; and the part list of an item.
+#include <cctype>
+#include <cstdint>
+
+#include "support/clsRunError.h"
+#include "support/modConst.h"
+#include "workbook/clsBldExcel.h"
+
+namespace {
+
+// A key of a child list: the child's index in its top-level array, in decimal. Anything else
+// is a type mismatch.
+long ChildIndex(const std::string& sKey) {
+    size_t p = 0;
+    size_t q = sKey.size();
+    while (p < q && sKey[p] == ' ') {
+        ++p;
+    }
+    while (q > p && sKey[q - 1] == ' ') {
+        --q;
+    }
+    if (p == q) RaiseError(modConst::errTypeMismatch);
+    long long n = 0;
+    for (size_t i = p; i < q; ++i) {
+        if (!std::isdigit(static_cast<unsigned char>(sKey[i]))) {
+            RaiseError(modConst::errTypeMismatch);
+        }
+        n = n * 10 + (sKey[i] - '0');
+        if (n > INT32_MAX) RaiseError(modConst::errOverflow);
+    }
+    return static_cast<long>(n);
+}
+
+// Takes the first key off a child list ("1!4!9!" gives 1 and leaves "4!9!"), so that the
+// children come in the order in which the export lists them.
+long TakeFirstChild(std::string& sChildren) {
+    const size_t p = sChildren.find('!');
+    std::string sKey = sChildren.substr(0, p);
+    sChildren.erase(0, p == std::string::npos ? p : p + 1);
+    return ChildIndex(sKey);
+}
+
+// Reads the key at position p of a child list and moves p past it and its "!"; the list itself
+// is left as it is, so that a long part list is walked once.
+long NextChild(const std::string& sChildren, size_t& p) {
+    size_t q = sChildren.find('!', p);
+    if (q == std::string::npos) q = sChildren.size();
+    std::string sKey = sChildren.substr(p, q - p);
+    p = q < sChildren.size() ? q + 1 : q;
+    return ChildIndex(sKey);
+}
+
+}  // namespace
+
+// In a collection export only the objects at level 0 get a block; in a structure export all.
+void clsBldExcel::FillItemsDetail(long& nRow) {
+    TrapRunVoid(ctx_, "clsBldExcel", "FillItemsDetail", [&] {
+        const clsExportModel& m = ctx_.Model;
+        for (long i = 0; i <= m.ObjCount; ++i) {
+            if (m.IsStructure == 1 || At(m.XItems, i).Level == 0) FillItemDetail(i, nRow);
+        }
+    });
+}
+
+void clsBldExcel::FillDocsDetail(long& nRow) {
+    TrapRunVoid(ctx_, "clsBldExcel", "FillDocsDetail", [&] {
+        const clsExportModel& m = ctx_.Model;
+        for (long i = 0; i <= m.ObjCount; ++i) {
+            if (m.IsStructure == 1 || At(m.XDocs, i).Level == 0) FillDocDetail(i, nRow);
+        }
+    });
+}
+
+void clsBldExcel::FillFoldersDetail(long& nRow) {
+    TrapRunVoid(ctx_, "clsBldExcel", "FillFoldersDetail", [&] {
+        const clsExportModel& m = ctx_.Model;
+        for (long i = 0; i <= m.ObjCount; ++i) {
+            if (m.IsStructure == 1 || At(m.XFolders, i).Level == 0) FillFolderDetail(i, nRow);
+        }
+    });
+}
+
+// An item's block: its anchor name on the block's first row, the header and attributes, then
+// the part list, the related documents and folders, and the manufacturers and suppliers.
+void clsBldExcel::FillItemDetail(long nIndex, long& nRow) {
+    TrapRunVoid(ctx_, "clsBldExcel", "FillItemDetail", [&] {
+        xl::xlWorksheet& oSheet = Sheet();
+        oSheet.Names().Add(GetItemHyperlinkName(nIndex), oSheet.Rows(nRow));
+        const XItemStruct& rec = At(ctx_.Model.XItems, nIndex);
+        FillItem(rec.Head, nRow, 15, true);
+        if (!rec.Children.empty()) FillChild(nIndex, nRow);
+        if (rec.DocCount > -1) FillDocListForItem(nIndex, nRow);
+        if (rec.FolderCount > -1) FillFolderListForItem(nIndex, nRow);
+        FillManufacturAndSupp(nIndex, nRow);
+    });
+}
+
+// A document's block shows its related items first and its child documents after the
+// related folders.
+void clsBldExcel::FillDocDetail(long nIndex, long& nRow) {
+    TrapRunVoid(ctx_, "clsBldExcel", "FillDocDetail", [&] {
+        xl::xlWorksheet& oSheet = Sheet();
+        oSheet.Names().Add(GetDocHyperlinkName(nIndex), oSheet.Rows(nRow));
+        const XDocStruct& rec = At(ctx_.Model.XDocs, nIndex);
+        FillDoc(rec.Head, nRow, "PROPERTY_LBL/DOCUMENT_LBL", 15, true);
+        if (rec.ItemCount > -1) FillItemListForDoc(nIndex, nRow);
+        if (rec.FolderCount > -1) FillFolderListForDoc(nIndex, nRow);
+        if (!rec.Children.empty()) {
+            std::string sChildren = rec.Children;
+            FillDocChild(sChildren, nRow);
+        }
+        if (rec.DocCount > -1) FillDocListForDoc(nIndex, nRow);
+    });
+}
+
+// A folder's block shows its child folders first.
+void clsBldExcel::FillFolderDetail(long nIndex, long& nRow) {
+    TrapRunVoid(ctx_, "clsBldExcel", "FillFolderDetail", [&] {
+        xl::xlWorksheet& oSheet = Sheet();
+        oSheet.Names().Add(GetFolderHyperlinkName(nIndex), oSheet.Rows(nRow));
+        const XFoldStruct& rec = At(ctx_.Model.XFolders, nIndex);
+        FillFolder(rec.Head, nRow, "PROPERTY_LBL/FOLDER_LBL", 15, true);
+        if (!rec.Children.empty()) {
+            std::string sChildren = rec.Children;
+            FillFolderChild(sChildren, nRow);
+        }
+        if (rec.ItemCount > -1) FillItemListForFolder(nIndex, nRow);
+        if (rec.DocCount > -1) FillDocListForFolder(nIndex, nRow);
+        if (rec.FolderCount > -1) FillFolderListForFolder(nIndex, nRow);
+    });
+}
+
+// The header row of an item (ID, revision, description), its attributes and one empty row.
+// Only an item export heads the attributes with a caption band.
+void clsBldExcel::FillItem(const ItemStruct& rec, long& nRow, long nColorIndex, bool bTopBorder) {
+    TrapRunVoid(ctx_, "clsBldExcel", "FillItem", [&] {
+        long lLen = -1;
+        SelectLabels("PROPERTY_LBL/ITEM_LBL/ITEM_CAP_LBL");
+        FillCaption(nRow, 1, 6, nColorIndex, 0, 0, 0, bTopBorder, false);
+        FillKeyRow(nRow, GetCaptionById(1, "ID", lLen), rec.Key1,
+                   GetCaptionById(2, "Revision", lLen), rec.Key3,
+                   GetCaptionById(3, "Description", lLen), rec.Key2);
+        nRow = CheckedAdd(nRow, 1);
+        if (ctx_.Model.ExportKind == 1) FillAttributesHeading(nRow);
+        if (rec.Attrs) {
+            FillAttrByCol(rec.Attrs, ctx_.Labels.ItemAttrLabels, VarUBound(rec.Attrs), nRow);
+        }
+        nRow = CheckedAdd(nRow, 1);
+    });
+}
+
+// The child documents of a document, in the order of the child list, which is consumed.
+void clsBldExcel::FillDocChild(std::string& sChildren, long& nRow) {
+    TrapRunVoid(ctx_, "clsBldExcel", "FillDocChild", [&] {
+        FillListCaption(nRow, GetCaptionByPath("//DOC_CHLD_LBL", ""));
+        while (!sChildren.empty()) {
+            long k = TakeFirstChild(sChildren);
+            FillDoc(At(ctx_.Model.XDocs, k).Head, nRow, "PROPERTY_LBL/DOCUMENT_LBL", 0, false);
+        }
+    });
+}
+
+// The child folders of a folder, in the order of the child list, which is consumed.
+void clsBldExcel::FillFolderChild(std::string& sChildren, long& nRow) {
+    TrapRunVoid(ctx_, "clsBldExcel", "FillFolderChild", [&] {
+        FillListCaption(nRow, GetCaptionByPath("//FOLDER_CHLD_LBL", ""));
+        while (!sChildren.empty()) {
+            long k = TakeFirstChild(sChildren);
+            FillFolder(At(ctx_.Model.XFolders, k).Head, nRow, "PROPERTY_LBL/FOLDER_LBL", 0, false);
+        }
+    });
+}
+
+void clsBldExcel::FillItemListForDoc(long nIndex, long& nRow) {
+    TrapRunVoid(ctx_, "clsBldExcel", "FillItemListForDoc", [&] {
+        const XDocStruct& rec = At(ctx_.Model.XDocs, nIndex);
+        FillListCaption(nRow, GetCaptionByPath("PROPERTY_LBL/ITEM_LBL/CAPTION_LBL", "Items"));
+        for (long i = 0; i <= rec.ItemCount; ++i)
+            FillItem(At(rec.Items, i), nRow, 0, false);
+    });
+}
+
+void clsBldExcel::FillItemListForFolder(long nIndex, long& nRow) {
+    TrapRunVoid(ctx_, "clsBldExcel", "FillItemListForFolder", [&] {
+        const XFoldStruct& rec = At(ctx_.Model.XFolders, nIndex);
+        FillListCaption(nRow, GetCaptionByPath("PROPERTY_LBL/ITEM_LBL/CAPTION_LBL", "Items"));
+        for (long i = 0; i <= rec.ItemCount; ++i)
+            FillItem(At(rec.Items, i), nRow, 0, false);
+    });
+}
+
+void clsBldExcel::FillDocListForItem(long nIndex, long& nRow) {
+    TrapRunVoid(ctx_, "clsBldExcel", "FillDocListForItem", [&] {
+        const XItemStruct& rec = At(ctx_.Model.XItems, nIndex);
+        const std::string sLblPath = "PROPERTY_LBL/DOCUMENT_LBL";
+        FillListCaption(nRow, GetCaptionByPath(sLblPath + "/CAPTION_LBL", "Documents"));
+        for (long i = 0; i <= rec.DocCount; ++i)
+            FillDoc(At(rec.Docs, i), nRow, sLblPath, 0, false);
+    });
+}
+
+void clsBldExcel::FillDocListForFolder(long nIndex, long& nRow) {
+    TrapRunVoid(ctx_, "clsBldExcel", "FillDocListForFolder", [&] {
+        const XFoldStruct& rec = At(ctx_.Model.XFolders, nIndex);
+        const std::string sLblPath = "PROPERTY_LBL/DOCUMENT_LBL";
+        FillListCaption(nRow, GetCaptionByPath(sLblPath + "/CAPTION_LBL", "Documents"));
+        for (long i = 0; i <= rec.DocCount; ++i)
+            FillDoc(At(rec.Docs, i), nRow, sLblPath, 0, false);
+    });
+}
+
+// The part list of an item: two rows per child (key, find number and quantity; description
+// and reference designators) and, for a child with local alternates, their sub-block followed
+// by one empty row. Labels are read from the settings section current at the time, freshly
+// for every child.
+void clsBldExcel::FillChild(long nIndex, long& nRow) {
+    TrapRunVoid(ctx_, "clsBldExcel", "FillChild", [&] {
+        xl::xlWorksheet& oSheet = Sheet();
+        long lLen = -1;
+        const std::string sPartList = "PROPERTY_LBL/PART_LIST_LBL";
+        SelectLabels(sPartList);
+        FillListCaption(nRow, GetCaptionByName("CAPTION_LBL", "Part List", lLen));
+
+        const std::string& sChildren = At(ctx_.Model.XItems, nIndex).Children;
+        size_t p = 0;
+        while (p < sChildren.size()) {
+            long k = NextChild(sChildren, p);
+            const XItemStruct& oChild = At(ctx_.Model.XItems, k);
+
+            oSheet.Cells(nRow, 1).Value(GetCaptionByName("CHILD", "Child", lLen));
+            oSheet.Cells(nRow, 1).Font().FontStyle("Bold");
+            oSheet.Cells(nRow, 2).Value(oChild.Head.Key1);
+            SelectLabels(sPartList + "/CHILD_LIST_LBL");
+            oSheet.Cells(nRow, 3).Value(GetCaptionById(1, "Find No", lLen));
+            oSheet.Cells(nRow, 3).Font().FontStyle("Bold");
+            oSheet.Cells(nRow, 4).Value(oChild.PSAttr2);
+            oSheet.Cells(nRow, 5).Value(GetCaptionById(2, "Quantity", lLen));
+            oSheet.Cells(nRow, 5).Font().FontStyle("Bold");
+            oSheet.Cells(nRow, 6).Value(oChild.PSAttr1);
+            nRow = CheckedAdd(nRow, 1);
+
+            oSheet.Cells(nRow, 1).Value(GetCaptionById(3, "Description", lLen));
+            oSheet.Cells(nRow, 1).Font().FontStyle("Bold");
+            oSheet.Cells(nRow, 2).Value(oChild.Head.Key2);
+            oSheet.Cells(nRow, 3).Value(GetCaptionById(4, "Reference Designators", lLen));
+            oSheet.Cells(nRow, 3).Font().FontStyle("Bold");
+            // The designator list gets the merged span of columns D to F.
+            FillCaption(nRow, 4, 6, 0, 0, 0, 0, false, true);
+            oSheet.Cells(nRow, 4).Value(oChild.RefDes);
+            nRow = CheckedAdd(nRow, 1);
+
+            if (oChild.LAICount > -1) {
+                FillCaption(nRow, 1, 2, 0, 0, 48, 0, false, true);
+                oSheet.Cells(nRow, 1).Value(GetCaptionByName(
+                    "LOCAL_ALTERNATIVE_ITEMS_OF_CHILD", "Local Alternative Items of Child", lLen));
+                oSheet.Cells(nRow, 1).Font().FontStyle("Bold Italic");
+                oSheet.Cells(nRow, 3).Value(oChild.Head.Key1);
+                oSheet.Cells(nRow, 3).Font().ColorIndex(48);
+                nRow = CheckedAdd(nRow, 1);
+                FillLAIOfChild2(k, nRow);
+                nRow = CheckedAdd(nRow, 1);
+            }
+        }
+    });
+}
+
+// One row per local alternate of an item: the caption and the alternate's key.
+void clsBldExcel::FillLAIOfChild2(long nIndex, long& nRow) {
+    TrapRunVoid(ctx_, "clsBldExcel", "FillLAIOfChild2", [&] {
+        xl::xlWorksheet& oSheet = Sheet();
+        long lLen = -1;
+        SelectLabels("PROPERTY_LBL/PART_LIST_LBL/ALTERNATE_LIST_LBL");
+        const XItemStruct& rec = At(ctx_.Model.XItems, nIndex);
+        for (long i = 0; i <= rec.LAICount; ++i) {
+            oSheet.Cells(nRow, 1).Value(GetCaptionById(1, "ALTERNATE ID", lLen));
+            oSheet.Cells(nRow, 1).Font().FontStyle("Bold");
+            oSheet.Cells(nRow, 2).Value(At(rec.LAIs, i).Key1);
+            nRow = CheckedAdd(nRow, 1);
+        }
+    });
+}

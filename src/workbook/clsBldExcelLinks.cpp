@@ -1,0 +1,234 @@
+// Anchor names of the detail blocks and the hyperlinks of the main panel that jump to them.
+#include "support/clsRunError.h"
+#include "workbook/clsBldExcel.h"
+
+namespace {
+
+// The Windows-1252 code of a Unicode code point, or 63 ("?") when the code page lacks it.
+// 0x80 to 0x9F hold the typographic characters of the code page; its five unused positions
+// (0x81, 0x8D, 0x8F, 0x90, 0x9D) stand for the control characters of the same number.
+long AnsiCode(char32_t c) {
+    if (c < 0x80 || (c >= 0xA0 && c <= 0xFF)) return static_cast<long>(c);
+    switch (c) {
+        case 0x20AC:
+            return 128;
+        case 0x81:
+            return 129;
+        case 0x201A:
+            return 130;
+        case 0x0192:
+            return 131;
+        case 0x201E:
+            return 132;
+        case 0x2026:
+            return 133;
+        case 0x2020:
+            return 134;
+        case 0x2021:
+            return 135;
+        case 0x02C6:
+            return 136;
+        case 0x2030:
+            return 137;
+        case 0x0160:
+            return 138;
+        case 0x2039:
+            return 139;
+        case 0x0152:
+            return 140;
+        case 0x8D:
+            return 141;
+        case 0x017D:
+            return 142;
+        case 0x8F:
+            return 143;
+        case 0x90:
+            return 144;
+        case 0x2018:
+            return 145;
+        case 0x2019:
+            return 146;
+        case 0x201C:
+            return 147;
+        case 0x201D:
+            return 148;
+        case 0x2022:
+            return 149;
+        case 0x2013:
+            return 150;
+        case 0x2014:
+            return 151;
+        case 0x02DC:
+            return 152;
+        case 0x2122:
+            return 153;
+        case 0x0161:
+            return 154;
+        case 0x203A:
+            return 155;
+        case 0x0153:
+            return 156;
+        case 0x9D:
+            return 157;
+        case 0x017E:
+            return 158;
+        case 0x0178:
+            return 159;
+        default:
+            return 63;
+    }
+}
+
+// Decodes the UTF-8 sequence at s[i] and advances i past it. A byte that does not begin a
+// well-formed sequence is taken alone, as a character the code page cannot show.
+char32_t NextCodePoint(const std::string& s, size_t& i) {
+    const auto b = [&](size_t k) { return static_cast<unsigned char>(s[k]); };
+    unsigned char c0 = b(i);
+    if (c0 < 0x80) {
+        ++i;
+        return c0;
+    }
+    size_t n = 0;
+    char32_t cp = 0;
+    char32_t lMin = 0;
+    if ((c0 & 0xE0) == 0xC0) {
+        n = 1;
+        cp = c0 & 0x1F;
+        lMin = 0x80;
+    } else if ((c0 & 0xF0) == 0xE0) {
+        n = 2;
+        cp = c0 & 0x0F;
+        lMin = 0x800;
+    } else if ((c0 & 0xF8) == 0xF0) {
+        n = 3;
+        cp = c0 & 0x07;
+        lMin = 0x10000;
+    }
+    bool bOk = n > 0 && i + n < s.size();
+    for (size_t k = 1; bOk && k <= n; ++k) {
+        if ((b(i + k) & 0xC0) != 0x80)
+            bOk = false;
+        else
+            cp = (cp << 6) | (b(i + k) & 0x3F);
+    }
+    if (!bOk || cp < lMin || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) {
+        ++i;
+        return 0xFFFD;
+    }
+    i += n + 1;
+    return cp;
+}
+
+}  // namespace
+
+// Makes a text safe as a defined name: ASCII digits and the characters from "A" to "z" (the
+// letters, and "[", "\", "]", "^", "_" and the back-quote between them) are kept; every other
+// character becomes "_" followed by its Windows-1252 code in decimal (a space gives _32, a
+// hyphen _45, an A with diaeresis _196). Nothing is cut: uniqueness comes from the object
+// index that every anchor name ends with.
+std::string clsBldExcel::SanitizeName(const std::string& sName) {
+    std::string sResult;
+    size_t i = 0;
+    while (i < sName.size()) {
+        char32_t c = NextCodePoint(sName, i);
+        if ((c >= U'0' && c <= U'9') || (c >= U'A' && c <= U'z')) {
+            sResult += static_cast<char>(c);
+        } else {
+            sResult += "_" + std::to_string(AnsiCode(c));
+        }
+    }
+    return sResult;
+}
+
+// The anchor name of an object: "ID_" and the sanitised identifier, revision and index, joined
+// by "_" (identifier P-100, revision B at index 4 give ID_P_45100_B_4). The prefix makes every
+// name begin with a letter.
+std::string clsBldExcel::GetItemHyperlinkName(long nIndex) {
+    return TrapRun(ctx_, "clsBldExcel", "GetItemHyperlinkName", std::string(), [&] {
+        const ItemStruct& rec = At(ctx_.Model.XItems, nIndex).Head;
+        return "ID_" + SanitizeName(rec.Key1 + "_" + rec.Key3 + "_" + std::to_string(nIndex));
+    });
+}
+
+std::string clsBldExcel::GetDocHyperlinkName(long nIndex) {
+    return TrapRun(ctx_, "clsBldExcel", "GetDocHyperlinkName", std::string(), [&] {
+        const DocStruct& rec = At(ctx_.Model.XDocs, nIndex).Head;
+        return "ID_" + SanitizeName(rec.Key1 + "_" + rec.Key3 + "_" + std::to_string(nIndex));
+    });
+}
+
+std::string clsBldExcel::GetFolderHyperlinkName(long nIndex) {
+    return TrapRun(ctx_, "clsBldExcel", "GetFolderHyperlinkName", std::string(), [&] {
+        const FoldStruct& rec = At(ctx_.Model.XFolders, nIndex).Head;
+        return "ID_" + SanitizeName(rec.Key1 + "_" + rec.Key3 + "_" + std::to_string(nIndex));
+    });
+}
+
+// Structure export: every object line of the main panel (from row 6) links from its ID in
+// column B to the anchor name of its detail block.
+bool clsBldExcel::FillHyperlinkStruct() {
+    return TrapRun(ctx_, "clsBldExcel", "FillHyperlinkStruct", false, [&] {
+        const clsExportModel& m = ctx_.Model;
+        for (long i = 0; i <= m.ObjCount; ++i) {
+            std::string sName;
+            switch (m.ExportKind) {
+                case 1:
+                    sName = GetItemHyperlinkName(i);
+                    break;
+                case 2:
+                    sName = GetDocHyperlinkName(i);
+                    break;
+                case 3:
+                    sName = GetFolderHyperlinkName(i);
+                    break;
+                default:
+                    return true;
+            }
+            xl::xlWorksheet& oSheet = Sheet();
+            oSheet.Hyperlinks().Add(oSheet.Cells(CheckedAdd(i, 6), 2), "", sName);
+        }
+        return true;
+    });
+}
+
+// Collection export: only the objects at level 0 have a main-panel line, contiguous from row 6;
+// each links from its ID in column A to the anchor name of its own object index.
+bool clsBldExcel::FillHyperlinkCollect() {
+    return TrapRun(ctx_, "clsBldExcel", "FillHyperlinkCollect", false, [&] {
+        const clsExportModel& m = ctx_.Model;
+        long r = 0;
+        for (long i = 0; i <= m.ObjCount; ++i) {
+            long nLevel;
+            switch (m.ExportKind) {
+                case 1:
+                    nLevel = At(m.XItems, i).Level;
+                    break;
+                case 2:
+                    nLevel = At(m.XDocs, i).Level;
+                    break;
+                case 3:
+                    nLevel = At(m.XFolders, i).Level;
+                    break;
+                default:
+                    return true;
+            }
+            if (nLevel != 0) continue;
+            std::string sName;
+            switch (m.ExportKind) {
+                case 1:
+                    sName = GetItemHyperlinkName(i);
+                    break;
+                case 2:
+                    sName = GetDocHyperlinkName(i);
+                    break;
+                default:
+                    sName = GetFolderHyperlinkName(i);
+                    break;
+            }
+            xl::xlWorksheet& oSheet = Sheet();
+            oSheet.Hyperlinks().Add(oSheet.Cells(CheckedAdd(r, 6), 1), "", sName);
+            r = CheckedAdd(r, 1);
+        }
+        return true;
+    });
+}

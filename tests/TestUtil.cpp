@@ -68,11 +68,17 @@ ScopedEnv::ScopedEnv(const char* sName, const std::string& sValue) : sName_(sNam
 }
 
 ScopedEnv::~ScopedEnv() {
-    if (bHad_) setenv(sName_.c_str(), sOld_.c_str(), 1);
-    else unsetenv(sName_.c_str());
+    if (bHad_)
+        setenv(sName_.c_str(), sOld_.c_str(), 1);
+    else
+        unsetenv(sName_.c_str());
 }
 
-std::string SourceDir() { return ORV_SOURCE_DIR; }
-std::string ExamplesDir() { return std::string(ORV_SOURCE_DIR) + "/examples"; }
+std::string SourceDir() {
+    return ORV_SOURCE_DIR;
+}
+std::string ExamplesDir() {
+    return std::string(ORV_SOURCE_DIR) + "/examples";
+}
 
 }  // namespace testutil

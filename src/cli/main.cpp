@@ -1,11 +1,11 @@
 // orv-export-excel: the command-line tool. Runs one export through ParseMain and prints the
 // workbook's path; every log line of the call also goes to standard error.
+#include <unistd.h>
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
 #include <sstream>
-#include <unistd.h>
 
 #include "iclsExportExcel.h"
 #include "support/clsComponentRegistry.h"

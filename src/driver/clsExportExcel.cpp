@@ -29,7 +29,9 @@ bool FileMatches(const std::string& sPath) {
 
 clsExportExcel::clsExportExcel() = default;
 
-clsExportExcel::clsExportExcel(clsExportOptions oOptions) { ctx_.Options = std::move(oOptions); }
+clsExportExcel::clsExportExcel(clsExportOptions oOptions) {
+    ctx_.Options = std::move(oOptions);
+}
 
 bool clsExportExcel::ParseMain(const std::string& sXFullPath, const std::string& sXIniFullPath,
                                const std::string& sSetupXString, const std::string& sExtension) {
@@ -37,7 +39,8 @@ bool clsExportExcel::ParseMain(const std::string& sXFullPath, const std::string&
         // Every call runs on a fresh object: nothing of one export reaches the next.
         sLastWorkbookPath_.clear();
         auto oExport = std::make_unique<clsExportExcel>(ctx_.Options);
-        bool bResult = oExport->ParseXML2Excel(sXFullPath, sXIniFullPath, sSetupXString, sExtension);
+        bool bResult =
+            oExport->ParseXML2Excel(sXFullPath, sXIniFullPath, sSetupXString, sExtension);
         if (bResult) sLastWorkbookPath_ = oExport->ctx_.WorkbookPath;
         return bResult;
     } catch (...) {
@@ -55,8 +58,10 @@ void clsExportExcel::SetProgressObserver(std::function<void(const clsProgress&)>
 
 void clsExportExcel::RegisterGroup(const std::string& sProgID,
                                    std::function<std::unique_ptr<IclsGroup>()> fnFactory) {
-    if (fnFactory) ctx_.Options.Components.RegisterGroup(sProgID, std::move(fnFactory));
-    else ctx_.Options.Components.Unregister(sProgID);
+    if (fnFactory)
+        ctx_.Options.Components.RegisterGroup(sProgID, std::move(fnFactory));
+    else
+        ctx_.Options.Components.Unregister(sProgID);
 }
 
 bool clsExportExcel::ParseXML2Excel(const std::string& sXFullPath, const std::string& sXIniFullPath,
@@ -178,24 +183,36 @@ bool clsExportExcel::BuildExcel(const std::string& sXFullPath, const std::string
 
 void clsExportExcel::ClearExportModel() {
     switch (ctx_.Model.ExportKind) {
-        case 1: ctx_.Model.XItems.clear(); break;
-        case 2: ctx_.Model.XDocs.clear(); break;
-        case 3: ctx_.Model.XFolders.clear(); break;
-        default: break;
+        case 1:
+            ctx_.Model.XItems.clear();
+            break;
+        case 2:
+            ctx_.Model.XDocs.clear();
+            break;
+        case 3:
+            ctx_.Model.XFolders.clear();
+            break;
+        default:
+            break;
     }
     ctx_.Model.ObjCount = -1;
 }
 
-std::unique_ptr<iclsExportExcel> CreateExportExcel() { return std::make_unique<clsExportExcel>(); }
+std::unique_ptr<iclsExportExcel> CreateExportExcel() {
+    return std::make_unique<clsExportExcel>();
+}
 
-const char* orvExportExcelVersion() { return ORV_VERSION; }
+const char* orvExportExcelVersion() {
+    return ORV_VERSION;
+}
 
 extern "C" int orvExportExcel_ParseMain(const char* sXFullPath, const char* sXIniFullPath,
                                         const char* sSetupXString, const char* sExtension) {
     try {
         clsExportExcel oExport;
-        bool b = oExport.ParseMain(sXFullPath ? sXFullPath : "", sXIniFullPath ? sXIniFullPath : "",
-                                   sSetupXString ? sSetupXString : "", sExtension ? sExtension : "");
+        bool b =
+            oExport.ParseMain(sXFullPath ? sXFullPath : "", sXIniFullPath ? sXIniFullPath : "",
+                              sSetupXString ? sSetupXString : "", sExtension ? sExtension : "");
         return b ? -1 : 0;
     } catch (...) {
         return 0;

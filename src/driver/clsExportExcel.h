@@ -42,7 +42,8 @@ public:
     // Caption and label tables (defined in clsExportExcelCaptions.cpp).
     static bool FillExcellCap(clsExportContext& ctx, const std::string& sSetupXString);
     static bool FillAttrLabels(clsExportContext& ctx);
-    static bool FillAttrLabelArray(clsExportContext& ctx, clsVarTable& arr, const std::string& sKind);
+    static bool FillAttrLabelArray(clsExportContext& ctx, clsVarTable& arr,
+                                   const std::string& sKind);
     static bool GetAdditionalTags(clsExportContext& ctx, const std::string& sName);
     // Empties the tables at the end of an export, as much as the export empties them.
     static void ClearLabelTables(clsExportContext& ctx);

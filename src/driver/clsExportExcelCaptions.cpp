@@ -11,7 +11,8 @@ constexpr const char* kModule = "clsExportExcel";
 
 // Reads the FIELD of ORDER 1, 2 and 3 of the current node.
 void ReadKeyFields(clsXMLIniData& oIni, std::array<std::string, 3>& arrKeys) {
-    for (long i = 0; i < 3; ++i) arrKeys[static_cast<size_t>(i)] = oIni.GetFieldNameUseCurNodeByID(i + 1, "");
+    for (long i = 0; i < 3; ++i)
+        arrKeys[static_cast<size_t>(i)] = oIni.GetFieldNameUseCurNodeByID(i + 1, "");
 }
 
 // The settings section of an attribute label table.
@@ -36,7 +37,8 @@ bool clsExportExcel::FillExcellCap(clsExportContext& ctx, const std::string& sSe
 
         long lCount = -1;
         clsOrderArray arrOrder;
-        pugi::xpath_node_set oList = ctx.IniData->GetOrderedAttrList("EXL_CAPTION_LBL", lCount, arrOrder);
+        pugi::xpath_node_set oList =
+            ctx.IniData->GetOrderedAttrList("EXL_CAPTION_LBL", lCount, arrOrder);
         if (lCount < 0) return false;
 
         clsVarTable& tbl = ctx.Labels.CaptionTable;
@@ -55,13 +57,19 @@ bool clsExportExcel::FillExcellCap(clsExportContext& ctx, const std::string& sSe
         const std::string& sObject = ctx.Model.ObjectType;
         if (sSpace.empty() || sObject.empty()) return false;
 
-        if (sObject == ctx.Res.NameItem) ctx.Model.ExportKind = 1;
-        else if (sObject == ctx.Res.NameDoc) ctx.Model.ExportKind = 2;
-        else if (sObject == ctx.Res.NameFolder) ctx.Model.ExportKind = 3;
-        else return false;
+        if (sObject == ctx.Res.NameItem)
+            ctx.Model.ExportKind = 1;
+        else if (sObject == ctx.Res.NameDoc)
+            ctx.Model.ExportKind = 2;
+        else if (sObject == ctx.Res.NameFolder)
+            ctx.Model.ExportKind = 3;
+        else
+            return false;
 
-        if (sSpace == "STRUCTURE") ctx.Model.IsStructure = 1;
-        else if (sSpace == "COLLECTION") ctx.Model.IsStructure = 2;
+        if (sSpace == "STRUCTURE")
+            ctx.Model.IsStructure = 1;
+        else if (sSpace == "COLLECTION")
+            ctx.Model.IsStructure = 2;
         else {
             ctx.Model.IsStructure = 0;
             return false;
@@ -114,7 +122,8 @@ bool clsExportExcel::FillAttrLabels(clsExportContext& ctx) {
                 FillAttrLabelArray(ctx, lbl.MnfAttrLabels, "MNF");
                 FillAttrLabelArray(ctx, lbl.VndAttrLabels, "VENDORS");
                 break;
-            default: break;
+            default:
+                break;
         }
         return true;
     });

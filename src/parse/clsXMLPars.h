@@ -14,7 +14,7 @@
 #include "support/clsExportContext.h"
 
 class clsXMLPars {
-  public:
+public:
     explicit clsXMLPars(clsExportContext& ctx);
     ~clsXMLPars();
     clsXMLPars(const clsXMLPars&) = delete;
@@ -81,7 +81,7 @@ class clsXMLPars {
     // The attribute's value; "" when the node or the attribute is missing.
     std::string GetAttr(pugi::xml_node oNode, const std::string& sName);
 
-  private:
+private:
     // What the walk needs to know about one object kind (defined in the .cpp).
     template <class XRec>
     struct clsWalkKind;

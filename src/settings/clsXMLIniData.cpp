@@ -78,7 +78,8 @@ bool clsXMLIniData::LoadXDoc(const std::string& sXFullPath, std::string& sErrMsg
         bPreserveWhiteSpace_ = true;
         if (!bOk) {
             sErrMsg = modResources::NowGeneralDate() + " IniDoc Load Parse error: " + sReason +
-                      " On Line: " + std::to_string(lLine) + " At Position: " + std::to_string(lPos);
+                      " On Line: " + std::to_string(lLine) +
+                      " At Position: " + std::to_string(lPos);
             return false;
         }
         return true;
@@ -97,7 +98,8 @@ bool clsXMLIniData::LoadXString(const std::string& sXString, std::string& sErrMs
         long lLine = 0, lPos = 0;
         if (!LoadStringInto(*oDoc_, sXString, sReason, lLine, lPos)) {
             sErrMsg = modResources::NowGeneralDate() + " String Load Parse error: " + sReason +
-                      " On Line: " + std::to_string(lLine) + " At Position: " + std::to_string(lPos);
+                      " On Line: " + std::to_string(lLine) +
+                      " At Position: " + std::to_string(lPos);
             return false;
         }
         return true;
@@ -131,7 +133,8 @@ std::string clsXMLIniData::NodeText(const pugi::xml_node& oNode) {
         if (n.first_child()) {
             n = n.first_child();
         } else {
-            while (n && n != oNode && !n.next_sibling()) n = n.parent();
+            while (n && n != oNode && !n.next_sibling())
+                n = n.parent();
             if (!n || n == oNode) break;
             n = n.next_sibling();
         }
@@ -157,7 +160,8 @@ bool clsXMLIniData::SetCurNode(const std::string& sNodePath) {
 long clsXMLIniData::CurNodeChildNumber() const {
     if (!oCurNode_) return 0;
     long n = 0;
-    for (pugi::xml_node c = oCurNode_.first_child(); c; c = c.next_sibling()) ++n;
+    for (pugi::xml_node c = oCurNode_.first_child(); c; c = c.next_sibling())
+        ++n;
     return n;
 }
 

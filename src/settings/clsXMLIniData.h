@@ -41,7 +41,8 @@ public:
     std::string GetFieldNameUseCurNodeByLabel(const std::string& sLabel, bool bWithPosition = false,
                                               std::string* sPos = nullptr,
                                               const std::string& sPosAttr = "");
-    std::string GetNodeNameUsePathByLabel(const std::string& sParentPath, const std::string& sLabel);
+    std::string GetNodeNameUsePathByLabel(const std::string& sParentPath,
+                                          const std::string& sLabel);
     std::string GetAttrValue(const pugi::xml_node& oElement, const std::string& attrName);
     long GetAttrRows(const std::string& sAttrXPath, const std::string& sVisib, int iColPerRow);
     pugi::xpath_node_set GetOrderedAttrList(const std::string& sAttrPath, long& lAttrCount,
@@ -49,7 +50,9 @@ public:
 
     // The current node (empty when none), for callers that read several attributes of it.
     pugi::xml_node CurNode() const { return oCurNode_; }
-    pugi::xml_node DocumentElement() const { return oDoc_ ? oDoc_->document_element() : pugi::xml_node(); }
+    pugi::xml_node DocumentElement() const {
+        return oDoc_ ? oDoc_->document_element() : pugi::xml_node();
+    }
 
     // The text of a node: its XPath string-value, all descendant text in document order.
     static std::string NodeText(const pugi::xml_node& oNode);
@@ -60,8 +63,8 @@ public:
 
     // Loads a file into a document; on failure fills sReason, lLine and lPos (1-based) and
     // returns false. Shared with the data-file loader.
-    static bool LoadFileInto(pugi::xml_document& oDoc, const std::string& sPath, std::string& sReason,
-                             long& lLine, long& lPos);
+    static bool LoadFileInto(pugi::xml_document& oDoc, const std::string& sPath,
+                             std::string& sReason, long& lLine, long& lPos);
     static bool LoadStringInto(pugi::xml_document& oDoc, const std::string& sText,
                                std::string& sReason, long& lLine, long& lPos);
 

@@ -22,7 +22,8 @@ clsDesignator SplitDesignator(const std::string& s) {
     clsDesignator d;
     d.sWhole = s;
     size_t p = s.size();
-    while (p > 0 && std::isdigit(static_cast<unsigned char>(s[p - 1]))) --p;
+    while (p > 0 && std::isdigit(static_cast<unsigned char>(s[p - 1])))
+        --p;
     d.sPrefix = s.substr(0, p);
     d.sDigits = s.substr(p);
     // Numbers too long to hold are kept as text without a number.
@@ -41,7 +42,8 @@ clsDesignator SplitDesignator(const std::string& s) {
 std::vector<std::string> clsGroupRanges::Group(const std::vector<std::string>& arrDesignators) {
     std::vector<clsDesignator> arr;
     arr.reserve(arrDesignators.size());
-    for (const auto& s : arrDesignators) arr.push_back(SplitDesignator(s));
+    for (const auto& s : arrDesignators)
+        arr.push_back(SplitDesignator(s));
     std::sort(arr.begin(), arr.end(), [](const clsDesignator& a, const clsDesignator& b) {
         return std::tie(a.sPrefix, a.bHasNumber, a.lNumber, a.sWhole) <
                std::tie(b.sPrefix, b.bHasNumber, b.lNumber, b.sWhole);
@@ -64,7 +66,8 @@ std::vector<std::string> clsGroupRanges::Group(const std::vector<std::string>& a
         if (j - i + 1 >= 3) {
             arrOut.push_back(arr[i].sWhole + "-" + arr[j].sWhole);
         } else {
-            for (size_t k = i; k <= j; ++k) arrOut.push_back(arr[k].sWhole);
+            for (size_t k = i; k <= j; ++k)
+                arrOut.push_back(arr[k].sWhole);
         }
         i = j + 1;
     }
@@ -81,7 +84,9 @@ void clsComponentRegistry::RegisterGroup(const std::string& sProgID, GroupFactor
     groups_[sProgID] = std::move(fnFactory);
 }
 
-void clsComponentRegistry::Unregister(const std::string& sProgID) { groups_.erase(sProgID); }
+void clsComponentRegistry::Unregister(const std::string& sProgID) {
+    groups_.erase(sProgID);
+}
 
 std::unique_ptr<IclsGroup> clsComponentRegistry::CreateGroup(const std::string& sProgID) const {
     auto it = groups_.find(sProgID);

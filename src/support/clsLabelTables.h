@@ -26,10 +26,10 @@ struct clsLabelTables {
     std::array<std::string, 3> VndKeyFields;
 
     // Main-panel field names.
-    std::string ItemMainField5;  // MAIN_LBL/ITEM, ORDER 5 (read on the structure parent)
-    std::string ItemMainField3;  // MAIN_LBL/ITEM, ORDER 3 (read on the structure parent)
-    std::string DocMainField5;   // MAIN_LBL/DOC, ORDER 5
-    std::string DocMainField6;   // MAIN_LBL/DOC, ORDER 6
+    std::string ItemMainField5;    // MAIN_LBL/ITEM, ORDER 5 (read on the structure parent)
+    std::string ItemMainField3;    // MAIN_LBL/ITEM, ORDER 3 (read on the structure parent)
+    std::string DocMainField5;     // MAIN_LBL/DOC, ORDER 5
+    std::string DocMainField6;     // MAIN_LBL/DOC, ORDER 6
     std::string FolderMainField5;  // MAIN_LBL/FOLDER, ORDER 5
     std::string AltListKeyField;   // PROPERTY_LBL/PART_LIST_LBL/ALTERNATE_LIST_LBL, ORDER 1
 };

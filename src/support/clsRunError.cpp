@@ -1,8 +1,8 @@
 #include "support/clsRunError.h"
 
+#include <fmt/format.h>
 #include <climits>
 #include <filesystem>
-#include <fmt/format.h>
 #include <new>
 
 #include "support/clsExportContext.h"
@@ -14,18 +14,30 @@ clsRunError::clsRunError(long lNumber, std::string sDescription)
 
 std::string ErrDescription(long lNumber) {
     switch (lNumber) {
-        case modConst::errInvalidCall: return "Invalid procedure call or argument";
-        case modConst::errOverflow: return "Overflow";
-        case modConst::errOutOfMemory: return "Out of memory";
-        case modConst::errSubscript: return "Subscript out of range";
-        case modConst::errTypeMismatch: return "Type mismatch";
-        case modConst::errFileNotFound: return "File not found";
-        case modConst::errPermissionDenied: return "Permission denied";
-        case modConst::errPathNotFound: return "Path not found";
-        case modConst::errObjectNotSet: return "Object variable or With block variable not set";
-        case modConst::errCantCreateObject: return "ActiveX component can't create object";
-        case modConst::errAppDefined: return "Application-defined or object-defined error";
-        default: return "Application-defined or object-defined error";
+        case modConst::errInvalidCall:
+            return "Invalid procedure call or argument";
+        case modConst::errOverflow:
+            return "Overflow";
+        case modConst::errOutOfMemory:
+            return "Out of memory";
+        case modConst::errSubscript:
+            return "Subscript out of range";
+        case modConst::errTypeMismatch:
+            return "Type mismatch";
+        case modConst::errFileNotFound:
+            return "File not found";
+        case modConst::errPermissionDenied:
+            return "Permission denied";
+        case modConst::errPathNotFound:
+            return "Path not found";
+        case modConst::errObjectNotSet:
+            return "Object variable or With block variable not set";
+        case modConst::errCantCreateObject:
+            return "ActiveX component can't create object";
+        case modConst::errAppDefined:
+            return "Application-defined or object-defined error";
+        default:
+            return "Application-defined or object-defined error";
     }
 }
 
@@ -53,7 +65,7 @@ void CaptureCurrentError(clsErrObject& oErr) noexcept {
         oErr.Description = ErrDescription(oErr.Number);
     } catch (const std::filesystem::filesystem_error& e) {
         oErr.Number = (e.code() == std::errc::permission_denied) ? modConst::errPermissionDenied
-                                                                  : modConst::errPathNotFound;
+                                                                 : modConst::errPathNotFound;
         oErr.Description = ErrDescription(oErr.Number);
     } catch (...) {
         oErr.Number = modConst::errInvalidCall;
@@ -75,7 +87,8 @@ void ReportRunErrorWith(clsExportContext& ctx, const std::string& sMsg, std::str
     }
 }
 
-void ReportRunError(clsExportContext& ctx, std::string_view sModule, std::string_view sProc) noexcept {
+void ReportRunError(clsExportContext& ctx, std::string_view sModule,
+                    std::string_view sProc) noexcept {
     ReportRunErrorWith(ctx, ctx.Res.MsgRunError, sModule, sProc);
 }
 

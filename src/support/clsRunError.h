@@ -40,7 +40,8 @@ std::string SourceTag(std::string_view sModule, std::string_view sProc);
 
 // Writes the error line for the exception being handled: sMsg + description + " " + number + " " +
 // date-time + " in " + tag. Must be called inside a catch block.
-void ReportRunError(clsExportContext& ctx, std::string_view sModule, std::string_view sProc) noexcept;
+void ReportRunError(clsExportContext& ctx, std::string_view sModule,
+                    std::string_view sProc) noexcept;
 void ReportRunErrorWith(clsExportContext& ctx, const std::string& sMsg, std::string_view sModule,
                         std::string_view sProc) noexcept;
 

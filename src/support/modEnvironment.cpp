@@ -1,7 +1,7 @@
 #include "support/modEnvironment.h"
 
-#include <cstdlib>
 #include <dlfcn.h>
+#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <system_error>
@@ -25,9 +25,13 @@ std::string GetEnv(const char* sName) {
     return s ? std::string(s) : std::string();
 }
 
-bool EndsWithSep(const std::string& s) { return !s.empty() && s.back() == PATH_SEP; }
+bool EndsWithSep(const std::string& s) {
+    return !s.empty() && s.back() == PATH_SEP;
+}
 
-std::string WithTrailingSep(const std::string& s) { return EndsWithSep(s) ? s : s + PATH_SEP; }
+std::string WithTrailingSep(const std::string& s) {
+    return EndsWithSep(s) ? s : s + PATH_SEP;
+}
 
 // The key table's relative paths, written with backslashes, in the platform's form.
 std::string Native(std::string s) {
@@ -85,8 +89,8 @@ std::string GetAppDataTail(const std::string& sAppData) {
         lStart = p + 1;
     }
     size_t lEnd = sAppData.find(PATH_SEP, lStart);
-    std::string sPart = sAppData.substr(lStart, lEnd == std::string::npos ? std::string::npos
-                                                                           : lEnd - lStart);
+    std::string sPart =
+        sAppData.substr(lStart, lEnd == std::string::npos ? std::string::npos : lEnd - lStart);
     size_t a = sPart.find_first_not_of(' ');
     size_t b = sPart.find_last_not_of(' ');
     sPart = (a == std::string::npos) ? std::string() : sPart.substr(a, b - a + 1);
@@ -129,9 +133,8 @@ std::string GetAppDataRoot() {
         sRoot = sUserRoot;
     } else {
         std::string sAllUsers = GetEnv("ALLUSERSPROFILE");
-        std::string sAllRoot = !sAllUsers.empty()
-                                   ? sAllUsers + sTail + FAMILY_FOLDER
-                                   : GetAllUsersAppData() + PATH_SEP + FAMILY_FOLDER;
+        std::string sAllRoot = !sAllUsers.empty() ? sAllUsers + sTail + FAMILY_FOLDER
+                                                  : GetAllUsersAppData() + PATH_SEP + FAMILY_FOLDER;
         if (FolderExists(sAllRoot)) {
             if (!CopyFolder(sAllRoot, sUserRoot)) {
                 ShowMessageBox("WEX (modEnvironment)", "Unable to create user profile copy");
@@ -158,15 +161,24 @@ std::string GetDir(const std::string& sKey) {
             std::string sRoot = GetAppDataRoot();
             bool bNoRoot = sRoot.size() <= 1;
             std::string sProgram = GetProgramDir();
-            if (sKey == "APP_DATA_ROOT_DIR") sPath = sRoot;
-            else if (sKey == "CACHE_DIR") sPath = sRoot + "cache";
-            else if (sKey == "CONFIG_DIR") sPath = sRoot + "config";
-            else if (sKey == "DOWNLOAD_DIR") sPath = sRoot + Native("config\\download");
-            else if (sKey == "ADDINS_DIR") sPath = sRoot + Native("config\\addins");
-            else if (sKey == "SETTINGS_DIR") sPath = sRoot + Native("config\\settings");
-            else if (sKey == "REPORTS_DIR") sPath = sRoot + Native("config\\reports");
-            else if (sKey == "CONNECTIONS_DIR") sPath = sRoot + "connections";
-            else if (sKey == "TEMP_DIR") sPath = sRoot + "temp";
+            if (sKey == "APP_DATA_ROOT_DIR")
+                sPath = sRoot;
+            else if (sKey == "CACHE_DIR")
+                sPath = sRoot + "cache";
+            else if (sKey == "CONFIG_DIR")
+                sPath = sRoot + "config";
+            else if (sKey == "DOWNLOAD_DIR")
+                sPath = sRoot + Native("config\\download");
+            else if (sKey == "ADDINS_DIR")
+                sPath = sRoot + Native("config\\addins");
+            else if (sKey == "SETTINGS_DIR")
+                sPath = sRoot + Native("config\\settings");
+            else if (sKey == "REPORTS_DIR")
+                sPath = sRoot + Native("config\\reports");
+            else if (sKey == "CONNECTIONS_DIR")
+                sPath = sRoot + "connections";
+            else if (sKey == "TEMP_DIR")
+                sPath = sRoot + "temp";
             else if (sKey == "ORV_EXPORT_TEMP_DIR")
                 sPath = bNoRoot ? sProgram + Native("\\Temp\\")
                                 : sRoot + Native("Addin Modules\\Zenfold\\Export\\Temp\\");
@@ -176,7 +188,8 @@ std::string GetDir(const std::string& sKey) {
             else if (sKey == "ORV_IMPORT_DIR")
                 sPath = bNoRoot ? sProgram + PATH_SEP
                                 : sRoot + Native("Addin Modules\\Zenfold\\Import\\");
-            else sPath = sRoot;  // an unknown key takes the root as its base
+            else
+                sPath = sRoot;  // an unknown key takes the root as its base
         }
         return WithTrailingSep(sPath);
     } catch (const clsRunError& e) {
@@ -187,8 +200,12 @@ std::string GetDir(const std::string& sKey) {
     }
 }
 
-void ResetAppDataRootCache() { AppDataRoot.clear(); }
+void ResetAppDataRootCache() {
+    AppDataRoot.clear();
+}
 
-long AppDataRootComputations() { return lRootComputations; }
+long AppDataRootComputations() {
+    return lRootComputations;
+}
 
 }  // namespace modEnvironment

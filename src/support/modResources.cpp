@@ -1,7 +1,7 @@
 #include "support/modResources.h"
 
-#include <cstdio>
 #include <fmt/format.h>
+#include <cstdio>
 
 #include "support/clsExportContext.h"
 
@@ -12,7 +12,7 @@ namespace {
 // The 19 message keys and the 23 configurable names, in the order they are read.
 struct clsResourceKey {
     const char* sXPath;
-    std::string clsResources::* pEntry;
+    std::string clsResources::*pEntry;
 };
 
 const clsResourceKey kResourceKeys[] = {
@@ -149,7 +149,9 @@ std::string FormatGeneralDate(std::time_t t) {
                        FormatLongTime(t));
 }
 
-std::string NowGeneralDate() { return FormatGeneralDate(std::time(nullptr)); }
+std::string NowGeneralDate() {
+    return FormatGeneralDate(std::time(nullptr));
+}
 
 std::string FormatCaptionDate(std::time_t t) {
     std::tm tm = LocalTime(t);

@@ -16,7 +16,7 @@
 struct clsBldExcelTestAccess;
 
 class clsBldExcel {
-  public:
+public:
     explicit clsBldExcel(clsExportContext& ctx);
     ~clsBldExcel();
     clsBldExcel(const clsBldExcel&) = delete;
@@ -90,7 +90,7 @@ class clsBldExcel {
     bool MergeLevel(long nRow, long nFirstCol, long nLastCol, xl::xlWorksheet& oSheet);
     bool AddLevelSheet();
 
-  private:
+private:
     friend struct clsBldExcelTestAccess;
 
     // Caption texts from the settings, with a fallback text.

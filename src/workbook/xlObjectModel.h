@@ -24,6 +24,7 @@ using xlVariant = std::variant<std::monostate, std::string, double>;
 struct xlStyle {
     bool bBold = false;
     bool bItalic = false;
+    bool bUnderline = false;   // single underline (the look of a hyperlink)
     long lFontColorIndex = 0;  // 0: automatic; else 1..56 of the default palette
     double dFontSize = 11;
     long lInteriorColorIndex = 0;  // 0: no fill; else 1..56
@@ -31,8 +32,8 @@ struct xlStyle {
     long lBorderBottom = 0;
     long lBorderLeft = 0;
     long lBorderRight = 0;
-    long lHorizontalAlignment = 1;      // xlGeneral
-    long lVerticalAlignment = -4107;    // xlBottom
+    long lHorizontalAlignment = 1;    // xlGeneral
+    long lVerticalAlignment = -4107;  // xlBottom
     bool bWrapText = false;
     std::string sNumberFormat = "General";
     bool operator==(const xlStyle&) const = default;
@@ -48,37 +49,35 @@ std::string ColumnLetters(long lColumn);
 class xlWorksheet;
 class xlWorkbook;
 class xlRange;
+class xlFont;
+class xlInterior;
+class xlBorder;
+struct xlStyleTable;
 
-class xlFont {
-public:
-    explicit xlFont(const xlRange& r);
-    void FontStyle(const std::string& sStyle);  // "Regular", "Bold", "Italic", "Bold Italic"
-    void Bold(bool b);
-    void Italic(bool b);
-    void ColorIndex(long lIndex);
-    void Size(double dSize);
-
-private:
-    const xlRange& r_;
-};
-
-class xlInterior {
-public:
-    explicit xlInterior(const xlRange& r);
-    void ColorIndex(long lIndex);  // xlColorIndexNone (-4142) removes the fill
-
-private:
-    const xlRange& r_;
-};
-
-class xlBorder {
-public:
-    xlBorder(const xlRange& r, long lIndex);
-    void LineStyle(long lStyle);  // xlContinuous (1) or xlLineStyleNone (-4142)
-
-private:
-    const xlRange& r_;
-    long lIndex_;
+// One change to the format of cells: which property and its new value. Ranges apply changes;
+// the model remembers the result of each change to each distinct format.
+struct xlStyleChange {
+    enum Kind : uint8_t {
+        kBold,
+        kItalic,
+        kFontStyle,  // bold (1) and italic (2) at once
+        kUnderline,
+        kFontColor,
+        kFontSize,
+        kInterior,
+        kBorderLeft,
+        kBorderTop,
+        kBorderBottom,
+        kBorderRight,
+        kHorizontal,
+        kVertical,
+        kWrap,
+        kNumberFormat
+    };
+    Kind eKind = kBold;
+    long lValue = 0;     // flags (0/1), colour indices (0 = none), line styles, alignments
+    double dValue = 0;   // font size
+    std::string sValue;  // number format
 };
 
 // A rectangle of cells of one worksheet (a cell, a span, whole rows, whole columns or all
@@ -96,9 +95,9 @@ public:
     xlVariant GetValue() const;  // the value of the top-left cell
     std::string Text() const;    // the top-left value as text ("" when empty)
 
-    xlFont Font() const { return xlFont(*this); }
-    xlInterior Interior() const { return xlInterior(*this); }
-    xlBorder Borders(long lIndex) const { return xlBorder(*this, lIndex); }
+    xlFont Font() const;
+    xlInterior Interior() const;
+    xlBorder Borders(long lIndex) const;  // 7 left, 8 top, 9 bottom, 10 right edge
 
     void MergeCells(bool bMerge);
     bool GetMergeCells() const;
@@ -121,15 +120,59 @@ public:
     long LastColumn() const { return lCol2_; }
     xlWorksheet* Sheet() const { return pSheet_; }
 
-    // Applies a change to the style of every cell of the range (and to the row, column or
-    // sheet defaults when the range is whole rows, columns or the sheet).
-    template <class Fn>
-    void ApplyStyle(Fn&& fn) const;
+    // Applies a change to the format of every cell of the range (and to the row, column or
+    // sheet format when the range is whole rows, columns or the sheet).
+    void ApplyStyle(const xlStyleChange& oChange) const;
+
+    bool IsWholeRows() const;     // every column of its rows
+    bool IsWholeColumns() const;  // every row of its columns
 
 private:
     xlWorksheet* pSheet_;
     long lRow1_, lCol1_, lRow2_, lCol2_;
 };
+
+class xlFont {
+public:
+    explicit xlFont(const xlRange& r);
+    void FontStyle(const std::string& sStyle);  // "Regular", "Bold", "Italic", "Bold Italic"
+    void Bold(bool b);
+    void Italic(bool b);
+    void ColorIndex(long lIndex);
+    void Size(double dSize);
+
+private:
+    xlRange r_;
+};
+
+class xlInterior {
+public:
+    explicit xlInterior(const xlRange& r);
+    void ColorIndex(long lIndex);  // xlColorIndexNone (-4142) removes the fill
+
+private:
+    xlRange r_;
+};
+
+class xlBorder {
+public:
+    xlBorder(const xlRange& r, long lIndex);
+    void LineStyle(long lStyle);  // xlContinuous (1), xlLineStyleNone (-4142), xlDash, ...
+
+private:
+    xlRange r_;
+    long lIndex_;
+};
+
+inline xlFont xlRange::Font() const {
+    return xlFont(*this);
+}
+inline xlInterior xlRange::Interior() const {
+    return xlInterior(*this);
+}
+inline xlBorder xlRange::Borders(long lIndex) const {
+    return xlBorder(*this, lIndex);
+}
 
 struct xlNameEntry {
     std::string sName;
@@ -138,6 +181,8 @@ struct xlNameEntry {
 };
 
 class xlNames {
+    friend class xlRange;
+
 public:
     explicit xlNames(xlWorksheet* pSheet) : pSheet_(pSheet) {}
     // A name local to the worksheet; raises 1004 for an invalid or over-long name.
@@ -158,10 +203,14 @@ struct xlHyperlinkEntry {
 };
 
 class xlHyperlinks {
+    friend class xlRange;
+
 public:
     explicit xlHyperlinks(xlWorksheet* pSheet) : pSheet_(pSheet) {}
-    // Adds a hyperlink on the anchor's top-left cell. Without TextToDisplay the cell keeps its
-    // text (an empty cell shows the address). Raises 1004 past the worksheet's limit.
+    // Adds a hyperlink on the anchor's top-left cell (replacing one already there). Without
+    // TextToDisplay the cell keeps its text (an empty cell shows the address, else the
+    // sub-address); the cell takes the look of a link. Raises 1004 past the worksheet's limit
+    // and for an address too long for the file.
     void Add(const xlRange& oAnchor, const std::string& sAddress,
              const std::string& sSubAddress = "", const std::string& sScreenTip = "",
              const std::optional<std::string>& sTextToDisplay = std::nullopt);
@@ -175,12 +224,12 @@ private:
 
 class xlPageSetup {
 public:
-    void Orientation(long l) { lOrientation = l; }
+    void Orientation(long l);                          // xlPortrait (1) or xlLandscape (2)
     void PrintTitleRows(const std::string& sAddress);  // a range address; its rows repeat
-    void CenterFooter(const std::string& s) { sCenterFooter = s; }
-    void PrintArea(const std::string& sAddress);
+    void CenterFooter(const std::string& s);           // header/footer codes, such as "&P"
+    void PrintArea(const std::string& sAddress);       // "" removes it
 
-    long lOrientation = 1;  // xlPortrait
+    long lOrientation = 1;        // xlPortrait
     std::string sPrintTitleRows;  // as set, e.g. "$A$1:$D$3"
     long lTitleRow1 = 0, lTitleRow2 = 0;
     std::string sCenterFooter;
@@ -198,6 +247,8 @@ class xlWorksheet {
 public:
     xlWorksheet(xlWorkbook* pBook, std::string sName);
     ~xlWorksheet();
+    xlWorksheet(const xlWorksheet&) = delete;
+    xlWorksheet& operator=(const xlWorksheet&) = delete;
 
     const std::string& Name() const { return sName_; }
 
@@ -213,13 +264,17 @@ public:
     xlPageSetup& PageSetup() { return oPageSetup_; }
     xlNames& Names() { return oNames_; }
     xlHyperlinks& Hyperlinks() { return oHyperlinks_; }
+    const xlPageSetup& PageSetup() const { return oPageSetup_; }
+    const xlNames& Names() const { return oNames_; }
+    const xlHyperlinks& Hyperlinks() const { return oHyperlinks_; }
+    xlWorkbook* Parent() const { return pBook_; }
 
     // Readers.
     std::optional<xlCellView> GetCell(long lRow, long lCol) const;  // none when never touched
-    xlStyle EffectiveStyle(long lRow, long lCol) const;  // also for cells never touched
-    double RowHeightOf(long lRow) const;      // 15 unless set
-    double ColumnWidthOf(long lCol) const;    // 8.43 unless set
-    long UsedLastRow() const;                 // 0 when the sheet holds nothing
+    xlStyle EffectiveStyle(long lRow, long lCol) const;             // also for cells never touched
+    double RowHeightOf(long lRow) const;                            // 15 unless set
+    double ColumnWidthOf(long lCol) const;                          // 8.43 unless set
+    long UsedLastRow() const;  // 0 when the sheet holds nothing
     long UsedLastColumn() const;
     // Merged areas as (row1, col1, row2, col2); never overlapping.
     const std::vector<std::array<long, 4>>& MergedAreas() const;
@@ -243,6 +298,7 @@ public:
     long Count() const { return static_cast<long>(arr_.size()); }
     xlWorksheet& Item(long lIndex);  // 1-based; 9 when out of range
     xlWorksheet& operator()(long lIndex) { return Item(lIndex); }
+    const xlWorksheet& Item(long lIndex) const;
     xlWorksheet& Add();  // a new sheet after the last one, named "SheetN"
 
 private:
@@ -254,7 +310,11 @@ private:
 class xlWorkbook {
 public:
     xlWorkbook();  // with one worksheet, "Sheet1"
+    ~xlWorkbook();
+    xlWorkbook(const xlWorkbook&) = delete;
+    xlWorkbook& operator=(const xlWorkbook&) = delete;
     xlWorksheets& Worksheets() { return oSheets_; }
+    const xlWorksheets& Worksheets() const { return oSheets_; }
     // Fixes the path and writes the workbook as it is now (an empty workbook, at first).
     void SaveAs(const std::string& sFileName, long lAccessMode = 1);
     // Writes the whole workbook under the SaveAs path. Both write a temporary file in the same
@@ -262,10 +322,16 @@ public:
     void Save();
     void Close();
     const std::string& FullName() const { return sFullName_; }
+    bool IsClosed() const { return bClosed_; }
+
+    // The formats of all cells of the workbook's sheets, each distinct one held once.
+    const std::shared_ptr<xlStyleTable>& Styles() const { return pStyles_; }
 
 private:
+    std::shared_ptr<xlStyleTable> pStyles_;
     xlWorksheets oSheets_;
     std::string sFullName_;
+    bool bClosed_ = false;
 };
 
 class xlWorkbooks {

@@ -87,9 +87,10 @@ TEST_F(CaptionTest, EqualOrdersKeepTheExchangeSortOrder) {
     LoadWithCaptions(
         "<EXL_CAPTION_LBL><A ORDER=\"2\">first two</A><B ORDER=\"2\">second two</B>"
         "<C ORDER=\"1\">one</C></EXL_CAPTION_LBL>");
-    ASSERT_TRUE(clsExportExcel::FillExcellCap(
-        ctx, "<S><A>a</A><B>b</B><C>c</C><OBJECT_TYPE>Item</OBJECT_TYPE>"
-             "<SPACE_TYPE>COLLECTION</SPACE_TYPE></S>"));
+    ASSERT_TRUE(
+        clsExportExcel::FillExcellCap(ctx,
+                                      "<S><A>a</A><B>b</B><C>c</C><OBJECT_TYPE>Item</OBJECT_TYPE>"
+                                      "<SPACE_TYPE>COLLECTION</SPACE_TYPE></S>"));
     const clsVarTable& t = ctx.Labels.CaptionTable;
     EXPECT_EQ(t.Item(0, 0), "one");
     EXPECT_EQ(t.Item(0, 1), "second two");

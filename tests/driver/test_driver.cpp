@@ -24,7 +24,7 @@ const char* kSmallItems = R"(<?xml version="1.0"?>
   </Item>
 </Root_Element>)";
 
-std::string Setup(const std::string& sName, const std::string& sType = "Item",
+std::string SetupXml(const std::string& sName, const std::string& sType = "Item",
                   const std::string& sSpace = "STRUCTURE") {
     return "<SETUP><PROJECT>Demo</PROJECT><WORKBOOK_NAME>" + sName +
            "</WORKBOOK_NAME><EXPORTED_BY>me</EXPORTED_BY><EXPORT_DATE/><OBJECT_TYPE>" + sType +
@@ -44,7 +44,9 @@ protected:
     }
     void TearDown() override { modEnvironment::ResetAppDataRootCache(); }
 
-    std::vector<std::string> Log() const { return testutil::ReadLogLines(sExportDir + "ExportExcel.log"); }
+    std::vector<std::string> Log() const {
+        return testutil::ReadLogLines(sExportDir + "ExportExcel.log");
+    }
     bool Run(const std::string& sD, const std::string& sS, const std::string& sSetup,
              const std::string& sExt = ".xlsx") {
         clsExportExcel o;
@@ -69,7 +71,7 @@ protected:
 }  // namespace
 
 TEST_F(DriverTest, EmptySettingsPathLogsTheFixedText) {
-    EXPECT_FALSE(Run(sData, "", Setup("x")));
+    EXPECT_FALSE(Run(sData, "", SetupXml("x")));
     auto arr = Log();
     ASSERT_EQ(arr.size(), 1u);
     EXPECT_TRUE(std::regex_match(arr[0], std::regex("INI FILE NAME IS EMPTY " + kDate))) << arr[0];
@@ -77,7 +79,7 @@ TEST_F(DriverTest, EmptySettingsPathLogsTheFixedText) {
 
 TEST_F(DriverTest, MissingSettingsFileLogsTheFixedTextBeforeAnyMessage) {
     std::string sMissing = tmp.File("nowhere/settings.xml");
-    EXPECT_FALSE(Run(sData, sMissing, Setup("x")));
+    EXPECT_FALSE(Run(sData, sMissing, SetupXml("x")));
     auto arr = Log();
     ASSERT_EQ(arr.size(), 1u);
     EXPECT_EQ(arr[0].rfind("INI FILE " + sMissing + " WAS NOT FOUND ", 0), 0u) << arr[0];
@@ -85,7 +87,7 @@ TEST_F(DriverTest, MissingSettingsFileLogsTheFixedTextBeforeAnyMessage) {
 }
 
 TEST_F(DriverTest, SettingsFolderInsteadOfFileIsNotFound) {
-    EXPECT_FALSE(Run(sData, tmp.Str(), Setup("x")));
+    EXPECT_FALSE(Run(sData, tmp.Str(), SetupXml("x")));
     auto arr = Log();
     ASSERT_EQ(arr.size(), 1u);
     EXPECT_EQ(arr[0].rfind("INI FILE " + tmp.Str() + " WAS NOT FOUND", 0), 0u) << arr[0];
@@ -94,7 +96,7 @@ TEST_F(DriverTest, SettingsFolderInsteadOfFileIsNotFound) {
 TEST_F(DriverTest, SettingsParseErrorIsOneBareLine) {
     std::string sBad = tmp.File("bad-settings.xml");
     testutil::WriteFile(sBad, "<EXPORT_SETTINGS>\n<MESSAGES>\n</EXPORT_SETTINGS>\n");
-    EXPECT_FALSE(Run(sData, sBad, Setup("x")));
+    EXPECT_FALSE(Run(sData, sBad, SetupXml("x")));
     auto arr = Log();
     ASSERT_EQ(arr.size(), 1u);
     EXPECT_TRUE(std::regex_match(
@@ -105,7 +107,7 @@ TEST_F(DriverTest, SettingsParseErrorIsOneBareLine) {
 }
 
 TEST_F(DriverTest, EmptyDataPathLogsMsgFileNameEmpty) {
-    EXPECT_FALSE(Run("", sSettings, Setup("x")));
+    EXPECT_FALSE(Run("", sSettings, SetupXml("x")));
     auto arr = Log();
     ASSERT_EQ(arr.size(), 1u);
     EXPECT_TRUE(std::regex_match(arr[0], std::regex("The data file name is empty\\. " + kDate)))
@@ -114,25 +116,27 @@ TEST_F(DriverTest, EmptyDataPathLogsMsgFileNameEmpty) {
 
 TEST_F(DriverTest, MissingDataFileLogsFileAndWasNotFound) {
     std::string sMissing = tmp.File("data/missing.xml");
-    EXPECT_FALSE(Run(sMissing, sSettings, Setup("x")));
+    EXPECT_FALSE(Run(sMissing, sSettings, SetupXml("x")));
     auto arr = Log();
     ASSERT_EQ(arr.size(), 1u);
     EXPECT_EQ(arr[0].rfind("The data file " + sMissing + " was not found. ", 0), 0u) << arr[0];
 }
 
 TEST_F(DriverTest, UnusableSetupStringLogsMsgSetupStringError) {
-    EXPECT_FALSE(Run(sData, sSettings, Setup("x", "ITEM")));
+    EXPECT_FALSE(Run(sData, sSettings, SetupXml("x", "ITEM")));
     EXPECT_FALSE(Run(sData, sSettings, "<SETUP><broken></SETUP>"));
     auto arr = Log();
     ASSERT_EQ(arr.size(), 2u);
     for (const auto& s : arr)
-        EXPECT_TRUE(std::regex_match(s, std::regex("The setup string is not valid\\. " + kDate))) << s;
+        EXPECT_TRUE(std::regex_match(s, std::regex("The setup string is not valid\\. " + kDate)))
+            << s;
     // No workbook: the data folder still holds the data file alone.
-    EXPECT_EQ(std::distance(fs::directory_iterator(tmp.Path() / "data"), fs::directory_iterator()), 1);
+    EXPECT_EQ(std::distance(fs::directory_iterator(tmp.Path() / "data"), fs::directory_iterator()),
+              1);
 }
 
 TEST_F(DriverTest, IncompleteSettingsLogMsgIncorIniFileData) {
-    EXPECT_FALSE(Run(sData, SettingsWithout("ITEM_ATTR_LBL"), Setup("x")));
+    EXPECT_FALSE(Run(sData, SettingsWithout("ITEM_ATTR_LBL"), SetupXml("x")));
     auto arr = Log();
     ASSERT_EQ(arr.size(), 1u);
     EXPECT_TRUE(std::regex_match(
@@ -142,7 +146,7 @@ TEST_F(DriverTest, IncompleteSettingsLogMsgIncorIniFileData) {
 
 TEST_F(DriverTest, MalformedDataFileLogsTheParseErrorAndMakesNoWorkbook) {
     testutil::WriteFile(sData, "<Root_Element>\n  <Item id=\"1\">\n</Root_Element>");
-    EXPECT_FALSE(Run(sData, sSettings, Setup("")));
+    EXPECT_FALSE(Run(sData, sSettings, SetupXml("")));
     auto arr = Log();
     ASSERT_EQ(arr.size(), 1u);
     EXPECT_EQ(arr[0].rfind("The data file could not be parsed: Start-end tags mismatch on line 3 "
@@ -155,14 +159,17 @@ TEST_F(DriverTest, MalformedDataFileLogsTheParseErrorAndMakesNoWorkbook) {
 
 TEST_F(DriverTest, NoExportableObjectReturnsFalseWithoutAWorkbook) {
     testutil::WriteFile(sData, "<Root_Element/>");
-    EXPECT_FALSE(Run(sData, sSettings, Setup("")));
+    EXPECT_FALSE(Run(sData, sSettings, SetupXml("")));
     // The parser names the problem; the driver adds nothing of its own.
     auto arr = Log();
     ASSERT_EQ(arr.size(), 1u);
-    EXPECT_TRUE(std::regex_match(arr[0], std::regex("Item is not the first child node of the root\\. "
-                                                    "Error in the XML structure: " + kDate)))
+    EXPECT_TRUE(
+        std::regex_match(arr[0], std::regex("Item is not the first child node of the root\\. "
+                                            "Error in the XML structure: " +
+                                            kDate)))
         << arr[0];
-    EXPECT_EQ(std::distance(fs::directory_iterator(tmp.Path() / "data"), fs::directory_iterator()), 1);
+    EXPECT_EQ(std::distance(fs::directory_iterator(tmp.Path() / "data"), fs::directory_iterator()),
+              1);
 }
 
 TEST_F(DriverTest, FewerThanTwoCaptionsFailBuildExcelWithARunTimeError) {
@@ -174,45 +181,47 @@ TEST_F(DriverTest, FewerThanTwoCaptionsFailBuildExcelWithARunTimeError) {
                                   "<EXL_CAPTION_LBL><PROJECT ORDER=\"1\">Project</PROJECT>"
                                   "</EXL_CAPTION_LBL>" +
                                   s.substr(b));
-    EXPECT_FALSE(Run(sData, sOne, Setup("x")));
+    EXPECT_FALSE(Run(sData, sOne, SetupXml("x")));
     auto arr = Log();
     ASSERT_EQ(arr.size(), 1u);
-    EXPECT_TRUE(std::regex_match(
-        arr[0], std::regex("Run-time error: Subscript out of range 9 " + kDate +
-                           R"( in orvExportExcel:clsExportExcel\[BuildExcel\])")))
+    EXPECT_TRUE(
+        std::regex_match(arr[0], std::regex("Run-time error: Subscript out of range 9 " + kDate +
+                                            R"( in orvExportExcel:clsExportExcel\[BuildExcel\])")))
         << arr[0];
-    EXPECT_EQ(std::distance(fs::directory_iterator(tmp.Path() / "data"), fs::directory_iterator()), 1);
+    EXPECT_EQ(std::distance(fs::directory_iterator(tmp.Path() / "data"), fs::directory_iterator()),
+              1);
 }
 
 TEST_F(DriverTest, WorkbookIsNamedAfterTheCaptionValueInTheDataFolder) {
     clsExportExcel o;
-    ASSERT_TRUE(o.ParseMain(sData, sSettings, Setup("Pump BOM"), ".xlsx"));
+    ASSERT_TRUE(o.ParseMain(sData, sSettings, SetupXml("Pump BOM"), ".xlsx"));
     EXPECT_EQ(o.LastWorkbookPath(), tmp.File("data/Pump BOM.xlsx"));
     EXPECT_TRUE(fs::is_regular_file(tmp.File("data/Pump BOM.xlsx")));
     EXPECT_TRUE(Log().empty());
 }
 
 TEST_F(DriverTest, EmptyExtensionGivesXls) {
-    ASSERT_TRUE(Run(sData, sSettings, Setup(""), ""));
+    ASSERT_TRUE(Run(sData, sSettings, SetupXml(""), ""));
     EXPECT_TRUE(fs::is_regular_file(tmp.File("data/export.xls")));
     EXPECT_EQ(testutil::ReadFile(tmp.File("data/export.xls")).substr(0, 2), "PK");
 }
 
 TEST_F(DriverTest, ExtensionWithoutDotIsUsedAsGiven) {
-    ASSERT_TRUE(Run(sData, sSettings, Setup(""), "xlsx"));
+    ASSERT_TRUE(Run(sData, sSettings, SetupXml(""), "xlsx"));
     EXPECT_TRUE(fs::is_regular_file(tmp.File("data/exportxlsx")));
 }
 
 TEST_F(DriverTest, ExistingWorkbookOfTheSamePathIsReplaced) {
     std::string sOut = tmp.File("data/export.xlsx");
     testutil::WriteFile(sOut, "an old file that is not a workbook");
-    ASSERT_TRUE(Run(sData, sSettings, Setup("")));
+    ASSERT_TRUE(Run(sData, sSettings, SetupXml("")));
     EXPECT_EQ(testutil::ReadFile(sOut).substr(0, 2), "PK");
 }
 
 TEST_F(DriverTest, CEntryReturnsMinusOneForTrueAndZeroForFalse) {
-    std::string sSetup = Setup("");
-    EXPECT_EQ(orvExportExcel_ParseMain(sData.c_str(), sSettings.c_str(), sSetup.c_str(), ".xlsx"), -1);
+    std::string sSetup = SetupXml("");
+    EXPECT_EQ(orvExportExcel_ParseMain(sData.c_str(), sSettings.c_str(), sSetup.c_str(), ".xlsx"),
+              -1);
     EXPECT_EQ(orvExportExcel_ParseMain(sData.c_str(), "", sSetup.c_str(), ".xlsx"), 0);
     EXPECT_EQ(orvExportExcel_ParseMain(nullptr, nullptr, nullptr, nullptr), 0);
 }
@@ -221,14 +230,14 @@ TEST_F(DriverTest, LogObserverSeesTheLinesOfTheCall) {
     clsExportExcel o;
     std::vector<std::string> arrSeen;
     o.SetLogObserver([&](const std::string& s) { arrSeen.push_back(s); });
-    EXPECT_FALSE(o.ParseMain("", sSettings, Setup("x"), ""));
+    EXPECT_FALSE(o.ParseMain("", sSettings, SetupXml("x"), ""));
     EXPECT_EQ(arrSeen, Log());
     EXPECT_EQ(arrSeen.size(), 1u);
 }
 
 TEST_F(DriverTest, MissingLogFolderLosesLinesButTheResultStands) {
     fs::remove_all(tmp.Path() / "Korvane" / "Addin Modules");
-    EXPECT_FALSE(Run("", sSettings, Setup("x")));
+    EXPECT_FALSE(Run("", sSettings, SetupXml("x")));
     EXPECT_FALSE(fs::exists(sExportDir));
 }
 

@@ -61,7 +61,7 @@ inline std::string Root(const std::string& sBody) {
 }
 
 class ParseFixture : public ::testing::Test {
-  protected:
+protected:
     // Builds the context from the example settings (sExtraSettings inserted at the end of the
     // settings document) and the example setup file sSetup ("item-structure.xml", ...).
     void Init(const std::string& sSetup, const std::string& sExtraSettings = "") {

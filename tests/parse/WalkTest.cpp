@@ -178,7 +178,8 @@ TEST_F(WalkTest, FirstChildOfAnotherKindThanTheExport) {
     EXPECT_FALSE(Parse(Root(Item("T"))));
     EXPECT_EQ(ctx.Model.ObjCount, -1);
     EXPECT_TRUE(ctx.Model.XItems.empty());
-    ExpectLog({PlainLine("Document is not the first child node of the root. Error in the XML structure:")});
+    ExpectLog({PlainLine(
+        "Document is not the first child node of the root. Error in the XML structure:")});
 }
 
 TEST_F(WalkTest, CommentBeforeTheFirstObjectIsTheFirstChild) {

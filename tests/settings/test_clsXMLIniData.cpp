@@ -74,7 +74,8 @@ TEST(GetOrderedAttrList, ExchangeSortTieBreakOnTwoTwoOne) {
     auto list = o.GetOrderedAttrList("TIES", lCount, arr);
     ASSERT_EQ(lCount, 2);
     std::vector<std::string> arrNames;
-    for (long i = 0; i <= lCount; ++i) arrNames.push_back(list[arr[i][0]].node().name());
+    for (long i = 0; i <= lCount; ++i)
+        arrNames.push_back(list[arr[i][0]].node().name());
     // [2 (first), 2 (second), 1] ends as [1, 2 (second), 2 (first)].
     EXPECT_EQ(arrNames, (std::vector<std::string>{"THIRD", "SECOND", "FIRST"}));
     EXPECT_EQ(arr[0][1], 1);

@@ -100,7 +100,8 @@ TEST_F(DirTest, WithoutAnyDataFolderTheExportDirIsTheProgramFolder) {
     ScopedEnv env("APPDATA", user.Str());
     ScopedEnv env2("ALLUSERSPROFILE", all.Str());
     // No Korvane anywhere and no Release folder three levels up: the root is empty.
-    if (fs::exists(GetProgramDir() + "/../../../Release")) GTEST_SKIP() << "a Release folder exists";
+    if (fs::exists(GetProgramDir() + "/../../../Release"))
+        GTEST_SKIP() << "a Release folder exists";
     EXPECT_EQ(GetAppDataRoot(), "/");
     EXPECT_EQ(GetDir("ORV_EXPORT_DIR"), GetProgramDir() + "/");
     EXPECT_EQ(GetDir("ORV_EXPORT_TEMP_DIR"), GetProgramDir() + "/Temp/");

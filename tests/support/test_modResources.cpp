@@ -60,7 +60,9 @@ TEST(SplitAtLast, EmptyTextOrDelimiterReturnsText) {
     EXPECT_EQ(SplitAtLast("a!b", "", false, true), "a!b");
 }
 
-TEST(SplitAtLast, DelimiterAtTheStart) { EXPECT_EQ(SplitAtLast("!abc", "!", false, false), ""); }
+TEST(SplitAtLast, DelimiterAtTheStart) {
+    EXPECT_EQ(SplitAtLast("!abc", "!", false, false), "");
+}
 
 TEST(SplitAtFirst, UsesTheFirstOccurrence) {
     EXPECT_EQ(SplitAtFirst("1!4!9!", "!", false, false), "1");
@@ -120,9 +122,9 @@ TEST(WriteLog, ErrorLineCarriesDescriptionNumberDateAndSource) {
     WriteLog(ctx, "Run-time error: ", "orvExportExcel:clsBldExcel[FillFiles]", -1, true);
     auto arr = testutil::ReadLogLines(ctx.LogFilePath);
     ASSERT_EQ(arr.size(), 1u);
-    EXPECT_TRUE(std::regex_match(
-        arr[0], std::regex("Run-time error: Subscript out of range 9 " + kDate +
-                           R"( in orvExportExcel:clsBldExcel\[FillFiles\])")))
+    EXPECT_TRUE(
+        std::regex_match(arr[0], std::regex("Run-time error: Subscript out of range 9 " + kDate +
+                                            R"( in orvExportExcel:clsBldExcel\[FillFiles\])")))
         << arr[0];
 }
 
@@ -148,8 +150,9 @@ TEST(TrapRun, LogsTheErrorWithTheProcedureTagAndReturnsTheFailValue) {
     EXPECT_FALSE(b);
     auto arr = testutil::ReadLogLines(ctx.LogFilePath);
     ASSERT_EQ(arr.size(), 1u);
-    EXPECT_TRUE(std::regex_match(arr[0], std::regex("Run-time error: Overflow 6 " + kDate +
-                                                    R"( in orvExportExcel:clsBldExcel\[FillChild\])")))
+    EXPECT_TRUE(
+        std::regex_match(arr[0], std::regex("Run-time error: Overflow 6 " + kDate +
+                                            R"( in orvExportExcel:clsBldExcel\[FillChild\])")))
         << arr[0];
     EXPECT_EQ(ctx.Err.Number, 6);
 }
@@ -182,8 +185,8 @@ TEST(ErrDescription, StandardTexts) {
 
 TEST(InitResources, WithoutMessagesLogsExactlyResourcesWasNotInitialized) {
     TempDir tmp;
-    clsExportContext ctx = ContextWithSettings(
-        "<S><CUSTOM_OBJECTS><ITEM>Item</ITEM></CUSTOM_OBJECTS></S>", tmp);
+    clsExportContext ctx =
+        ContextWithSettings("<S><CUSTOM_OBJECTS><ITEM>Item</ITEM></CUSTOM_OBJECTS></S>", tmp);
     InitResources(ctx);
     auto arr = testutil::ReadLogLines(ctx.LogFilePath);
     ASSERT_EQ(arr.size(), 1u);
@@ -225,17 +228,27 @@ TEST(InitResources, ExampleSettingsFillAllNineteenMessagesAndTwentyThreeNames) {
     ASSERT_TRUE(ctx.IniData->LoadXDoc(testutil::ExamplesDir() + "/settings.xml", sErr)) << sErr;
     InitResources(ctx);
     const clsResources& r = ctx.Res;
-    for (const std::string* p :
-         {&r.MsgFileNameEmpty, &r.MsgFile, &r.MsgWasNotFound, &r.MsgIncorIniFileData,
-          &r.MsgSetupStringError, &r.MsgRunError, &r.MsgLoadParseError, &r.MsgOnLine,
-          &r.MsgAtPosition, &r.MsgErrorXmlStructure, &r.MsgRootNodeNotFound,
-          &r.MsgFirstChildNodeNot, &r.MsgOfItem, &r.MsgHaventChildren, &r.MsgChildOfNode,
-          &r.MsgOfDoc, &r.MsgOfFolder, &r.MsgNotDataset, &r.MsgDocDataset, &r.NameItem,
-          &r.NameItemPsDef, &r.NameItemMnf, &r.NameItmVndMnf, &r.NameItemDoc, &r.NameItemFolder,
-          &r.NameLocalAlternateItem, &r.NameRefDesDef, &r.NameDoc, &r.NameDocPs,
-          &r.NameDocDataset, &r.NameDocItem, &r.NameDocFolder, &r.NameDataset, &r.NameDocDoc,
-          &r.NameFolder, &r.NameFolderPs, &r.NameFolderItem, &r.NameFolderDoc,
-          &r.NameFolderFolder, &r.NameFileName, &r.NameDesignationKey, &r.NameMnfVndKey}) {
+    for (const std::string* p : {&r.MsgFileNameEmpty,    &r.MsgFile,
+                                 &r.MsgWasNotFound,      &r.MsgIncorIniFileData,
+                                 &r.MsgSetupStringError, &r.MsgRunError,
+                                 &r.MsgLoadParseError,   &r.MsgOnLine,
+                                 &r.MsgAtPosition,       &r.MsgErrorXmlStructure,
+                                 &r.MsgRootNodeNotFound, &r.MsgFirstChildNodeNot,
+                                 &r.MsgOfItem,           &r.MsgHaventChildren,
+                                 &r.MsgChildOfNode,      &r.MsgOfDoc,
+                                 &r.MsgOfFolder,         &r.MsgNotDataset,
+                                 &r.MsgDocDataset,       &r.NameItem,
+                                 &r.NameItemPsDef,       &r.NameItemMnf,
+                                 &r.NameItmVndMnf,       &r.NameItemDoc,
+                                 &r.NameItemFolder,      &r.NameLocalAlternateItem,
+                                 &r.NameRefDesDef,       &r.NameDoc,
+                                 &r.NameDocPs,           &r.NameDocDataset,
+                                 &r.NameDocItem,         &r.NameDocFolder,
+                                 &r.NameDataset,         &r.NameDocDoc,
+                                 &r.NameFolder,          &r.NameFolderPs,
+                                 &r.NameFolderItem,      &r.NameFolderDoc,
+                                 &r.NameFolderFolder,    &r.NameFileName,
+                                 &r.NameDesignationKey,  &r.NameMnfVndKey}) {
         EXPECT_FALSE(p->empty());
     }
     EXPECT_EQ(r.MsgRunError, "Run-time error: ");  // trailing blank kept

@@ -137,7 +137,7 @@ inline std::string SettingsWithout(const std::string& sSettings, const std::stri
 }
 
 class BldExcelTest : public ::testing::Test {
-  protected:
+protected:
     void SetUp() override { Prepare("Item", "STRUCTURE"); }
 
     // A fresh context and builder for one kind and mode of export, with the given settings.

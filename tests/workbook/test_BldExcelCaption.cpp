@@ -222,7 +222,7 @@ TEST_F(CaptionBandTest, AttributesHeadingTakesItsCaptionFromTheSettingsOrFallsBa
 namespace {
 
 class LevelSheetTest : public BldExcelTest {
-  protected:
+protected:
     // A main panel as a structure export writes it: levels in column A, IDs in column B.
     void FillMainPanel(const std::vector<double>& arrLevels) {
         const clsVarTable& t = ctx->Labels.CaptionTable;

@@ -7,7 +7,7 @@ using namespace wbtest;
 namespace {
 
 class DetailTest : public BldExcelTest {
-  protected:
+protected:
     XItemStruct Child(const std::string& sId, const std::string& sFindNo, const std::string& sQty,
                       const std::string& sRefDes, std::vector<std::string> arrAlts = {}) {
         XItemStruct r = XItem(1, Head(sId, sId + " desc", "A"));

@@ -6,7 +6,7 @@ using namespace wbtest;
 namespace {
 
 class LayoutTest : public BldExcelTest {
-  protected:
+protected:
     // An item with every kind of relation: a part list with alternates, a document with two
     // files, a folder, two manufacturers (one with suppliers) and a supplier of its own.
     void RichItem(int16_t nMnfVndFlag) {

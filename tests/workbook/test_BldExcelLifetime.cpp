@@ -10,7 +10,7 @@ namespace fs = std::filesystem;
 namespace {
 
 class LifetimeTest : public BldExcelTest {
-  protected:
+protected:
     // A builder without an open workbook.
     std::unique_ptr<clsBldExcel> Fresh() { return std::make_unique<clsBldExcel>(*ctx); }
     static std::string AnyErrorLine(const std::string& sProc) {
@@ -20,7 +20,7 @@ class LifetimeTest : public BldExcelTest {
 };
 
 class SheetPlanTest : public BldExcelTest {
-  protected:
+protected:
     // Three items without relations, levels 0, 1, 1.
     void ThreeItems() {
         M().XItems = {XItem(0, Head("P-100", "Top", "B")), XItem(1, Head("C-1", "Bolt", "A")),

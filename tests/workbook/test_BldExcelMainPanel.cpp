@@ -6,7 +6,7 @@ using namespace wbtest;
 namespace {
 
 class MainPanelTest : public BldExcelTest {
-  protected:
+protected:
     void Tags(long k) {
         ctx->Labels.AdditionalTagTable.ReDim(2, k - 1);
         for (long j = 0; j < k; ++j) {

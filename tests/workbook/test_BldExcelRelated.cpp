@@ -6,7 +6,7 @@ using namespace wbtest;
 namespace {
 
 class RelatedTest : public BldExcelTest {
-  protected:
+protected:
     const xl::xlHyperlinkEntry* LinkAt(long r, long c) {
         for (const auto& h : S().Hyperlinks().Items()) {
             if (h.lRow == r && h.lCol == c) return &h;
@@ -417,4 +417,17 @@ TEST_F(RelatedTest, MakerErrorsAreLoggedUnderTheirNames) {
         arr[1], std::regex(ErrorLineRegex("Subscript out of range", 9, "FillManufactur"))));
     EXPECT_TRUE(std::regex_match(
         arr[2], std::regex(ErrorLineRegex("Subscript out of range", 9, "FillSuppliers"))));
+}
+
+TEST_F(RelatedTest, AFileWithoutANameKeepsItsLinesAndGetsNoLink) {
+    long nRow = 2;
+    ASSERT_TRUE(bld->FillFiles({File(""), File("b.pdf")}, 1, nRow));
+    EXPECT_EQ(Text(2, 1), "File Name");
+    EXPECT_EQ(Text(2, 2), "");
+    ExpectFileLine(4, "b.pdf");
+    EXPECT_EQ(nRow, 6);
+    const auto& arrLinks = S().Hyperlinks().Items();
+    ASSERT_EQ(arrLinks.size(), 1u);
+    EXPECT_EQ(arrLinks[0].lRow, 4);
+    EXPECT_TRUE(LogLines().empty());
 }

@@ -1,0 +1,190 @@
+// The storage behind the spreadsheet object model, shared by the model and the .xlsx saver.
+//
+// Cells are kept per row, in vectors sorted by column, 16 bytes each; texts live in an arena of
+// the sheet. Formats are interned in a table of the workbook and referred to by small ids; the
+// result of applying a change to a format is remembered, so formatting a million cells costs a
+// million table look-ups, not a million format copies.
+//
+// What a cell shows when it has no record of its own: the format of its row when the row was
+// formatted as a whole, else that of its column, else the sheet's. Every whole-row, whole-column
+// and whole-sheet change keeps this true by creating records only where a cell would otherwise
+// show the wrong format (where a formatted row crosses a formatted column), as the application
+// does.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "workbook/xlObjectModel.h"
+
+namespace xl {
+
+// Interned formats and changes, with the memo of change results.
+struct xlStyleTable {
+    xlStyleTable();
+
+    uint32_t Intern(const xlStyle& oStyle);
+    const xlStyle& Get(uint32_t lId) const { return arrStyles[lId]; }
+    size_t Count() const { return arrStyles.size(); }
+
+    uint32_t InternChange(const xlStyleChange& oChange);
+    // The format that results from applying change lChange to format lStyle.
+    uint32_t Apply(uint32_t lStyle, uint32_t lChange);
+
+    struct StyleHash {
+        size_t operator()(const xlStyle& s) const noexcept;
+    };
+    struct ChangeKey {
+        uint8_t eKind;
+        long lValue;
+        uint64_t dBits;
+        std::string sValue;
+        bool operator==(const ChangeKey&) const = default;
+    };
+    struct ChangeHash {
+        size_t operator()(const ChangeKey& k) const noexcept;
+    };
+
+    std::vector<xlStyle> arrStyles;  // id 0: the default format
+    std::unordered_map<xlStyle, uint32_t, StyleHash> mapStyles;
+    std::vector<xlStyleChange> arrChanges;
+    std::unordered_map<ChangeKey, uint32_t, ChangeHash> mapChanges;
+    std::unordered_map<uint64_t, uint32_t> mapApplied;
+};
+
+namespace detail {
+
+constexpr uint32_t kUnformatted = std::numeric_limits<uint32_t>::max();
+constexpr uint16_t kNoHeight = std::numeric_limits<uint16_t>::max();
+constexpr double kDefaultRowHeight = 15.0;
+constexpr double kDefaultColumnWidth = 8.43;
+
+// The texts of one sheet: each one is stored once, behind its length, in 1 MiB chunks.
+class TextArena {
+public:
+    uint64_t Add(std::string_view s);
+    std::string_view Get(uint64_t lRef) const {
+        const char* p = arrChunks_[lRef >> kShift].get() + (lRef & kMask);
+        uint32_t n;
+        std::memcpy(&n, p, sizeof n);
+        return {p + sizeof n, n};
+    }
+    void Release(uint64_t lRef) { lWasted_ += Get(lRef).size() + sizeof(uint32_t); }
+    size_t Wasted() const { return lWasted_; }
+
+private:
+    static constexpr unsigned kShift = 20;
+    static constexpr uint64_t kChunk = uint64_t{1} << kShift;
+    static constexpr uint64_t kMask = kChunk - 1;
+    std::vector<std::unique_ptr<char[]>> arrChunks_;
+    uint64_t lUsed_ = kChunk;  // bytes used in the last chunk
+    size_t lWasted_ = 0;
+};
+
+enum : uint8_t { kEmpty = 0, kText = 1, kNumber = 2 };
+
+// One cell record: column, kind of value, format id and the value (a number, or a text of the
+// arena).
+struct Cell {
+    uint16_t nCol;
+    uint8_t eType;
+    uint8_t nSpare;
+    uint32_t lStyle;
+    uint64_t lPayload;
+
+    double Number() const {
+        double d;
+        std::memcpy(&d, &lPayload, sizeof d);
+        return d;
+    }
+    void SetNumber(double d) { std::memcpy(&lPayload, &d, sizeof d); }
+};
+static_assert(sizeof(Cell) == 16, "a cell record is 16 bytes");
+
+struct Row {
+    std::vector<Cell> arrCells;         // sorted by column
+    uint32_t lStyle = kUnformatted;     // the row's own format, when formatted as a whole
+    uint16_t nHeightTwips = kNoHeight;  // 1/20 point
+};
+
+inline uint64_t CellKey(long lRow, long lCol) {
+    return (static_cast<uint64_t>(lRow) << 16) | static_cast<uint64_t>(lCol);
+}
+
+// The target that the saver hands to the writer for a hyperlink: "internal:NAME" for a place in
+// the workbook, "external:PATH" for a file, the address itself when it has a URL scheme, and
+// "file://PATH" for an absolute POSIX path.
+std::string LinkTarget(const std::string& sAddress, const std::string& sSubAddress);
+// The length the writer checks against its limit (after escaping and the file:/// prefix).
+size_t LinkCheckedLength(const std::string& sTarget);
+constexpr size_t kMaxLinkLength = 2079;
+
+// Length in UTF-16 code units, as the application counts characters.
+size_t Utf16Length(std::string_view s);
+
+// 'Sheet name' quoted when a formula needs the quotes.
+std::string QuoteSheetName(const std::string& sName);
+
+}  // namespace detail
+
+struct xlWorksheet::Impl {
+    explicit Impl(std::shared_ptr<xlStyleTable> p);
+
+    std::shared_ptr<xlStyleTable> pStyles;
+    std::vector<detail::Row> arrRows;  // index: row - 1
+    uint32_t lSheetStyle = 0;
+    std::vector<uint32_t> arrColStyle;  // index: column; kUnformatted unless formatted
+    std::vector<float> arrColWidth;     // index: column; negative unless set
+    std::vector<uint16_t> arrFormattedCols;
+    double dDefaultRowHeight = detail::kDefaultRowHeight;
+    detail::TextArena oText;
+
+    // Merged areas (row1, col1, row2, col2), and for each row the areas that cover it.
+    std::vector<std::array<long, 4>> arrMerged;
+    std::unordered_map<long, std::vector<uint32_t>> mapMergedRows;
+
+    // Hyperlinks by cell, and defined names by their upper-case text: positions in the lists.
+    std::unordered_map<uint64_t, uint32_t> mapLinks;
+    std::unordered_map<std::string, uint32_t> mapNames;
+
+    // Cells.
+    detail::Row& EnsureRow(long lRow);
+    const detail::Row* FindRow(long lRow) const {
+        return lRow >= 1 && static_cast<size_t>(lRow) <= arrRows.size() ? &arrRows[lRow - 1]
+                                                                        : nullptr;
+    }
+    const detail::Cell* FindCell(long lRow, long lCol) const;
+    detail::Cell* FindCell(long lRow, long lCol);
+    detail::Cell& GetOrCreate(long lRow, long lCol);
+    // What a cell without a record of its own shows.
+    uint32_t Background(long lRow, long lCol) const;
+    uint32_t Background(const detail::Row& oRow, long lCol) const {
+        if (oRow.lStyle != detail::kUnformatted) return oRow.lStyle;
+        uint32_t s = arrColStyle[lCol];
+        return s != detail::kUnformatted ? s : lSheetStyle;
+    }
+    uint32_t EffectiveStyleId(long lRow, long lCol) const;
+
+    void SetValue(detail::Cell& c, const xlVariant& v);
+    xlVariant ValueOf(const detail::Cell& c) const;
+
+    // Formats.
+    void ApplyToCells(long r1, long c1, long r2, long c2, uint32_t lChange);
+    void ApplyToRows(long r1, long r2, uint32_t lChange);
+    void ApplyToColumns(long c1, long c2, uint32_t lChange);
+    void ApplyToSheet(uint32_t lChange);
+
+    // Merged areas.
+    void AddMerged(const std::array<long, 4>& a);
+    void RemoveMerged(uint32_t lIndex);
+    std::vector<uint32_t> MergedIntersecting(long r1, long c1, long r2, long c2) const;
+};
+
+}  // namespace xl

@@ -1,0 +1,427 @@
+// The .xlsx saver: workbooks written to a temporary folder and read back with openpyxl (through
+// dump_xlsx.py), and how saving behaves when the place cannot be written.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <set>
+#include <string>
+
+#include "JsonLite.h"
+#include "TestUtil.h"
+#include "support/clsRunError.h"
+#include "support/modConst.h"
+#include "workbook/xlObjectModel.h"
+
+using namespace modConst;
+using jsonlite::Value;
+using xl::xlRange;
+using xl::xlWorksheet;
+namespace fs = std::filesystem;
+
+namespace {
+
+long ErrorOf(const std::function<void()>& fn) {
+    try {
+        fn();
+    } catch (const clsRunError& e) {
+        return e.Number;
+    }
+    return 0;
+}
+
+#define EXPECT_RUN_ERROR(stmt, num) EXPECT_EQ(ErrorOf([&] { stmt; }), (num))
+
+// The workbook as openpyxl reads it.
+Value Dump(const std::string& sFile) {
+    const std::string sCmd = "/usr/bin/python3 '" + testutil::SourceDir() +
+                             "/tests/xlmodel/dump_xlsx.py' '" + sFile + "' 2>&1";
+    FILE* p = popen(sCmd.c_str(), "r");
+    if (!p) throw std::runtime_error("cannot run dump_xlsx.py");
+    std::string s;
+    char buf[65536];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, p)) > 0)
+        s.append(buf, n);
+    const int rc = pclose(p);
+    if (rc != 0) throw std::runtime_error("dump_xlsx.py failed: " + s);
+    return jsonlite::Parse(s);
+}
+
+std::set<std::string> Entries(const std::string& sDir) {
+    std::set<std::string> out;
+    for (const auto& e : fs::directory_iterator(sDir))
+        out.insert(e.path().filename().string());
+    return out;
+}
+
+bool IsZip(const std::string& sFile) {
+    return testutil::ReadFile(sFile).rfind("PK", 0) == 0;
+}
+
+// The sheet plan the builder lays out, in small.
+void FillLikeTheBuilder(xlWorksheet& ws) {
+    ws.Columns().ColumnWidth(21);
+    ws.Cells().HorizontalAlignment(xlLeft);
+    ws.Cells().WrapText(true);
+    ws.Cells().NumberFormat("@");
+    ws.Rows(1).Font().FontStyle("Bold");
+    ws.Cells(1, 1).Value("Object Type");
+    ws.Cells(2, 1).Value("Items");
+
+    ws.Rows(4).RowHeight(18);
+    xlRange band = ws.Range(ws.Cells(4, 1), ws.Cells(4, 7));
+    band.MergeCells(true);
+    band.HorizontalAlignment(xlLeft);
+    band.VerticalAlignment(xlBottom);
+    band.Interior().ColorIndex(1);
+    band.Font().ColorIndex(2);
+    band.Font().Size(14);
+    band.Borders(xlEdgeTop).LineStyle(xlContinuous);
+    band.Borders(xlEdgeBottom).LineStyle(xlContinuous);
+    ws.Cells(4, 1).Value("Main Panel");
+    ws.Cells(4, 1).Font().FontStyle("Bold");
+
+    ws.Rows(5).Font().FontStyle("Bold");
+    ws.Cells(5, 1).Value("Level");
+    ws.Cells(5, 2).Value("ID");
+    ws.Cells(6, 1).Value(1L);
+    ws.Cells(6, 2).Value("P-100");
+    ws.Cells(7, 1).Value(2L);
+    ws.Cells(7, 2).Value("P-200");
+
+    ws.Names().Add("ID_P_45100_B_0", ws.Rows(10));
+    ws.Names().Add("ID_P_45200_B_1", ws.Rows(14));
+    ws.Hyperlinks().Add(ws.Cells(6, 2), "", "ID_P_45100_B_0");
+    ws.Hyperlinks().Add(ws.Cells(7, 1), "", "ID_P_45200_B_1");  // on a number
+
+    xlRange caption = ws.Range(ws.Cells(10, 1), ws.Cells(10, 6));
+    caption.MergeCells(true);
+    caption.HorizontalAlignment(xlLeft);
+    caption.VerticalAlignment(xlBottom);
+    caption.Borders(xlEdgeTop).LineStyle(xlContinuous);
+    caption.Borders(xlEdgeBottom).LineStyle(xlContinuous);
+    ws.Cells(10, 1).Value("Files of Document");
+    ws.Cells(10, 1).Font().FontStyle("Bold Italic");
+    ws.Cells(10, 1).Font().ColorIndex(48);
+
+    ws.Cells(11, 2).Value("a.pdf");
+    ws.Hyperlinks().Add(ws.Cells(11, 2), "docs/a.pdf", "", "", std::string("a.pdf"));
+    ws.Hyperlinks().Add(ws.Cells(12, 2), "C:\\docs\\b c.pdf", "", "open it");
+    ws.Hyperlinks().Add(ws.Cells(13, 2), "https://example.com/x?a=1");
+    ws.Hyperlinks().Add(ws.Cells(14, 2), "/srv/files/#1.pdf");
+
+    ws.Cells().VerticalAlignment(xlTop);
+    ws.PageSetup().Orientation(xlLandscape);
+    ws.PageSetup().PrintTitleRows(ws.Range(ws.Cells(1, 1), ws.Cells(3, 4)).Address());
+    ws.PageSetup().CenterFooter("&P");
+    ws.PageSetup().PrintArea(ws.Range(ws.Cells(1, 1), ws.Cells(14, 6)).Address());
+}
+
+const Value* LinkAt(const Value& sheet, const std::string& sRef) {
+    for (const Value& h : sheet["hyperlinks"].arr) {
+        if (h["ref"].Str() == sRef) return &h;
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+TEST(Saver, SaveAsWritesAnEmptyWorkbookAtOnce) {
+    testutil::TempDir d;
+    xl::xlApplication app;
+    xl::xlWorkbook& book = app.Workbooks().Add();
+    const std::string sFile = d.File("Export.xls");
+    book.SaveAs(sFile, xlNoChange);
+    EXPECT_EQ(book.FullName(), sFile);
+    EXPECT_EQ(Entries(d.Str()), std::set<std::string>{"Export.xls"});
+    // An Office Open XML workbook, whatever the extension says.
+    EXPECT_TRUE(IsZip(sFile));
+    const Value v = Dump(sFile);
+    ASSERT_EQ(v["sheets"].Size(), 1u);
+    EXPECT_EQ(v["sheets"][0]["title"].Str(), "Sheet1");
+    EXPECT_EQ(v["sheets"][0]["cells"].Size(), 0u);
+}
+
+TEST(Saver, TheWholeWorkbookReadsBack) {
+    testutil::TempDir d;
+    xl::xlApplication app;
+    xl::xlWorkbook& book = app.Workbooks().Add();
+    const std::string sFile = d.File("Export.xls");
+    book.SaveAs(sFile);
+    xlWorksheet& ws = book.Worksheets()(1);
+    FillLikeTheBuilder(ws);
+    xlWorksheet& ws2 = book.Worksheets().Add();
+    ws2.Names().Add("Local2", ws2.Range("A1:B2"));
+    ws.Range(ws.Cells(1, 1), ws.Cells(2, 2)).Copy(ws2.Range(ws2.Cells(1, 1), ws2.Cells(2, 2)));
+    book.Save();
+    book.Close();
+    app.Quit();
+
+    EXPECT_EQ(Entries(d.Str()), std::set<std::string>{"Export.xls"});
+    const Value v = Dump(sFile);
+    ASSERT_EQ(v["sheets"].Size(), 2u);
+    const Value& s = v["sheets"][0];
+    const Value& c = s["cells"];
+
+    // Values: numbers stay numbers, the rest is text.
+    EXPECT_EQ(c["A1"]["value"].Str(), "Object Type");
+    EXPECT_EQ(c["A1"]["type"].Str(), "s");
+    EXPECT_EQ(c["A6"]["type"].Str(), "n");
+    EXPECT_EQ(c["A6"]["value"].Num(), 1);
+    EXPECT_EQ(c["A7"]["type"].Str(), "n");  // a link on a number keeps the number
+    EXPECT_EQ(c["A7"]["value"].Num(), 2);
+    EXPECT_EQ(c["B6"]["value"].Str(), "P-100");
+
+    // Sheet-wide formats reached every cell, the final top alignment included.
+    for (const auto& [ref, cell] : c.obj) {
+        EXPECT_EQ(cell["horizontal"].Str(), "left") << ref;
+        EXPECT_EQ(cell["vertical"].Str(), "top") << ref;
+        EXPECT_TRUE(cell["wrap"].Bool()) << ref;
+        EXPECT_EQ(cell["format"].Str(), "@") << ref;
+    }
+    EXPECT_TRUE(c["A1"]["bold"].Bool());
+    EXPECT_FALSE(c["A2"]["bold"].Bool());
+    EXPECT_TRUE(c["A5"]["bold"].Bool());
+    ASSERT_TRUE(s["rows"]["1"].Has("style"));
+    EXPECT_TRUE(s["rows"]["1"]["style"]["bold"].Bool());
+    EXPECT_EQ(s["rows"]["1"]["style"]["vertical"].Str(), "top");
+    ASSERT_EQ(s["cols"].Size(), 1u);
+    EXPECT_EQ(s["cols"][0]["min"].Num(), 1);
+    EXPECT_EQ(s["cols"][0]["max"].Num(), 16384);
+    EXPECT_NEAR(s["cols"][0]["width"].Num(), 21.71, 0.01);  // 21 characters, as stored
+    EXPECT_EQ(s["cols"][0]["style"]["format"].Str(), "@");
+    EXPECT_EQ(s["cols"][0]["style"]["vertical"].Str(), "top");
+
+    // The caption band: every cell of the merged area carries fill, font and borders.
+    const Value& raw = v["raw"][0];
+    EXPECT_EQ(s["rows"]["4"]["height"].Num(), 18);
+    for (const char* ref : {"A4", "B4", "C4", "D4", "E4", "F4", "G4"}) {
+        const Value& x = raw[ref];
+        ASSERT_FALSE(x.IsNull()) << ref;
+        EXPECT_EQ(x["fill"].Str(), "000000") << ref;
+        EXPECT_EQ(x["color"].Str(), "FFFFFF") << ref;
+        EXPECT_EQ(x["size"].Num(), 14) << ref;
+        EXPECT_EQ(x["top"].Str(), "thin") << ref;
+        EXPECT_EQ(x["bottom"].Str(), "thin") << ref;
+    }
+    EXPECT_EQ(c["A4"]["value"].Str(), "Main Panel");
+    EXPECT_TRUE(c["A4"]["bold"].Bool());
+    EXPECT_FALSE(raw["B4"]["bold"].Bool());
+    EXPECT_FALSE(raw["B4"]["has_value"].Bool());
+    EXPECT_EQ(raw["G4"]["vertical"].Str(), "top");
+    EXPECT_TRUE(c["A10"]["bold"].Bool());
+    EXPECT_TRUE(c["A10"]["italic"].Bool());
+    EXPECT_EQ(c["A10"]["color"].Str(), "969696");
+    EXPECT_EQ(raw["F10"]["bottom"].Str(), "thin");
+    EXPECT_TRUE(raw["F10"]["fill"].IsNull());
+
+    std::vector<std::string> merged;
+    for (const Value& m : s["merged"].arr)
+        merged.push_back(m.Str());
+    EXPECT_EQ(merged, (std::vector<std::string>{"A10:F10", "A4:G4"}));
+
+    // Names local to their sheet.
+    std::map<std::string, std::pair<double, std::string>> names;
+    for (const Value& n : v["names"].arr) {
+        names[n["name"].Str()] = {n["local_sheet"].Num(), n["refers_to"].Str()};
+    }
+    ASSERT_EQ(names.size(), 3u);
+    EXPECT_EQ(names["ID_P_45100_B_0"], std::make_pair(0.0, std::string("Sheet1!$10:$10")));
+    EXPECT_EQ(names["ID_P_45200_B_1"], std::make_pair(0.0, std::string("Sheet1!$14:$14")));
+    EXPECT_EQ(names["Local2"], std::make_pair(1.0, std::string("Sheet2!$A$1:$B$2")));
+
+    // Hyperlinks.
+    const Value* h = LinkAt(s, "B6");
+    ASSERT_TRUE(h);
+    EXPECT_EQ((*h)["location"].Str(), "ID_P_45100_B_0");
+    EXPECT_TRUE((*h)["target"].IsNull());
+    EXPECT_EQ(c["B6"]["underline"].Str(), "single");
+    ASSERT_TRUE((h = LinkAt(s, "A7")));
+    EXPECT_EQ((*h)["location"].Str(), "ID_P_45200_B_1");
+    ASSERT_TRUE((h = LinkAt(s, "B11")));
+    EXPECT_EQ((*h)["target"].Str(), "docs\\a.pdf");
+    EXPECT_EQ(c["B11"]["value"].Str(), "a.pdf");
+    ASSERT_TRUE((h = LinkAt(s, "B12")));
+    EXPECT_EQ((*h)["target"].Str(), "file:///C:\\docs\\b%20c.pdf");
+    EXPECT_EQ((*h)["tooltip"].Str(), "open it");
+    EXPECT_EQ(c["B12"]["value"].Str(), "C:\\docs\\b c.pdf");
+    ASSERT_TRUE((h = LinkAt(s, "B13")));
+    EXPECT_EQ((*h)["target"].Str(), "https://example.com/x?a=1");
+    ASSERT_TRUE((h = LinkAt(s, "B14")));
+    EXPECT_EQ((*h)["target"].Str(), "file:///srv/files/%231.pdf");
+    EXPECT_EQ(s["hyperlinks"].Size(), 6u);
+
+    // Page set-up.
+    EXPECT_EQ(s["print_title_rows"].Str(), "$1:$3");
+    ASSERT_EQ(s["print_area"].Size(), 1u);
+    EXPECT_EQ(s["print_area"][0].Str(), "$A$1:$F$14");
+    EXPECT_EQ(s["footer_center"].Str(), "&P");
+    EXPECT_EQ(s["orientation"].Str(), "landscape");
+
+    // The second sheet holds the copy.
+    const Value& s2 = v["sheets"][1];
+    EXPECT_EQ(s2["title"].Str(), "Sheet2");
+    EXPECT_EQ(s2["cells"]["A1"]["value"].Str(), "Object Type");
+    EXPECT_TRUE(s2["cells"]["A1"]["bold"].Bool());
+    EXPECT_EQ(s2["cells"]["A2"]["value"].Str(), "Items");
+    EXPECT_NE(s2["orientation"].Str(), "landscape");
+}
+
+TEST(Saver, FormatsWhereRowsAndColumnsCross) {
+    testutil::TempDir d;
+    xl::xlWorkbook book;
+    xlWorksheet& ws = book.Worksheets()(1);
+    ws.Columns(2).Interior().ColorIndex(3);
+    ws.Rows(5).Font().Bold(true);
+    ws.Cells(5, 4).Value("in row");
+    ws.Cells(8, 2).Value("in column");
+    ws.Rows(9).RowHeight(30);
+    book.SaveAs(d.File("x.xlsx"));
+    const Value v = Dump(d.File("x.xlsx"));
+    const Value& s = v["sheets"][0];
+    EXPECT_TRUE(s["cells"]["B5"]["bold"].Bool());
+    EXPECT_EQ(s["cells"]["B5"]["fill"].Str(), "FF0000");
+    EXPECT_TRUE(s["cells"]["D5"]["bold"].Bool());
+    EXPECT_TRUE(s["cells"]["D5"]["fill"].IsNull());
+    EXPECT_EQ(s["cells"]["B8"]["fill"].Str(), "FF0000");
+    EXPECT_FALSE(s["cells"]["B8"]["bold"].Bool());
+    EXPECT_TRUE(s["rows"]["5"]["style"]["bold"].Bool());
+    EXPECT_EQ(s["rows"]["9"]["height"].Num(), 30);
+    bool bColB = false;
+    for (const Value& col : s["cols"].arr) {
+        if (col["min"].Num() == 2 && col["max"].Num() == 2) {
+            bColB = col["style"]["fill"].Str() == "FF0000";
+        }
+    }
+    EXPECT_TRUE(bColB);
+}
+
+TEST(Saver, MergedAreasOverSeveralRows) {
+    testutil::TempDir d;
+    xl::xlWorkbook book;
+    xlWorksheet& ws = book.Worksheets()(1);
+    ws.Cells(20, 1).Value("top-left");
+    ws.Cells(21, 3).Value("dropped");
+    ws.Cells(21, 5).Value("beside");
+    xlRange r = ws.Range("A20:C22");
+    r.MergeCells(true);
+    r.Borders(xlEdgeBottom).LineStyle(xlContinuous);
+    r.Borders(xlEdgeRight).LineStyle(xlContinuous);
+    ws.Range("B30:C30").MergeCells(true);  // nothing else on its row
+    book.SaveAs(d.File("m.xlsx"));
+    const Value v = Dump(d.File("m.xlsx"));
+    const Value& s = v["sheets"][0];
+    std::vector<std::string> merged;
+    for (const Value& m : s["merged"].arr)
+        merged.push_back(m.Str());
+    EXPECT_EQ(merged, (std::vector<std::string>{"A20:C22", "B30:C30"}));
+    EXPECT_EQ(s["cells"]["A20"]["value"].Str(), "top-left");
+    EXPECT_EQ(s["cells"]["E21"]["value"].Str(), "beside");
+    // Each cell of the area has its own record and format: the bottom edge on row 22, the
+    // right edge on column C.
+    const Value raw = v["raw"][0];
+    for (const char* ref : {"A22", "B22", "C22"})
+        EXPECT_EQ(raw[ref]["bottom"].Str(), "thin") << ref;
+    for (const char* ref : {"C20", "C21", "C22"})
+        EXPECT_EQ(raw[ref]["right"].Str(), "thin") << ref;
+    for (const char* ref : {"A20", "A21", "B21"}) {
+        EXPECT_TRUE(raw[ref]["bottom"].IsNull()) << ref;
+        EXPECT_TRUE(raw[ref]["right"].IsNull()) << ref;
+    }
+    EXPECT_FALSE(raw["C21"]["has_value"].Bool());  // only the top-left value is kept
+}
+
+TEST(Saver, OneFileFormatPerDistinctCellFormat) {
+    testutil::TempDir d;
+    xl::xlWorkbook book;
+    xlWorksheet& ws = book.Worksheets()(1);
+    for (long r = 1; r <= 2000; ++r) {
+        ws.Cells(r, 1).Value("x");
+        if (r % 2) ws.Cells(r, 1).Font().Bold(true);
+        ws.Cells(r, 2).Value(static_cast<double>(r));
+        ws.Cells(r, 2).Interior().ColorIndex(6);
+    }
+    book.SaveAs(d.File("f.xlsx"));
+    const Value v = Dump(d.File("f.xlsx"));
+    EXPECT_EQ(v["cell_formats"].Num(), 3);  // the default (plain text), bold, yellow fill
+}
+
+TEST(Saver, LimitsThatTheWriterAccepts) {
+    testutil::TempDir d;
+    xl::xlWorkbook book;
+    xlWorksheet& ws = book.Worksheets()(1);
+    ws.Cells(1, 1).Value(std::string(32767, 'a'));
+    ws.Hyperlinks().Add(ws.Cells(2, 1), "https://" + std::string(2071, 'h'));
+    ws.Hyperlinks().Add(ws.Cells(3, 1), "c:\\" + std::string(2068, 'f'));
+    ws.Cells().RowHeight(20);
+    book.SaveAs(d.File("l.xlsx"));
+    const Value s = Dump(d.File("l.xlsx"))["sheets"][0];
+    EXPECT_EQ(s["cells"]["A1"]["value"].Str().size(), 32767u);
+    EXPECT_EQ(s["hyperlinks"].Size(), 2u);
+}
+
+TEST(Saver, AnUnwritablePlaceFailsAtOnceAndLeavesNothing) {
+    testutil::TempDir d;
+    xl::xlApplication app;
+    xl::xlWorkbook& book = app.Workbooks().Add();
+    EXPECT_RUN_ERROR(book.SaveAs(d.File("missing/Export.xls")), 1004);
+    testutil::WriteFile(d.File("plain"), "a file, not a folder");
+    EXPECT_RUN_ERROR(book.SaveAs(d.File("plain/Export.xls")), 1004);
+    EXPECT_EQ(book.FullName(), "");
+    EXPECT_EQ(Entries(d.Str()), std::set<std::string>{"plain"});
+    if (::geteuid() != 0) {  // permissions do not stop the superuser
+        fs::create_directory(d.File("ro"));
+        fs::permissions(d.File("ro"), fs::perms::owner_read | fs::perms::owner_exec);
+        EXPECT_RUN_ERROR(book.SaveAs(d.File("ro/Export.xls")), 1004);
+        fs::permissions(d.File("ro"), fs::perms::owner_all);
+        EXPECT_TRUE(Entries(d.File("ro")).empty());
+    }
+}
+
+TEST(Saver, AFailedSaveLeavesNoTemporaryFile) {
+    testutil::TempDir d;
+    xl::xlApplication app;
+    xl::xlWorkbook& book = app.Workbooks().Add();
+    book.SaveAs(d.File("Export.xlsx"));
+    book.Worksheets()(1).Cells(1, 1).Value("data");
+    // The target has become a folder: the file is written, but cannot take its place.
+    fs::remove(d.File("Export.xlsx"));
+    fs::create_directory(d.File("Export.xlsx"));
+    testutil::WriteFile(d.File("Export.xlsx/inside"), "x");
+    EXPECT_RUN_ERROR(book.Save(), 1004);
+    EXPECT_EQ(Entries(d.Str()), std::set<std::string>{"Export.xlsx"});
+    EXPECT_TRUE(fs::is_directory(d.File("Export.xlsx")));
+}
+
+TEST(Saver, SavingOverAFileReplacesItWhole) {
+    testutil::TempDir d;
+    const std::string sFile = d.File("Export.xls");
+    testutil::WriteFile(sFile, "the old contents");
+    struct stat before {};
+    ASSERT_EQ(::stat(sFile.c_str(), &before), 0);
+    std::ifstream old(sFile, std::ios::binary);  // a reader that opened the old file
+
+    xl::xlWorkbook book;
+    book.Worksheets()(1).Cells(1, 1).Value("new");
+    book.SaveAs(sFile);
+    struct stat after {};
+    ASSERT_EQ(::stat(sFile.c_str(), &after), 0);
+    EXPECT_NE(before.st_ino, after.st_ino);  // renamed into place, not rewritten in place
+    std::string sOld((std::istreambuf_iterator<char>(old)), std::istreambuf_iterator<char>());
+    EXPECT_EQ(sOld, "the old contents");
+    EXPECT_TRUE(IsZip(sFile));
+    EXPECT_EQ(Dump(sFile)["sheets"][0]["cells"]["A1"]["value"].Str(), "new");
+    EXPECT_EQ(Entries(d.Str()), std::set<std::string>{"Export.xls"});
+
+    // And again over the workbook itself.
+    book.Worksheets()(1).Cells(1, 1).Value("newer");
+    book.Save();
+    EXPECT_EQ(Dump(sFile)["sheets"][0]["cells"]["A1"]["value"].Str(), "newer");
+    EXPECT_EQ(Entries(d.Str()), std::set<std::string>{"Export.xls"});
+}

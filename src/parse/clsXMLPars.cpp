@@ -1,5 +1,7 @@
 #include "parse/clsXMLPars.h"
 
+#include "support/modProgress.h"
+
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -332,16 +334,7 @@ void clsXMLPars::ForgetSelections() {
 }
 
 void clsXMLPars::ReportProgress(long lDone, long lTotal) {
-    if (!ctx_.Options.OnProgress) return;
-    clsProgress oProgress;
-    oProgress.eStage = clsProgress::Stage::Parsing;
-    oProgress.lDone = lDone;
-    oProgress.lTotal = lTotal;
-    try {
-        ctx_.Options.OnProgress(oProgress);
-    } catch (...) {
-        // An observer that fails does not stop the parse.
-    }
+    modProgress::ReportProgress(ctx_, clsProgress::Stage::Parsing, lDone, lTotal);
 }
 
 // ---------------------------------------------------------------------------------------------

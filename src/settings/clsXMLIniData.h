@@ -78,4 +78,7 @@ private:
     bool bPreserveWhiteSpace_ = false;
     // Compiled XPath expressions: the document never changes while it is loaded.
     std::unordered_map<std::string, std::unique_ptr<pugi::xpath_query>> queries_;
+    // The node each expression selected from each node (key: the node's address, then the
+    // expression), for the same reason.
+    std::unordered_map<std::string, pugi::xml_node> selected_;
 };

@@ -14,6 +14,7 @@
 
 #include <array>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <limits>
 #include <memory>
@@ -56,7 +57,9 @@ struct xlStyleTable {
     std::unordered_map<xlStyle, uint32_t, StyleHash> mapStyles;
     std::vector<xlStyleChange> arrChanges;
     std::unordered_map<ChangeKey, uint32_t, ChangeHash> mapChanges;
-    std::unordered_map<uint64_t, uint32_t> mapApplied;
+    // The result of each change on each format, plus one (0: not yet known), by format and
+    // change: formats and changes are few, and this is looked up for every cell formatted.
+    std::vector<std::vector<uint32_t>> arrApplied;
 };
 
 namespace detail {
@@ -75,6 +78,10 @@ public:
         uint32_t n;
         std::memcpy(&n, p, sizeof n);
         return {p + sizeof n, n};
+    }
+    // The same text as a NUL-terminated string (a text holding a NUL ends there).
+    const char* CStr(uint64_t lRef) const {
+        return arrChunks_[lRef >> kShift].get() + (lRef & kMask) + sizeof(uint32_t);
     }
     void Release(uint64_t lRef) { lWasted_ += Get(lRef).size() + sizeof(uint32_t); }
     size_t Wasted() const { return lWasted_; }
@@ -148,7 +155,7 @@ struct xlWorksheet::Impl {
 
     // Merged areas (row1, col1, row2, col2), and for each row the areas that cover it.
     std::vector<std::array<long, 4>> arrMerged;
-    std::unordered_map<long, std::vector<uint32_t>> mapMergedRows;
+    std::vector<std::vector<uint32_t>> arrMergedRows;  // index: row - 1
 
     // Hyperlinks by cell, and defined names by their upper-case text: positions in the lists.
     std::unordered_map<uint64_t, uint32_t> mapLinks;
@@ -186,5 +193,10 @@ struct xlWorksheet::Impl {
     void RemoveMerged(uint32_t lIndex);
     std::vector<uint32_t> MergedIntersecting(long r1, long c1, long r2, long c2) const;
 };
+
+// Writes, one line each, the calls that saving the workbook makes to the file writer, in the
+// same order: formats (numbered by first use), rows, merged areas, cells, columns, page set-up
+// and names. Two workbooks with the same dump are saved as the same file.
+void DumpWorkbook(const xlWorkbook& oBook, std::FILE* pOut);
 
 }  // namespace xl

@@ -14,6 +14,7 @@
 #include <atomic>
 #include <cstdio>
 #include <filesystem>
+#include <optional>
 #include <unordered_map>
 #include <vector>
 
@@ -109,51 +110,274 @@ struct WorkbookHandle {
     }
 };
 
-// One writer format per distinct cell format.
-class Formats {
-public:
-    explicit Formats(lxw_workbook* wb) : wb_(wb) {}
+// A cell format in the writer's terms: what is set on a new writer format.
+struct FormatSpec {
+    bool bBold = false;
+    bool bItalic = false;
+    bool bUnderline = false;
+    bool bFontColor = false;
+    lxw_color_t lFontColor = 0;
+    double dFontSize = 11;  // set only when not 11
+    bool bFill = false;
+    lxw_color_t lFill = 0;
+    uint8_t nLeft = 0, nTop = 0, nBottom = 0, nRight = 0;
+    uint8_t nHorizontal = 0, nVertical = 0;
+    bool bWrap = false;
+    std::string sNumberFormat;  // empty: General
+};
 
-    lxw_format* For(const xlStyleTable& t, uint32_t lId) {
-        auto& v = mapByTable_[&t];
-        if (v.size() <= lId) v.resize(t.Count(), nullptr);
-        lxw_format*& f = v[lId];
-        if (!f) {
-            const xlStyle& s = t.Get(lId);
-            auto it = mapByStyle_.find(s);
-            f = it != mapByStyle_.end() ? it->second
-                                        : mapByStyle_.emplace(s, Make(s)).first->second;
-        }
-        return f;
+FormatSpec SpecOf(const xlStyle& s) {
+    FormatSpec f;
+    f.bBold = s.bBold;
+    f.bItalic = s.bItalic;
+    f.bUnderline = s.bUnderline;
+    if (s.lFontColorIndex > 0) {
+        f.bFontColor = true;
+        f.lFontColor = Rgb(s.lFontColorIndex);
     }
+    f.dFontSize = s.dFontSize;
+    if (s.lInteriorColorIndex > 0) {
+        f.bFill = true;
+        f.lFill = Rgb(s.lInteriorColorIndex);
+    }
+    f.nLeft = s.lBorderLeft ? BorderStyle(s.lBorderLeft) : 0;
+    f.nTop = s.lBorderTop ? BorderStyle(s.lBorderTop) : 0;
+    f.nBottom = s.lBorderBottom ? BorderStyle(s.lBorderBottom) : 0;
+    f.nRight = s.lBorderRight ? BorderStyle(s.lBorderRight) : 0;
+    f.nHorizontal = HorizontalAlign(s.lHorizontalAlignment);
+    f.nVertical = VerticalAlign(s.lVerticalAlignment);
+    f.bWrap = s.bWrapText;
+    if (s.sNumberFormat != "General") f.sNumberFormat = s.sNumberFormat;
+    return f;
+}
 
-private:
-    lxw_format* Make(const xlStyle& s) {
+// The file writer: every call of a save goes to libxlsxwriter. Rows and columns are 0-based.
+class WriterSink {
+public:
+    using Fmt = lxw_format*;
+    static constexpr Fmt kNone = nullptr;
+
+    explicit WriterSink(lxw_workbook* wb) : wb_(wb) {}
+
+    Fmt NewFormat(const FormatSpec& s) {
         lxw_format* f = workbook_add_format(wb_);
         if (!f) RaiseError(errOutOfMemory);
         if (s.bBold) format_set_bold(f);
         if (s.bItalic) format_set_italic(f);
         if (s.bUnderline) format_set_underline(f, LXW_UNDERLINE_SINGLE);
-        if (s.lFontColorIndex > 0) format_set_font_color(f, Rgb(s.lFontColorIndex));
+        if (s.bFontColor) format_set_font_color(f, s.lFontColor);
         if (s.dFontSize != 11) format_set_font_size(f, s.dFontSize);
-        if (s.lInteriorColorIndex > 0) {
+        if (s.bFill) {
             format_set_pattern(f, LXW_PATTERN_SOLID);
-            format_set_bg_color(f, Rgb(s.lInteriorColorIndex));
+            format_set_bg_color(f, s.lFill);
         }
-        if (s.lBorderLeft) format_set_left(f, BorderStyle(s.lBorderLeft));
-        if (s.lBorderTop) format_set_top(f, BorderStyle(s.lBorderTop));
-        if (s.lBorderBottom) format_set_bottom(f, BorderStyle(s.lBorderBottom));
-        if (s.lBorderRight) format_set_right(f, BorderStyle(s.lBorderRight));
-        if (uint8_t a = HorizontalAlign(s.lHorizontalAlignment)) format_set_align(f, a);
-        if (uint8_t a = VerticalAlign(s.lVerticalAlignment)) format_set_align(f, a);
-        if (s.bWrapText) format_set_text_wrap(f);
-        if (s.sNumberFormat != "General") format_set_num_format(f, s.sNumberFormat.c_str());
+        if (s.nLeft) format_set_left(f, s.nLeft);
+        if (s.nTop) format_set_top(f, s.nTop);
+        if (s.nBottom) format_set_bottom(f, s.nBottom);
+        if (s.nRight) format_set_right(f, s.nRight);
+        if (s.nHorizontal) format_set_align(f, s.nHorizontal);
+        if (s.nVertical) format_set_align(f, s.nVertical);
+        if (s.bWrap) format_set_text_wrap(f);
+        if (!s.sNumberFormat.empty()) format_set_num_format(f, s.sNumberFormat.c_str());
         return f;
     }
+    void Sheet(const std::string& sName, double dDefaultRowHeight) {
+        ws_ = workbook_add_worksheet(wb_, sName.c_str());
+        if (!ws_) Fail();  // also when the folder takes no temporary file
+        if (dDefaultRowHeight != detail::kDefaultRowHeight) {
+            worksheet_set_default_row(ws_, dDefaultRowHeight, LXW_FALSE);
+        }
+    }
+    void Row(lxw_row_t r, double dHeight, Fmt f) { Check(worksheet_set_row(ws_, r, dHeight, f)); }
+    // Registering an area writes no cell when no format is given; the cells follow.
+    void Merge(lxw_row_t r1, lxw_col_t c1, lxw_row_t r2, lxw_col_t c2) {
+        Check(worksheet_merge_range(ws_, r1, c1, r2, c2, "", nullptr));
+    }
+    void String(lxw_row_t r, lxw_col_t c, const char* s, Fmt f) {
+        Check(worksheet_write_string(ws_, r, c, s, f));
+    }
+    void Number(lxw_row_t r, lxw_col_t c, double d, Fmt f) {
+        Check(worksheet_write_number(ws_, r, c, d, f));
+    }
+    void Blank(lxw_row_t r, lxw_col_t c, Fmt f) { Check(worksheet_write_blank(ws_, r, c, f)); }
+    void Url(lxw_row_t r, lxw_col_t c, const char* sTarget, Fmt f, const char* sText,
+             const char* sTip) {
+        Check(worksheet_write_url_opt(ws_, r, c, sTarget, f, sText, sTip));
+    }
+    void Column(lxw_col_t c1, lxw_col_t c2, double dWidth, Fmt f) {
+        Check(worksheet_set_column(ws_, c1, c2, dWidth, f));
+    }
+    void Landscape() { worksheet_set_landscape(ws_); }
+    void RepeatRows(lxw_row_t r1, lxw_row_t r2) { Check(worksheet_repeat_rows(ws_, r1, r2)); }
+    void PrintArea(lxw_row_t r1, lxw_col_t c1, lxw_row_t r2, lxw_col_t c2) {
+        Check(worksheet_print_area(ws_, r1, c1, r2, c2));
+    }
+    void Footer(const char* s) { Check(worksheet_set_footer(ws_, s)); }
+    void Name(const char* sName, const char* sFormula) {
+        Check(workbook_define_name(wb_, sName, sFormula));
+    }
 
+private:
     lxw_workbook* wb_;
-    std::unordered_map<const xlStyleTable*, std::vector<lxw_format*>> mapByTable_;
-    std::unordered_map<xlStyle, lxw_format*, xlStyleTable::StyleHash> mapByStyle_;
+    lxw_worksheet* ws_ = nullptr;
+};
+
+// The dump: one line per call, tab-separated, texts with backslash, tab, CR and LF escaped.
+class DumpSink {
+public:
+    using Fmt = long;
+    static constexpr Fmt kNone = -1;
+
+    explicit DumpSink(std::FILE* p) : p_(p) {}
+
+    Fmt NewFormat(const FormatSpec& s) {
+        const long n = lNext_++;
+        std::fprintf(p_, "F\t%ld\t%d\t%d\t%d\t%s\t%.17g\t%s\t%u\t%u\t%u\t%u\t%u\t%u\t%d\t", n,
+                     s.bBold, s.bItalic, s.bUnderline, Color(s.bFontColor, s.lFontColor).c_str(),
+                     s.dFontSize, Color(s.bFill, s.lFill).c_str(), s.nLeft, s.nTop, s.nBottom,
+                     s.nRight, s.nHorizontal, s.nVertical, s.bWrap);
+        Text(s.sNumberFormat.c_str());
+        std::fputc('\n', p_);
+        return n;
+    }
+    void Sheet(const std::string& sName, double dDefaultRowHeight) {
+        std::fputs("W\t", p_);
+        Text(sName.c_str());
+        std::fprintf(p_, "\t%.17g\n", dDefaultRowHeight);
+    }
+    void Row(lxw_row_t r, double dHeight, Fmt f) {
+        std::fprintf(p_, "R\t%u\t%.17g\t%ld\n", r, dHeight, f);
+    }
+    void Merge(lxw_row_t r1, lxw_col_t c1, lxw_row_t r2, lxw_col_t c2) {
+        std::fprintf(p_, "M\t%u\t%u\t%u\t%u\n", r1, c1, r2, c2);
+    }
+    void String(lxw_row_t r, lxw_col_t c, const char* s, Fmt f) {
+        std::fprintf(p_, "S\t%u\t%u\t%ld\t", r, c, f);
+        Text(s);
+        std::fputc('\n', p_);
+    }
+    void Number(lxw_row_t r, lxw_col_t c, double d, Fmt f) {
+        std::fprintf(p_, "N\t%u\t%u\t%ld\t%.17g\n", r, c, f, d);
+    }
+    void Blank(lxw_row_t r, lxw_col_t c, Fmt f) { std::fprintf(p_, "B\t%u\t%u\t%ld\n", r, c, f); }
+    void Url(lxw_row_t r, lxw_col_t c, const char* sTarget, Fmt f, const char* sText,
+             const char* sTip) {
+        std::fprintf(p_, "U\t%u\t%u\t%ld\t", r, c, f);
+        Text(sTarget);
+        std::fputc('\t', p_);
+        Text(sText);
+        std::fputc('\t', p_);
+        Text(sTip ? sTip : "");
+        std::fputc('\n', p_);
+    }
+    void Column(lxw_col_t c1, lxw_col_t c2, double dWidth, Fmt f) {
+        std::fprintf(p_, "C\t%u\t%u\t%.17g\t%ld\n", c1, c2, dWidth, f);
+    }
+    void Landscape() { std::fputs("L\n", p_); }
+    void RepeatRows(lxw_row_t r1, lxw_row_t r2) { std::fprintf(p_, "T\t%u\t%u\n", r1, r2); }
+    void PrintArea(lxw_row_t r1, lxw_col_t c1, lxw_row_t r2, lxw_col_t c2) {
+        std::fprintf(p_, "A\t%u\t%u\t%u\t%u\n", r1, c1, r2, c2);
+    }
+    void Footer(const char* s) {
+        std::fputs("P\t", p_);
+        Text(s);
+        std::fputc('\n', p_);
+    }
+    void Name(const char* sName, const char* sFormula) {
+        std::fputs("D\t", p_);
+        Text(sName);
+        std::fputc('\t', p_);
+        Text(sFormula);
+        std::fputc('\n', p_);
+    }
+
+private:
+    static std::string Color(bool bSet, lxw_color_t l) {
+        if (!bSet) return "-";
+        char buf[16];
+        std::snprintf(buf, sizeof buf, "%06X", static_cast<unsigned>(l));
+        return buf;
+    }
+    void Text(const char* s) {
+        for (; *s; ++s) {
+            switch (*s) {
+                case '\\':
+                    std::fputs("\\\\", p_);
+                    break;
+                case '\t':
+                    std::fputs("\\t", p_);
+                    break;
+                case '\n':
+                    std::fputs("\\n", p_);
+                    break;
+                case '\r':
+                    std::fputs("\\r", p_);
+                    break;
+                default:
+                    std::fputc(*s, p_);
+            }
+        }
+    }
+
+    std::FILE* p_;
+    long lNext_ = 0;
+};
+
+// One writer format per distinct cell format, made when it is first used.
+template <class Sink>
+class Formats {
+public:
+    explicit Formats(Sink& sink) : sink_(sink) {}
+
+    typename Sink::Fmt For(const xlStyleTable& t, uint32_t lId) {
+        if (&t != pTable_) {
+            pTable_ = &t;
+            pById_ = &mapByTable_[&t];
+        }
+        auto& v = *pById_;
+        if (v.size() <= lId) v.resize(t.Count(), std::nullopt);
+        auto& f = v[lId];
+        if (!f) {
+            const xlStyle& s = t.Get(lId);
+            auto it = mapByStyle_.find(s);
+            f = it != mapByStyle_.end()
+                    ? it->second
+                    : mapByStyle_.emplace(s, sink_.NewFormat(SpecOf(s))).first->second;
+        }
+        return *f;
+    }
+
+private:
+    Sink& sink_;
+    const xlStyleTable* pTable_ = nullptr;
+    std::vector<std::optional<typename Sink::Fmt>>* pById_ = nullptr;
+    std::unordered_map<const xlStyleTable*, std::vector<std::optional<typename Sink::Fmt>>>
+        mapByTable_;
+    std::unordered_map<xlStyle, typename Sink::Fmt, xlStyleTable::StyleHash> mapByStyle_;
+};
+
+// Hands the rows written so far to the workbook's observer, every thousand rows.
+class SaveProgress {
+public:
+    SaveProgress(const xlWorkbook& oBook, long lTotal) : oBook_(oBook), lTotal_(lTotal) {
+        Report();
+    }
+    void Row() {
+        if (++lDone_ % kEvery == 0) Report();
+    }
+    void Skip(long n) {
+        for (long i = 0; i < n; ++i)
+            Row();
+    }
+    void Report() {
+        if (oBook_.OnSaveProgress) oBook_.OnSaveProgress(lDone_, lTotal_);
+    }
+
+private:
+    static constexpr long kEvery = 1000;
+    const xlWorkbook& oBook_;
+    long lTotal_;
+    long lDone_ = 0;
 };
 
 std::string CellText(const xlWorksheet::Impl& d, const Cell& c) {
@@ -170,7 +394,8 @@ std::string CellText(const xlWorksheet::Impl& d, const Cell& c) {
     }
 }
 
-void WriteColumns(lxw_worksheet* ws, const xlWorksheet::Impl& d, Formats& fmts) {
+template <class Sink>
+void WriteColumns(Sink& sink, const xlWorksheet::Impl& d, Formats<Sink>& fmts) {
     // Runs of neighbouring columns with the same width and format.
     auto StyleOf = [&](long c) {
         const uint32_t s = d.arrColStyle[c];
@@ -184,23 +409,29 @@ void WriteColumns(lxw_worksheet* ws, const xlWorksheet::Impl& d, Formats& fmts) 
         while (e + 1 <= xlMaxColumns && d.arrColWidth[e + 1] == w && StyleOf(e + 1) == s)
             ++e;
         if (w >= 0 || s != 0) {
-            Check(worksheet_set_column(ws, static_cast<lxw_col_t>(c - 1),
-                                       static_cast<lxw_col_t>(e - 1),
-                                       w >= 0 ? static_cast<double>(w) : LXW_DEF_COL_WIDTH,
-                                       s != 0 ? fmts.For(*d.pStyles, s) : nullptr));
+            sink.Column(static_cast<lxw_col_t>(c - 1), static_cast<lxw_col_t>(e - 1),
+                        w >= 0 ? static_cast<double>(w) : LXW_DEF_COL_WIDTH,
+                        s != 0 ? fmts.For(*d.pStyles, s) : Sink::kNone);
         }
         c = e + 1;
     }
 }
 
-void WriteCells(lxw_worksheet* ws, const xlWorksheet& oSheet, Formats& fmts) {
+template <class Sink>
+void WriteCells(Sink& sink, const xlWorksheet& oSheet, Formats<Sink>& fmts,
+                SaveProgress& oProgress) {
     const xlWorksheet::Impl& d = oSheet.Data();
     const auto& arrLinks = oSheet.Hyperlinks().Items();
     std::vector<std::array<long, 4>> arrMerged = d.arrMerged;
     std::sort(arrMerged.begin(), arrMerged.end());
     size_t lNextMerge = 0;
+    // The linked cells in row and column order, met by a cursor as the cells go out.
+    std::vector<std::pair<uint64_t, uint32_t>> arrLinkCells(d.mapLinks.begin(), d.mapLinks.end());
+    std::sort(arrLinkCells.begin(), arrLinkCells.end());
+    size_t lNextLink = 0;
 
     for (size_t i = 0; i < d.arrRows.size(); ++i) {
+        oProgress.Row();
         const RowRec& o = d.arrRows[i];
         const long r = static_cast<long>(i) + 1;
         const lxw_row_t rr = static_cast<lxw_row_t>(i);
@@ -212,48 +443,41 @@ void WriteCells(lxw_worksheet* ws, const xlWorksheet& oSheet, Formats& fmts) {
         if (o.lStyle != kUnformatted || o.nHeightTwips != detail::kNoHeight) {
             const double h =
                 o.nHeightTwips != detail::kNoHeight ? o.nHeightTwips / 20.0 : d.dDefaultRowHeight;
-            Check(worksheet_set_row(
-                ws, rr, h, o.lStyle != kUnformatted ? fmts.For(*d.pStyles, o.lStyle) : nullptr));
+            sink.Row(rr, h,
+                     o.lStyle != kUnformatted ? fmts.For(*d.pStyles, o.lStyle) : Sink::kNone);
         }
-        // Registering an area writes no cell when no format is given; the cells follow.
         for (; lNextMerge < arrMerged.size() && arrMerged[lNextMerge][0] == r; ++lNextMerge) {
             const auto& a = arrMerged[lNextMerge];
-            Check(worksheet_merge_range(ws, rr, static_cast<lxw_col_t>(a[1] - 1),
-                                        static_cast<lxw_row_t>(a[2] - 1),
-                                        static_cast<lxw_col_t>(a[3] - 1), "", nullptr));
+            sink.Merge(rr, static_cast<lxw_col_t>(a[1] - 1), static_cast<lxw_row_t>(a[2] - 1),
+                       static_cast<lxw_col_t>(a[3] - 1));
         }
         for (const Cell& c : o.arrCells) {
             const lxw_col_t cc = static_cast<lxw_col_t>(c.nCol - 1);
-            lxw_format* f = fmts.For(*d.pStyles, c.lStyle);
-            if (!d.mapLinks.empty()) {
-                auto it = d.mapLinks.find(detail::CellKey(r, c.nCol));
-                if (it != d.mapLinks.end()) {
-                    const xlHyperlinkEntry& e = arrLinks[it->second];
+            const auto f = fmts.For(*d.pStyles, c.lStyle);
+            if (lNextLink < arrLinkCells.size()) {
+                const uint64_t k = detail::CellKey(r, c.nCol);
+                while (lNextLink < arrLinkCells.size() && arrLinkCells[lNextLink].first < k)
+                    ++lNextLink;
+                if (lNextLink < arrLinkCells.size() && arrLinkCells[lNextLink].first == k) {
+                    const xlHyperlinkEntry& e = arrLinks[arrLinkCells[lNextLink].second];
                     const std::string sTarget = detail::LinkTarget(e.sAddress, e.sSubAddress);
                     const std::string sText = CellText(d, c);
-                    Check(worksheet_write_url_opt(
-                        ws, rr, cc, sTarget.c_str(), f, sText.c_str(),
-                        e.sScreenTip.empty() ? nullptr : e.sScreenTip.c_str()));
-                    if (c.eType == detail::kNumber) {
-                        Check(worksheet_write_number(ws, rr, cc, c.Number(), f));
-                    }
+                    sink.Url(rr, cc, sTarget.c_str(), f, sText.c_str(),
+                             e.sScreenTip.empty() ? nullptr : e.sScreenTip.c_str());
+                    if (c.eType == detail::kNumber) sink.Number(rr, cc, c.Number(), f);
                     continue;
                 }
             }
             switch (c.eType) {
-                case detail::kText: {
-                    const std::string s(d.oText.Get(c.lPayload));
-                    Check(worksheet_write_string(ws, rr, cc, s.c_str(), f));
+                case detail::kText:
+                    sink.String(rr, cc, d.oText.CStr(c.lPayload), f);
                     break;
-                }
                 case detail::kNumber:
-                    Check(worksheet_write_number(ws, rr, cc, c.Number(), f));
+                    sink.Number(rr, cc, c.Number(), f);
                     break;
                 default:
                     // A record that shows what the cell would show anyway is left out.
-                    if (c.lStyle != d.Background(o, c.nCol)) {
-                        Check(worksheet_write_blank(ws, rr, cc, f));
-                    }
+                    if (c.lStyle != d.Background(o, c.nCol)) sink.Blank(rr, cc, f);
                     break;
             }
         }
@@ -261,26 +485,88 @@ void WriteCells(lxw_worksheet* ws, const xlWorksheet& oSheet, Formats& fmts) {
     // Areas that start below the last row with data.
     for (; lNextMerge < arrMerged.size(); ++lNextMerge) {
         const auto& a = arrMerged[lNextMerge];
-        Check(worksheet_merge_range(
-            ws, static_cast<lxw_row_t>(a[0] - 1), static_cast<lxw_col_t>(a[1] - 1),
-            static_cast<lxw_row_t>(a[2] - 1), static_cast<lxw_col_t>(a[3] - 1), "", nullptr));
+        sink.Merge(static_cast<lxw_row_t>(a[0] - 1), static_cast<lxw_col_t>(a[1] - 1),
+                   static_cast<lxw_row_t>(a[2] - 1), static_cast<lxw_col_t>(a[3] - 1));
     }
 }
 
-void WritePageSetup(lxw_worksheet* ws, const xlPageSetup& p) {
-    if (p.lOrientation == xlLandscape) worksheet_set_landscape(ws);
+template <class Sink>
+void WritePageSetup(Sink& sink, const xlPageSetup& p) {
+    if (p.lOrientation == xlLandscape) sink.Landscape();
     if (p.lTitleRow1 > 0) {
-        Check(worksheet_repeat_rows(ws, static_cast<lxw_row_t>(p.lTitleRow1 - 1),
-                                    static_cast<lxw_row_t>(p.lTitleRow2 - 1)));
+        sink.RepeatRows(static_cast<lxw_row_t>(p.lTitleRow1 - 1),
+                        static_cast<lxw_row_t>(p.lTitleRow2 - 1));
     }
     if (p.lAreaRow1 > 0) {
-        Check(worksheet_print_area(
-            ws, static_cast<lxw_row_t>(p.lAreaRow1 - 1), static_cast<lxw_col_t>(p.lAreaCol1 - 1),
-            static_cast<lxw_row_t>(p.lAreaRow2 - 1), static_cast<lxw_col_t>(p.lAreaCol2 - 1)));
+        sink.PrintArea(
+            static_cast<lxw_row_t>(p.lAreaRow1 - 1), static_cast<lxw_col_t>(p.lAreaCol1 - 1),
+            static_cast<lxw_row_t>(p.lAreaRow2 - 1), static_cast<lxw_col_t>(p.lAreaCol2 - 1));
     }
-    if (!p.sCenterFooter.empty()) {
-        Check(worksheet_set_footer(ws, ("&C" + p.sCenterFooter).c_str()));
+    if (!p.sCenterFooter.empty()) sink.Footer(("&C" + p.sCenterFooter).c_str());
+}
+
+std::string AsciiLower(std::string s) {
+    for (char& ch : s) {
+        if (ch >= 'A' && ch <= 'Z') ch = static_cast<char>(ch - 'A' + 'a');
     }
+    return s;
+}
+
+// Names local to a sheet, "Sheet1!NAME". The writer keeps names in a list sorted by lower-case
+// name, then sheet, and inserts each by scanning the list from its head; a name that sorts
+// first goes in at once. So the names are handed over from the last in that order to the
+// first: each insert is immediate, and the list (and the file) comes out the same.
+template <class Sink>
+void WriteNames(Sink& sink, const xlWorksheets& oSheets) {
+    struct Entry {
+        std::string sKey, sSheetKey, sFull;
+        const std::string* pFormula;
+    };
+    std::vector<Entry> arr;
+    for (long i = 1; i <= oSheets.Count(); ++i) {
+        const xlWorksheet& oSheet = oSheets.Item(i);
+        const std::string sPrefix = detail::QuoteSheetName(oSheet.Name()) + "!";
+        const std::string sSheetKey = AsciiLower(oSheet.Name());
+        for (const xlNameEntry& e : oSheet.Names().Items()) {
+            arr.push_back({AsciiLower(e.sName), sSheetKey, sPrefix + e.sName, &e.sRefersTo});
+        }
+    }
+    auto Before = [](const Entry& a, const Entry& b) {
+        if (int n = a.sKey.compare(b.sKey)) return n > 0;
+        return a.sSheetKey.compare(b.sSheetKey) > 0;
+    };
+    std::vector<Entry> arrSorted = arr;
+    std::stable_sort(arrSorted.begin(), arrSorted.end(), Before);
+    // Two names the writer takes for one keep their own order: it refuses the second as before.
+    bool bTie = false;
+    for (size_t i = 1; i < arrSorted.size() && !bTie; ++i) {
+        bTie = !Before(arrSorted[i - 1], arrSorted[i]);
+    }
+    for (const Entry& e : bTie ? arr : arrSorted)
+        sink.Name(e.sFull.c_str(), e.pFormula->c_str());
+}
+
+template <class Sink>
+void WriteBook(Sink& sink, const xlWorkbook& oBook) {
+    Formats<Sink> fmts(sink);
+    const xlWorksheets& oSheets = oBook.Worksheets();
+    long lRows = 0;
+    for (long i = 1; i <= oSheets.Count(); ++i) {
+        lRows += static_cast<long>(oSheets.Item(i).Data().arrRows.size());
+    }
+    SaveProgress oProgress(oBook, lRows);
+    for (long i = 1; i <= oSheets.Count(); ++i) {
+        const xlWorksheet& oSheet = oSheets.Item(i);
+        const xlWorksheet::Impl& d = oSheet.Data();
+        sink.Sheet(oSheet.Name(), d.dDefaultRowHeight);
+        WriteCells(sink, oSheet, fmts, oProgress);
+        // Columns go last: a formatted column widens the span of columns that the writer walks
+        // for every row it flushes, and columns are only written when the file is closed.
+        WriteColumns(sink, d, fmts);
+        WritePageSetup(sink, oSheet.PageSetup());
+    }
+    WriteNames(sink, oSheets);
+    oProgress.Report();
 }
 
 void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::string& sTmpDir) {
@@ -290,31 +576,8 @@ void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::str
     WorkbookHandle wb;
     wb.p = workbook_new_opt(sFile.c_str(), &opt);
     if (!wb.p) Fail();
-    Formats fmts(wb.p);
-
-    const xlWorksheets& oSheets = oBook.Worksheets();
-    for (long i = 1; i <= oSheets.Count(); ++i) {
-        const xlWorksheet& oSheet = oSheets.Item(i);
-        const xlWorksheet::Impl& d = oSheet.Data();
-        lxw_worksheet* ws = workbook_add_worksheet(wb.p, oSheet.Name().c_str());
-        if (!ws) Fail();  // also when the folder takes no temporary file
-        if (d.dDefaultRowHeight != detail::kDefaultRowHeight) {
-            worksheet_set_default_row(ws, d.dDefaultRowHeight, LXW_FALSE);
-        }
-        WriteCells(ws, oSheet, fmts);
-        // Columns go last: a formatted column widens the span of columns that the writer walks
-        // for every row it flushes, and columns are only written when the file is closed.
-        WriteColumns(ws, d, fmts);
-        WritePageSetup(ws, oSheet.PageSetup());
-    }
-    // Names local to a sheet: "Sheet1!NAME".
-    for (long i = 1; i <= oSheets.Count(); ++i) {
-        const xlWorksheet& oSheet = oSheets.Item(i);
-        const std::string sPrefix = detail::QuoteSheetName(oSheet.Name()) + "!";
-        for (const xlNameEntry& e : oSheet.Names().Items()) {
-            Check(workbook_define_name(wb.p, (sPrefix + e.sName).c_str(), e.sRefersTo.c_str()));
-        }
-    }
+    WriterSink sink(wb.p);
+    WriteBook(sink, oBook);
     lxw_workbook* p = wb.p;
     wb.p = nullptr;  // closing frees it, whatever the outcome
     Check(workbook_close(p));
@@ -334,6 +597,11 @@ std::filesystem::path TempNameBeside(const std::filesystem::path& target) {
 }
 
 }  // namespace
+
+void DumpWorkbook(const xlWorkbook& oBook, std::FILE* pOut) {
+    DumpSink sink(pOut);
+    WriteBook(sink, oBook);
+}
 
 void SaveWorkbookFile(const xlWorkbook& oBook, const std::string& sPath) {
     namespace fs = std::filesystem;

@@ -1,0 +1,187 @@
+// orv-baseline: the fastest an export can be. Reads a dump written by orv-model-dump into
+// memory, then makes the same libxlsxwriter calls in the same order (constant-memory mode), with
+// nothing else in between, and prints how long the writing took:
+//
+//     orv-baseline DUMP XLSX_OUT      prints "write SECONDS" on standard output
+//
+// Knows nothing of exports: it only replays lines.
+#include <xlsxwriter.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace {
+
+// One line of the dump, split at its tabs, texts unescaped in place.
+struct Op {
+    char cKind;
+    std::vector<char*> arrField;
+};
+
+void Unescape(char* s) {
+    char* w = s;
+    for (char* r = s; *r; ++r) {
+        if (*r == '\\' && r[1]) {
+            ++r;
+            *w++ = *r == 't' ? '\t' : *r == 'n' ? '\n' : *r == 'r' ? '\r' : *r;
+        } else {
+            *w++ = *r;
+        }
+    }
+    *w = '\0';
+}
+
+std::vector<Op> Parse(std::vector<char>& buf) {
+    std::vector<Op> arr;
+    char* p = buf.data();
+    char* end = p + buf.size() - 1;  // the buffer ends with a NUL
+    while (p < end) {
+        char* eol = static_cast<char*>(std::memchr(p, '\n', static_cast<size_t>(end - p)));
+        if (!eol) eol = end;
+        *eol = '\0';
+        Op op{p[0], {}};
+        char* f = p + 1;
+        while (*f == '\t') {
+            *f++ = '\0';
+            op.arrField.push_back(f);
+            char* t = std::strchr(f, '\t');
+            if (!t) break;
+            f = t;
+        }
+        for (char* s : op.arrField)
+            Unescape(s);
+        arr.push_back(std::move(op));
+        p = eol + 1;
+    }
+    return arr;
+}
+
+unsigned U(const char* s) {
+    return static_cast<unsigned>(std::strtoul(s, nullptr, 10));
+}
+double D(const char* s) {
+    return std::strtod(s, nullptr);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 3) {
+        std::fprintf(stderr, "usage: orv-baseline DUMP XLSX_OUT\n");
+        return 2;
+    }
+    std::FILE* in = std::fopen(argv[1], "rb");
+    if (!in) return 1;
+    std::fseek(in, 0, SEEK_END);
+    const long n = std::ftell(in);
+    std::fseek(in, 0, SEEK_SET);
+    std::vector<char> buf(static_cast<size_t>(n) + 1, '\0');
+    if (std::fread(buf.data(), 1, static_cast<size_t>(n), in) != static_cast<size_t>(n)) return 1;
+    std::fclose(in);
+    const std::vector<Op> arrOps = Parse(buf);
+
+    const auto t0 = std::chrono::steady_clock::now();
+    // Temporary files beside the output, as the export keeps them.
+    std::string sDir = argv[2];
+    sDir = sDir.find('/') == std::string::npos ? "." : sDir.substr(0, sDir.rfind('/'));
+    lxw_workbook_options opt{};
+    opt.constant_memory = LXW_TRUE;
+    opt.tmpdir = sDir.data();
+    lxw_workbook* wb = workbook_new_opt(argv[2], &opt);
+    if (!wb) return 1;
+    lxw_worksheet* ws = nullptr;
+    std::vector<lxw_format*> arrFmt;
+    auto F = [&](const char* s) -> lxw_format* {
+        const long i = std::strtol(s, nullptr, 10);
+        return i < 0 ? nullptr : arrFmt[static_cast<size_t>(i)];
+    };
+    int err = 0;
+    for (const Op& op : arrOps) {
+        const auto& a = op.arrField;
+        switch (op.cKind) {
+            case 'F': {
+                lxw_format* f = workbook_add_format(wb);
+                if (a[1][0] == '1') format_set_bold(f);
+                if (a[2][0] == '1') format_set_italic(f);
+                if (a[3][0] == '1') format_set_underline(f, LXW_UNDERLINE_SINGLE);
+                if (a[4][0] != '-') format_set_font_color(f, std::strtoul(a[4], nullptr, 16));
+                if (D(a[5]) != 11) format_set_font_size(f, D(a[5]));
+                if (a[6][0] != '-') {
+                    format_set_pattern(f, LXW_PATTERN_SOLID);
+                    format_set_bg_color(f, std::strtoul(a[6], nullptr, 16));
+                }
+                if (U(a[7])) format_set_left(f, static_cast<uint8_t>(U(a[7])));
+                if (U(a[8])) format_set_top(f, static_cast<uint8_t>(U(a[8])));
+                if (U(a[9])) format_set_bottom(f, static_cast<uint8_t>(U(a[9])));
+                if (U(a[10])) format_set_right(f, static_cast<uint8_t>(U(a[10])));
+                if (U(a[11])) format_set_align(f, static_cast<uint8_t>(U(a[11])));
+                if (U(a[12])) format_set_align(f, static_cast<uint8_t>(U(a[12])));
+                if (a[13][0] == '1') format_set_text_wrap(f);
+                if (a[14][0]) format_set_num_format(f, a[14]);
+                arrFmt.push_back(f);
+                break;
+            }
+            case 'W':
+                ws = workbook_add_worksheet(wb, a[0]);
+                if (D(a[1]) != 15.0) worksheet_set_default_row(ws, D(a[1]), LXW_FALSE);
+                break;
+            case 'R':
+                err |= worksheet_set_row(ws, U(a[0]), D(a[1]), F(a[2]));
+                break;
+            case 'M':
+                err |= worksheet_merge_range(ws, U(a[0]), static_cast<lxw_col_t>(U(a[1])), U(a[2]),
+                                             static_cast<lxw_col_t>(U(a[3])), "", nullptr);
+                break;
+            case 'S':
+                err |= worksheet_write_string(ws, U(a[0]), static_cast<lxw_col_t>(U(a[1])), a[3],
+                                              F(a[2]));
+                break;
+            case 'N':
+                err |= worksheet_write_number(ws, U(a[0]), static_cast<lxw_col_t>(U(a[1])), D(a[3]),
+                                              F(a[2]));
+                break;
+            case 'B':
+                err |= worksheet_write_blank(ws, U(a[0]), static_cast<lxw_col_t>(U(a[1])), F(a[2]));
+                break;
+            case 'U':
+                err |= worksheet_write_url_opt(ws, U(a[0]), static_cast<lxw_col_t>(U(a[1])), a[3],
+                                               F(a[2]), a[4], a[5][0] ? a[5] : nullptr);
+                break;
+            case 'C':
+                err |= worksheet_set_column(ws, static_cast<lxw_col_t>(U(a[0])),
+                                            static_cast<lxw_col_t>(U(a[1])), D(a[2]), F(a[3]));
+                break;
+            case 'L':
+                worksheet_set_landscape(ws);
+                break;
+            case 'T':
+                err |= worksheet_repeat_rows(ws, U(a[0]), U(a[1]));
+                break;
+            case 'A':
+                err |= worksheet_print_area(ws, U(a[0]), static_cast<lxw_col_t>(U(a[1])), U(a[2]),
+                                            static_cast<lxw_col_t>(U(a[3])));
+                break;
+            case 'P':
+                err |= worksheet_set_footer(ws, a[0]);
+                break;
+            case 'D':
+                err |= workbook_define_name(wb, a[0], a[1]);
+                break;
+            default:
+                break;
+        }
+    }
+    err |= workbook_close(wb);
+    const double dWrite =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    if (err) {
+        std::fprintf(stderr, "orv-baseline: the writer reported an error\n");
+        return 1;
+    }
+    std::printf("write %.3f\n", dWrite);
+    return 0;
+}

@@ -1,0 +1,119 @@
+// orv-model-dump: runs the parse and the build of an export as the library does, then writes the
+// workbook's dump (the calls that saving it makes to the file writer, one line each) instead of
+// saving it, and prints how long each step took on standard error.
+//
+//     orv-model-dump DATA_XML SETTINGS_XML SETUP_FILE DUMP_OUT [--save XLSX]
+//     orv-model-dump DATA_XML SETTINGS_XML SETUP_FILE --parse-only
+//
+// With --save the workbook is also saved as the export saves it, and the save is timed. With
+// --parse-only the data file is only loaded and walked, and "parse SECONDS OBJECTS" is printed
+// on standard output.
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <sstream>
+#include <string>
+
+#include "driver/clsExportExcel.h"
+#include "parse/clsXMLPars.h"
+#include "support/modResources.h"
+#include "workbook/clsBldExcel.h"
+#include "workbook/xlModelData.h"
+
+// The builder keeps its workbook to itself; this tool only reads it.
+struct clsBldExcelTestAccess {
+    static xl::xlWorkbook* Workbook(clsBldExcel& b) { return b.oWorkbook_; }
+};
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double Since(Clock::time_point t) {
+    return std::chrono::duration<double>(Clock::now() - t).count();
+}
+
+std::string ReadFile(const std::string& sPath) {
+    std::ifstream in(sPath, std::ios::binary);
+    std::ostringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 5 && !(argc == 7 && std::strcmp(argv[5], "--save") == 0)) {
+        std::cerr << "usage: orv-model-dump DATA_XML SETTINGS_XML SETUP_FILE "
+                     "(DUMP_OUT [--save XLSX] | --parse-only)\n";
+        return 2;
+    }
+    const bool bParseOnly = std::strcmp(argv[4], "--parse-only") == 0;
+    const std::string sData = argv[1], sSettings = argv[2], sDump = argv[4];
+    const std::string sSetup = ReadFile(argv[3]);
+    const std::string sSave = argc == 7 ? argv[6] : "";
+
+    clsExportExcel oExport;
+    clsExportContext& ctx = oExport.Context();
+    ctx.Options.OnLogLine = [](const std::string& s) { std::cerr << s << "\n"; };
+    ctx.LogFilePath = "/dev/null";
+
+    auto t0 = Clock::now();
+    if (!oExport.GetIniXML(sSettings)) return 1;
+    modResources::InitResources(ctx);
+    if (!clsExportExcel::FillExcellCap(ctx, sSetup) || !clsExportExcel::FillAttrLabels(ctx)) {
+        std::cerr << "orv-model-dump: the settings or the setup string are not usable\n";
+        return 1;
+    }
+    std::unique_ptr<pugi::xml_document> oDocument;
+    clsXMLPars oPars(ctx);
+    if (!oPars.LoadCurrentXML(oDocument, sData)) return 1;
+    const double dLoad = Since(t0);
+    oPars.MainXStruct(*oDocument);
+    oDocument.reset();
+    const double dParse = Since(t0);
+    if (ctx.Model.ObjCount < 0) return 1;
+    if (bParseOnly) {
+        std::printf("parse %.3f %d\n", dParse, ctx.Model.ObjCount + 1);
+        std::fprintf(stderr, "load %.3f s, walk %.3f s\n", dLoad, dParse - dLoad);
+        return 0;
+    }
+
+    // The builder writes the empty workbook once when it starts; that file is thrown away.
+    const std::string sScratch = sDump + ".start.xlsx";
+    auto t1 = Clock::now();
+    clsBldExcel oBuilder(ctx);
+    if (!oBuilder.InitExl(sScratch) || !oBuilder.FillExlFile()) return 1;
+    std::remove(sScratch.c_str());
+    const double dBuild = Since(t1);
+    xl::xlWorkbook& oBook = *clsBldExcelTestAccess::Workbook(oBuilder);
+    const auto& d = oBook.Worksheets()(1).Data();
+    long lCells = 0;
+    for (const auto& r : d.arrRows)
+        lCells += static_cast<long>(r.arrCells.size());
+
+    auto t2 = Clock::now();
+    std::FILE* pOut = std::fopen(sDump.c_str(), "wb");
+    if (!pOut) return 1;
+    static char buf[1 << 20];
+    std::setvbuf(pOut, buf, _IOFBF, sizeof buf);
+    xl::DumpWorkbook(oBook, pOut);
+    if (std::fclose(pOut) != 0) return 1;
+    const double dDump = Since(t2);
+
+    double dSave = 0;
+    if (!sSave.empty()) {
+        auto t3 = Clock::now();
+        xl::SaveWorkbookFile(oBook, sSave);
+        dSave = Since(t3);
+    }
+    std::fprintf(stderr,
+                 "objects %d rows %zu cells %ld | load %.3f s, walk %.3f s, build %.3f s, "
+                 "dump %.3f s, save %.3f s\n",
+                 ctx.Model.ObjCount + 1, d.arrRows.size(), lCells, dLoad, dParse - dLoad, dBuild,
+                 dDump, dSave);
+    return 0;
+}

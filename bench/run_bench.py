@@ -1,0 +1,191 @@
+#!/usr/bin/python3
+"""Measures exports against the baseline: the time libxlsxwriter alone needs for the same cells.
+
+    bench/run_bench.py --build BUILD_DIR [--out out/bench] [--reps 5] [--only NAME]
+
+For each case: generates its data file (once; kept while the arguments stay the same), writes
+its model dump with orv-model-dump, then runs the export (orv-export-excel) and the baseline
+(orv-baseline on the dump) in turn, several times, and prints the medians: objects, rows,
+cells, the export's wall seconds and peak resident memory, the baseline's seconds and the
+ratio of the two. The parse case loads and walks a large data file without building anything.
+Ends with the goals and whether each one holds; the exit status is 1 when one does not.
+"""
+
+import argparse
+import json
+import os
+import statistics
+import subprocess
+import sys
+import time
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+ROOT = os.path.dirname(HERE)
+
+# The mix of an item structure: about 12.5 rows per object, so 50,000 objects stay well below
+# the sheet's 1,048,576 rows (about 626,000).
+ITEM_MIX = ["--attrs", "6", "--mnfs", "0.5", "--vnds", "0.25", "--docs", "0.2", "--files", "1",
+            "--alternates", "0.2", "--refdes", "2", "--folders", "0.05"]
+DOC_MIX = ["--attrs", "6", "--files", "2", "--items", "0.5", "--folders", "0.2", "--docs", "0.3"]
+
+CASES = [
+    # name, setup, generator arguments
+    ("item-structure-1k", "item-structure.xml",
+     ["--kind", "item", "--objects", "1000", "--depth", "6", "--fanout", "4"] + ITEM_MIX),
+    ("item-structure-10k", "item-structure.xml",
+     ["--kind", "item", "--objects", "10000", "--depth", "7", "--fanout", "4"] + ITEM_MIX),
+    ("item-structure-50k", "item-structure.xml",
+     ["--kind", "item", "--objects", "50000", "--depth", "7", "--fanout", "4"] + ITEM_MIX),
+    # A collection lists its top-level objects; each one here has a part list of one child.
+    ("item-collection-50k", "item-collection.xml",
+     ["--kind", "item", "--mode", "collection", "--objects", "50000", "--depth", "2",
+      "--fanout", "1"] + ITEM_MIX),
+    ("doc-structure-20k", "doc-structure.xml",
+     ["--kind", "document", "--objects", "20000", "--depth", "7", "--fanout", "4"] + DOC_MIX),
+]
+PARSE_CASE = ("parse-100mb", "item-structure.xml",
+              ["--kind", "item", "--mb", "100", "--depth", "5", "--fanout", "4", "--attrs", "6"])
+
+
+def run_rss(cmd, env=None):
+    """Runs cmd; returns (stdout, stderr, wall seconds, peak resident memory in MB)."""
+    r, w = os.pipe()
+    t0 = time.perf_counter()
+    pid = os.fork()
+    if pid == 0:
+        os.close(r)
+        os.dup2(w, 1)
+        devnull = os.open(os.devnull, os.O_WRONLY)
+        os.dup2(devnull, 2)
+        if env is not None:
+            os.execve(cmd[0], cmd, env)
+        os.execv(cmd[0], cmd)
+    os.close(w)
+    chunks = []
+    while True:
+        b = os.read(r, 65536)
+        if not b:
+            break
+        chunks.append(b)
+    os.close(r)
+    _, status, ru = os.wait4(pid, 0)
+    wall = time.perf_counter() - t0
+    if os.waitstatus_to_exitcode(status) != 0:
+        sys.exit("failed: %s" % " ".join(cmd))
+    return b"".join(chunks).decode(), wall, ru.ru_maxrss / 1024.0
+
+
+def generate(out_dir, name, gen_args, settings):
+    data = os.path.join(out_dir, name + ".xml")
+    stamp = data + ".args"
+    want = json.dumps(gen_args)
+    if os.path.exists(data) and os.path.exists(stamp) and open(stamp).read() == want:
+        return data
+    cmd = [sys.executable, os.path.join(HERE, "gen_data.py"), data] + gen_args + [
+        "--settings", settings, "--setup-dir", os.path.join(out_dir, "setup")]
+    subprocess.run(cmd, check=True)
+    with open(stamp, "w") as f:
+        f.write(want)
+    return data
+
+
+def main():
+    ap = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    ap.add_argument("--build", required=True)
+    ap.add_argument("--out", default=os.path.join(ROOT, "out", "bench"))
+    ap.add_argument("--reps", type=int, default=5)
+    ap.add_argument("--only")
+    a = ap.parse_args()
+    out_dir = os.path.abspath(a.out)
+    os.makedirs(out_dir, exist_ok=True)
+    build = os.path.abspath(a.build)
+    cli = os.path.join(build, "orv-export-excel")
+    dump_tool = os.path.join(build, "bench", "orv-model-dump")
+    baseline = os.path.join(build, "bench", "orv-baseline")
+    # The log of the exports goes into the output folder, never into the user's own.
+    appdata = os.path.join(out_dir, "appdata")
+    os.makedirs(appdata, exist_ok=True)
+    env = dict(os.environ, APPDATA=appdata, ALLUSERSPROFILE=appdata)
+    settings = os.path.join(out_dir, "settings.xml")
+
+    cases = [c for c in CASES if not a.only or a.only in c[0]]
+    rows_out = []
+    header = "%-20s %8s %9s %10s %9s %9s %10s %7s" % (
+        "case", "objects", "rows", "cells", "export s", "peak MB", "baseline s", "ratio")
+    print(header)
+    print("-" * len(header))
+    sys.stdout.flush()
+    results = {}
+    for name, setup, gen_args in cases:
+        data = generate(out_dir, name, gen_args, settings)
+        setup_file = os.path.join(out_dir, "setup", setup)
+        dump = os.path.join(out_dir, name + ".dump")
+        p = subprocess.run([dump_tool, data, settings, setup_file, dump], env=env,
+                           capture_output=True, text=True, check=True)
+        info = p.stderr.strip().splitlines()[-1].split()
+        rows, cells = int(info[3]), int(info[5])
+        # The objects the export lists: each has its anchor name.
+        with open(dump, "rb") as f:
+            objects = sum(1 for line in f if line.startswith(b"D\t"))
+        ours, base, rss = [], [], []
+        base_xlsx = os.path.join(out_dir, name + ".baseline.xlsx")
+        for _ in range(a.reps):
+            _, wall, peak = run_rss([cli, "--quiet", data, settings, setup_file, ".xlsx"], env)
+            ours.append(wall)
+            rss.append(peak)
+            out, _, _ = run_rss([baseline, dump, base_xlsx], env)
+            base.append(float(out.split()[1]))
+        t, b = statistics.median(ours), statistics.median(base)
+        results[name] = dict(objects=objects, rows=rows, cells=cells, wall=t, rss=max(rss),
+                             base=b, ratio=t / b)
+        print("%-20s %8d %9d %10d %9.2f %9.0f %10.2f %7.2f" % (
+            name, objects, rows, cells, t, max(rss), b, t / b))
+        sys.stdout.flush()
+        rows_out.append(name)
+
+    if not a.only or a.only in PARSE_CASE[0]:
+        name, setup, gen_args = PARSE_CASE
+        data = generate(out_dir, name, gen_args, os.path.join(out_dir, "settings-parse.xml"))
+        setup_file = os.path.join(out_dir, "setup", setup)
+        times, rss = [], []
+        objects = 0
+        for _ in range(a.reps):
+            out, _, peak = run_rss([dump_tool, data, os.path.join(out_dir, "settings-parse.xml"),
+                                    setup_file, "--parse-only"], env)
+            _, secs, objects = out.split()
+            times.append(float(secs))
+            rss.append(peak)
+        t = statistics.median(times)
+        mb = os.path.getsize(data) / 1048576.0
+        results[name] = dict(objects=int(objects), wall=t, rss=max(rss), mb=mb)
+        print("%-20s %8d %9s %10s %9.2f %9.0f %10s %7s   (%.0f MB file, load and walk)" % (
+            name, int(objects), "-", "-", t, max(rss), "-", "-", mb))
+
+    # The goals.
+    print()
+    ok = True
+
+    def goal(text, held):
+        nonlocal ok
+        ok = ok and held
+        print("  %-4s %s" % ("ok" if held else "MISS", text))
+
+    for name in rows_out:
+        r = results[name]
+        goal("%s: ratio to baseline %.2f <= 1.5" % (name, r["ratio"]), r["ratio"] <= 1.5)
+    big, mid = results.get("item-structure-50k"), results.get("item-structure-10k")
+    if big:
+        goal("item-structure-50k: %.2f s <= 8 s" % big["wall"], big["wall"] <= 8)
+        goal("item-structure-50k: %.0f MB <= 1024 MB peak" % big["rss"], big["rss"] <= 1024)
+        goal("item-structure-50k: %d rows < 1,048,576" % big["rows"], big["rows"] < 1048576)
+    if big and mid:
+        g = (big["wall"] / big["objects"]) / (mid["wall"] / mid["objects"])
+        goal("time per object at 50k / at 10k: %.2f <= 1.3" % g, g <= 1.3)
+    p = results.get(PARSE_CASE[0])
+    if p:
+        goal("parse and walk of %.0f MB: %.2f s <= 3 s" % (p["mb"], p["wall"]), p["wall"] <= 3)
+    return 0 if ok else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,183 @@
+// Whole exports through the library: the workbook of a generated export stays the same, call by
+// call of the file writer (cells, texts, formats, merged areas, links, names, page set-up), and
+// a host sees the progress of the parse and then of the writing.
+//
+// The golden dumps in tests/data were written by bench/orv-model-dump from the generated data
+// files beside them (bench/gen_data.py, see the *.args files for the arguments). A change that
+// alters a workbook on purpose renews them:
+//
+//     build-bench/bench/orv-model-dump tests/data/gen-item-structure.xml
+//         tests/data/gen-settings.xml SETUP_FILE tests/data/gen-item-structure.dump
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "TestUtil.h"
+#include "driver/clsExportExcel.h"
+#include "parse/clsXMLPars.h"
+#include "support/modEnvironment.h"
+#include "support/modResources.h"
+#include "workbook/clsBldExcel.h"
+#include "workbook/xlModelData.h"
+
+namespace fs = std::filesystem;
+
+// Gives the builder an in-memory workbook and reads it back.
+struct clsBldExcelTestAccess {
+    static void OpenInMemory(clsBldExcel& b) {
+        b.oExlApp_ = std::make_unique<xl::xlApplication>();
+        b.oWorkbook_ = &b.oExlApp_->Workbooks().Add();
+        b.oSheet_ = &b.oWorkbook_->Worksheets()(1);
+    }
+    static xl::xlWorkbook* Workbook(clsBldExcel& b) { return b.oWorkbook_; }
+};
+
+namespace {
+
+std::string SetupXml(const std::string& sType, const std::string& sSpace) {
+    return "<SETUP><PROJECT>Benchmark</PROJECT><WORKBOOK_NAME></WORKBOOK_NAME>"
+           "<EXPORTED_BY>bench</EXPORTED_BY><EXPORT_DATE>1/1/2025</EXPORT_DATE><OBJECT_TYPE>" +
+           sType + "</OBJECT_TYPE><SPACE_TYPE>" + sSpace + "</SPACE_TYPE></SETUP>";
+}
+
+// The lines of a dump; the export's own date and time (the caption of the export date) reads
+// "<now>".
+std::vector<std::string> Lines(const std::string& s) {
+    static const std::regex reNow(testutil::kDateTimeRegex);
+    std::vector<std::string> arr;
+    std::istringstream in(s);
+    for (std::string sLine; std::getline(in, sLine);) {
+        arr.push_back(std::regex_replace(sLine, reNow, "<now>"));
+    }
+    return arr;
+}
+
+class ExportIdentityTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        modEnvironment::ResetAppDataRootCache();
+        fs::create_directories(tmp.Str() + "/Korvane/Addin Modules/Zenfold/Export");
+    }
+    void TearDown() override { modEnvironment::ResetAppDataRootCache(); }
+
+    // Parses and builds the export as the driver does, and returns the dump of its workbook.
+    std::string DumpOf(const std::string& sData, const std::string& sSetup) {
+        clsExportExcel oExport;
+        clsExportContext& ctx = oExport.Context();
+        std::vector<std::string> arrLog;
+        ctx.Options.OnLogLine = [&](const std::string& s) { arrLog.push_back(s); };
+        ctx.LogFilePath = tmp.File("export.log");
+        EXPECT_TRUE(oExport.GetIniXML(sSettings));
+        modResources::InitResources(ctx);
+        EXPECT_TRUE(clsExportExcel::FillExcellCap(ctx, sSetup));
+        EXPECT_TRUE(clsExportExcel::FillAttrLabels(ctx));
+        std::unique_ptr<pugi::xml_document> oDocument;
+        clsXMLPars oPars(ctx);
+        EXPECT_TRUE(oPars.LoadCurrentXML(oDocument, sData));
+        oPars.MainXStruct(*oDocument);
+        clsBldExcel oBuilder(ctx);
+        clsBldExcelTestAccess::OpenInMemory(oBuilder);
+        EXPECT_TRUE(oBuilder.FillExlFile());
+        EXPECT_EQ(arrLog, std::vector<std::string>{});
+
+        const std::string sDump = tmp.File("workbook.dump");
+        std::FILE* p = std::fopen(sDump.c_str(), "wb");
+        EXPECT_NE(p, nullptr);
+        if (!p) return "";
+        xl::DumpWorkbook(*clsBldExcelTestAccess::Workbook(oBuilder), p);
+        std::fclose(p);
+        return testutil::ReadFile(sDump);
+    }
+
+    // Compares line by line and names the first difference.
+    void ExpectSameDump(const std::string& sGoldenFile, const std::string& sGot) {
+        const auto arrWant = Lines(testutil::ReadFile(sGoldenFile));
+        const auto arrGot = Lines(sGot);
+        ASSERT_GT(arrWant.size(), 1000u) << sGoldenFile;
+        const size_t n = std::min(arrWant.size(), arrGot.size());
+        for (size_t i = 0; i < n; ++i) {
+            ASSERT_EQ(arrGot[i], arrWant[i])
+                << "first difference at line " << i + 1 << " of " << sGoldenFile;
+        }
+        EXPECT_EQ(arrGot.size(), arrWant.size());
+    }
+
+    testutil::TempDir tmp;
+    testutil::ScopedEnv env{"APPDATA", tmp.Str()};
+    std::string sSettings = std::string(ORV_TEST_DATA) + "/gen-settings.xml";
+};
+
+}  // namespace
+
+TEST_F(ExportIdentityTest, ItemStructureWorkbookIsUnchanged) {
+    ExpectSameDump(std::string(ORV_TEST_DATA) + "/gen-item-structure.dump",
+                   DumpOf(std::string(ORV_TEST_DATA) + "/gen-item-structure.xml",
+                          SetupXml("Item", "STRUCTURE")));
+}
+
+TEST_F(ExportIdentityTest, DocumentCollectionWorkbookIsUnchanged) {
+    ExpectSameDump(std::string(ORV_TEST_DATA) + "/gen-doc-collection.dump",
+                   DumpOf(std::string(ORV_TEST_DATA) + "/gen-doc-collection.xml",
+                          SetupXml("Document", "COLLECTION")));
+}
+
+// The dump holds one anchor name per listed object, the links to them and to files, and the
+// formats.
+TEST_F(ExportIdentityTest, DumpHoldsNamesLinksAndFormats) {
+    const auto arr = Lines(DumpOf(std::string(ORV_TEST_DATA) + "/gen-item-structure.xml",
+                                  SetupXml("Item", "STRUCTURE")));
+    size_t nNames = 0, nLinks = 0, nFormats = 0;
+    for (const auto& s : arr) {
+        nNames += s.rfind("D\t", 0) == 0;
+        nLinks += s.rfind("U\t", 0) == 0;
+        nFormats += s.rfind("F\t", 0) == 0;
+    }
+    // One anchor name and one main-panel link per object, and links to files.
+    EXPECT_EQ(nNames, 300u);
+    EXPECT_GT(nLinks, 300u);
+    EXPECT_GT(nFormats, 5u);
+}
+
+// A host's progress observer sees the parse (objects) and then the writing (rows), each
+// counting up, and the writing ends at its total.
+TEST_F(ExportIdentityTest, ProgressGoesFromParsingToWritingCountingUp) {
+    const std::string sData = tmp.File("data/export.xml");
+    fs::create_directories(tmp.Path() / "data");
+    fs::copy_file(std::string(ORV_TEST_DATA) + "/gen-item-structure.xml", sData);
+
+    std::vector<clsProgress> arr;
+    auto oExport = CreateExportExcel();
+    oExport->SetProgressObserver([&](const clsProgress& p) { arr.push_back(p); });
+    ASSERT_TRUE(oExport->ParseMain(sData, sSettings, SetupXml("Item", "STRUCTURE"), ".xlsx"));
+
+    ASSERT_FALSE(arr.empty());
+    EXPECT_EQ(arr.front().eStage, clsProgress::Stage::Parsing);
+    EXPECT_EQ(arr.back().eStage, clsProgress::Stage::Writing);
+    size_t nParsing = 0, nWriting = 0;
+    for (size_t i = 0; i < arr.size(); ++i) {
+        const clsProgress& p = arr[i];
+        (p.eStage == clsProgress::Stage::Parsing ? nParsing : nWriting)++;
+        if (i > 0 && arr[i - 1].eStage == p.eStage) {
+            EXPECT_GE(p.lDone, arr[i - 1].lDone) << i;
+        }
+        if (i > 0 && arr[i - 1].eStage == clsProgress::Stage::Writing) {
+            EXPECT_EQ(p.eStage, clsProgress::Stage::Writing) << "parsing after writing at " << i;
+        }
+    }
+    EXPECT_EQ(nParsing, 301u);  // one per object, then the total
+    EXPECT_EQ(arr[nParsing - 1].lDone, 300);
+    EXPECT_EQ(arr[nParsing - 1].lTotal, 300);
+    // Writing: the start, every thousand rows, the end.
+    const clsProgress& last = arr.back();
+    EXPECT_GT(last.lTotal, 3000);
+    EXPECT_EQ(last.lDone, last.lTotal);
+    EXPECT_EQ(arr[nParsing].lDone, 0);
+    EXPECT_GE(nWriting, static_cast<size_t>(2 + last.lTotal / 1000));
+}

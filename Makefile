@@ -1,18 +1,27 @@
-# Two entry points for a new machine: `make demo` and `make test`.
-# Both install the Debian packages the build and the tests need (when missing), then build.
+# Two entry points for a new machine: `make demo` and `make test` (and `make bench` to measure).
+# They install the Debian packages the build and the tests need (when missing), then build.
 
 SHELL := /bin/bash
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 BUILD_DIR ?= build
 ASAN_DIR ?= build-asan
+TSAN_DIR ?= build-tsan
+FUZZ_DIR ?= build-fuzz
+FUZZ_SECONDS ?= 300
+BENCH_DIR ?= build-bench
+BENCH_OUT ?= out/bench
+BENCH_REPS ?= 5
 CMAKE_FLAGS ?=
 
 PACKAGES := g++ cmake make pkg-config python3 python3-openpyxl \
             libpugixml-dev libxlsxwriter-dev libfmt-dev libcli11-dev libgtest-dev
 
+# clang with its libFuzzer and sanitizer runtimes, for `make fuzz` only.
+FUZZ_PACKAGES := clang libclang-rt-14-dev
+
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: all deps build build-asan test test-normal test-asan demo format clean
+.PHONY: all deps deps-fuzz build build-asan test test-normal test-asan tsan fuzz demo bench format clean
 
 all: build
 
@@ -42,14 +51,54 @@ test-asan: build-asan
 	ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	  ctest --test-dir $(ASAN_DIR) --output-on-failure -j $(JOBS)
 
-# The whole suite twice: a normal build, then AddressSanitizer + UndefinedBehaviorSanitizer.
-test: test-normal test-asan
+# The whole suite twice: a normal build, then AddressSanitizer + UndefinedBehaviorSanitizer;
+# then the concurrent exports under ThreadSanitizer.
+test: test-normal test-asan tsan
+
+# Concurrent exports built with ThreadSanitizer (only the reliability tests are built).
+tsan: deps
+	cmake -S . -B $(TSAN_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORV_TSAN=ON $(CMAKE_FLAGS)
+	cmake --build $(TSAN_DIR) -j $(JOBS) --target test_reliability
+	TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=$(CURDIR)/tests/reliability/tsan.supp \
+	  $(TSAN_DIR)/tests/test_reliability --gtest_filter='*Concurrent*'
+
+deps-fuzz:
+	@missing=""; \
+	for p in $(FUZZ_PACKAGES); do \
+	  dpkg-query -W -f='$${Status}' "$$p" 2>/dev/null | grep -q "install ok installed" || missing="$$missing $$p"; \
+	done; \
+	if [ -n "$$missing" ]; then \
+	  echo "Installing missing packages:$$missing"; \
+	  $(SUDO) env DEBIAN_FRONTEND=noninteractive apt-get update -qq && \
+	  $(SUDO) env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends $$missing; \
+	fi
+
+# The libFuzzer target over the whole export, for FUZZ_SECONDS (default 300). Seeds come from the
+# examples; what it finds lands in $(FUZZ_DIR)/findings/ and belongs in tests/data/fuzz-regressions/.
+fuzz: deps deps-fuzz
+	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORV_FUZZ=ON \
+	  -DORV_BUILD_TESTS=OFF -DCMAKE_CXX_FLAGS=-Wno-error $(CMAKE_FLAGS)
+	cmake --build $(FUZZ_DIR) -j $(JOBS) --target fuzz_export
+	bash fuzz/make_seeds.sh $(CURDIR) $(FUZZ_DIR)/seeds
+	mkdir -p $(FUZZ_DIR)/corpus $(FUZZ_DIR)/findings
+	ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+	  $(FUZZ_DIR)/fuzz_export -max_total_time=$(FUZZ_SECONDS) -timeout=30 -rss_limit_mb=4096 \
+	  -max_len=262144 -print_final_stats=1 -artifact_prefix=$(FUZZ_DIR)/findings/ \
+	  $(FUZZ_DIR)/corpus $(FUZZ_DIR)/seeds
 
 demo: build
 	@bash examples/run-demo.sh $(BUILD_DIR)
+
+# Release build (-O2, no sanitizers) of the tool and the measuring tools, generated inputs in
+# $(BENCH_OUT), then every case against the libxlsxwriter baseline (see bench/run_bench.py).
+bench: deps
+	cmake -S . -B $(BENCH_DIR) -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE="-O2 -DNDEBUG" \
+	  -DORV_SANITIZE=OFF -DORV_BUILD_TESTS=OFF -DORV_BUILD_BENCH=ON $(CMAKE_FLAGS)
+	cmake --build $(BENCH_DIR) -j $(JOBS) --target orv-export-excel orv-model-dump orv-baseline
+	/usr/bin/python3 bench/run_bench.py --build $(BENCH_DIR) --out $(BENCH_OUT) --reps $(BENCH_REPS)
 
 format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD_DIR) $(ASAN_DIR)
+	rm -rf $(BUILD_DIR) $(ASAN_DIR) $(TSAN_DIR) $(FUZZ_DIR) $(BENCH_DIR)

@@ -3,6 +3,7 @@
 // written, false otherwise, and writes every failure to the log file "ExportExcel.log".
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <string>
@@ -39,6 +40,12 @@ public:
 
     // Receives progress of the following calls; nothing of it reaches the log.
     virtual void SetProgressObserver(std::function<void(const clsProgress&)> fnObserver) = 0;
+
+    // A flag that stops the following calls when set (from any thread or a signal handler): the
+    // running export ends at its next progress point, saves nothing, removes the workbook it had
+    // started, logs one line and returns false. The flag is not reset by the export; an empty
+    // pointer removes it.
+    virtual void SetCancelFlag(std::shared_ptr<std::atomic<bool>> pFlag) = 0;
 
     // Registers (or, with an empty factory, removes) a grouping component under a programmatic
     // identifier; the export asks for "wexgrp.IclsGroup".

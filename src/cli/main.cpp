@@ -2,6 +2,9 @@
 // workbook's path; every log line of the call also goes to standard error.
 #include <unistd.h>
 #include <CLI/CLI.hpp>
+#include <atomic>
+#include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
@@ -11,6 +14,66 @@
 #include "support/clsComponentRegistry.h"
 
 namespace {
+
+// SIGINT and SIGTERM only set the export's stop flag (a lock-free atomic store, safe in a signal
+// handler) and remember the signal; the export then ends on its own, saving nothing and leaving
+// no temporary file, and the tool exits with 128 + the signal's number.
+std::atomic<bool>* g_pStop = nullptr;
+volatile std::sig_atomic_t g_nSignal = 0;
+
+extern "C" void OnStopSignal(int nSignal) {
+    g_nSignal = nSignal;
+    if (g_pStop) g_pStop->store(true, std::memory_order_relaxed);
+}
+
+void InstallStopHandlers(const std::shared_ptr<std::atomic<bool>>& pStop) {
+    g_pStop = pStop.get();
+    struct sigaction sa {};
+    sa.sa_handler = OnStopSignal;
+    sigemptyset(&sa.sa_mask);
+    sigaction(SIGINT, &sa, nullptr);
+    sigaction(SIGTERM, &sa, nullptr);
+}
+
+// The progress of a long export on standard error, when that is a terminal: one line,
+// rewritten in place at most five times a second, cleared before a log line and at the end.
+// An export that is over within a quarter of a second shows nothing.
+class ProgressLine {
+public:
+    explicit ProgressLine(bool bOn) : bOn_(bOn), tStart_(Clock::now()) {}
+
+    void Show(const clsProgress& p) {
+        if (!bOn_) return;
+        const auto tNow = Clock::now();
+        if (tNow - tStart_ < std::chrono::milliseconds(250)) return;
+        if (bShown_ && tNow - tLast_ < std::chrono::milliseconds(200)) return;
+        tLast_ = tNow;
+        char sLine[160];
+        if (p.eStage == clsProgress::Stage::Parsing) {
+            std::snprintf(sLine, sizeof sLine, "Reading the data file: %ld objects", p.lDone);
+        } else if (p.lTotal > 0) {
+            std::snprintf(sLine, sizeof sLine, "Writing the workbook: %ld of %ld rows (%ld%%)",
+                          p.lDone, p.lTotal, p.lDone * 100 / p.lTotal);
+        } else {
+            std::snprintf(sLine, sizeof sLine, "Writing the workbook: %ld rows", p.lDone);
+        }
+        std::cerr << "\r\033[K" << sLine << std::flush;
+        bShown_ = true;
+    }
+
+    void Clear() {
+        if (!bShown_) return;
+        std::cerr << "\r\033[K" << std::flush;
+        bShown_ = false;
+    }
+
+private:
+    using Clock = std::chrono::steady_clock;
+    bool bOn_;
+    bool bShown_ = false;
+    Clock::time_point tStart_;
+    Clock::time_point tLast_;
+};
 
 // SETUP is the setup XML itself when it starts with "<", else the path of a file holding it.
 bool ReadSetup(const std::string& sSetup, std::string& sXml, std::string& sError) {
@@ -54,7 +117,8 @@ int main(int argc, char** argv) {
     app.set_version_flag("--version", std::string("orv-export-excel ") + orvExportExcelVersion());
     app.footer(
         "Exit status: 0 when the workbook was written, 1 when the export failed (see the log "
-        "lines), 2 for a usage error or an unreadable setup file.");
+        "lines), 2 for a usage error or an unreadable setup file, 130 or 143 when SIGINT or "
+        "SIGTERM stopped it (nothing is written then).");
 
     try {
         app.parse(argc, argv);
@@ -76,14 +140,29 @@ int main(int argc, char** argv) {
     }
 
     auto oExport = CreateExportExcel();
-    oExport->SetLogObserver([](const std::string& sLine) { std::cerr << sLine << std::endl; });
+    ProgressLine oProgress(!bQuiet && ::isatty(STDERR_FILENO) == 1);
+    oExport->SetLogObserver([&oProgress](const std::string& sLine) {
+        oProgress.Clear();
+        std::cerr << sLine << std::endl;
+    });
+    oExport->SetProgressObserver([&oProgress](const clsProgress& p) { oProgress.Show(p); });
     if (sGrouping == "none") {
         oExport->RegisterGroup(GROUP_PROG_ID, [] { return std::make_unique<clsGroupNone>(); });
     }
-    (void)bQuiet;
+
+    auto pStop = std::make_shared<std::atomic<bool>>(false);
+    oExport->SetCancelFlag(pStop);
+    InstallStopHandlers(pStop);
 
     bool bResult = oExport->ParseMain(sData, sSettings, sSetupXml, sExtension);
-    if (!bResult) return 1;
+    oProgress.Clear();
+    if (!bResult) {
+        if (g_nSignal != 0) {
+            std::cerr << "orv-export-excel: interrupted, no workbook written" << std::endl;
+            return 128 + static_cast<int>(g_nSignal);
+        }
+        return 1;
+    }
     std::cout << oExport->LastWorkbookPath() << std::endl;
     return 0;
 }

@@ -64,6 +64,10 @@ void clsExportExcel::RegisterGroup(const std::string& sProgID,
         ctx_.Options.Components.Unregister(sProgID);
 }
 
+void clsExportExcel::SetCancelFlag(std::shared_ptr<std::atomic<bool>> pFlag) {
+    ctx_.Options.CancelFlag = std::move(pFlag);
+}
+
 bool clsExportExcel::ParseXML2Excel(const std::string& sXFullPath, const std::string& sXIniFullPath,
                                     const std::string& sSetupXString,
                                     const std::string& sExtension) {
@@ -101,6 +105,8 @@ bool clsExportExcel::ParseXML2Excel(const std::string& sXFullPath, const std::st
                 ClearExportModel();
                 oPars->MainXStruct(*oDocument);
                 oDocument.reset();
+                // A walk cut short by the host is no export: nothing is built from it.
+                if (ctx_.CancelRequested()) RaiseError(modConst::errUserInterrupt);
                 if (ctx_.Model.ObjCount > -1) {
                     bResult = BuildExcel(sXFullPath, sExt);
                     ClearExportModel();
@@ -148,19 +154,24 @@ std::string clsExportExcel::OutputPath(clsExportContext& ctx, const std::string&
     std::string sName = ctx.Labels.CaptionTable.Item(1, 1);
     if (!sName.empty()) {
         // The name can only name a file inside the data file's folder.
+        sName += sExtension;
         for (char& c : sName)
             if (c == '/' || c == '\\') c = '_';
         std::string sFolder = modResources::SplitAtLast(sXFullPath, sSep, false, true);
-        if (sXFullPath.find(sSep) == std::string::npos) return sName + sExtension;
-        return sFolder + sSep + sName + sExtension;
+        if (sXFullPath.find(sSep) == std::string::npos) return sName;
+        return sFolder + sSep + sName;
     }
+    // Nor can the extension lead out of it.
+    std::string sExt = sExtension;
+    for (char& c : sExt)
+        if (c == '/' || c == '\\') c = '_';
     // The data file's extension is replaced; a file name without a dot keeps its whole path.
     size_t lSep = sXFullPath.rfind(modEnvironment::PATH_SEP);
     size_t lDot = sXFullPath.rfind('.');
     if (lDot == std::string::npos || (lSep != std::string::npos && lDot < lSep)) {
-        return sXFullPath + sExtension;
+        return sXFullPath + sExt;
     }
-    return sXFullPath.substr(0, lDot) + sExtension;
+    return sXFullPath.substr(0, lDot) + sExt;
 }
 
 bool clsExportExcel::BuildExcel(const std::string& sXFullPath, const std::string& sExtension) {
@@ -171,10 +182,19 @@ bool clsExportExcel::BuildExcel(const std::string& sXFullPath, const std::string
             if (!fs::remove(sOutputPath, ec) || ec) RaiseError(modConst::errPermissionDenied);
         }
         bool bResult = false;
-        clsBldExcel oBuilder(ctx_);
-        if (oBuilder.InitExl(sOutputPath)) {
-            bResult = oBuilder.FillExlFile();
-            oBuilder.ExitExl();
+        {
+            clsBldExcel oBuilder(ctx_);
+            if (oBuilder.InitExl(sOutputPath)) {
+                bResult = oBuilder.FillExlFile();
+                // An interrupted export is not saved: the builder is released unsaved.
+                if (!ctx_.CancelRequested()) oBuilder.ExitExl();
+            }
+        }
+        if (ctx_.CancelRequested()) {
+            // The workbook that InitExl wrote under the final name goes again, whatever it holds.
+            std::error_code ec;
+            fs::remove(sOutputPath, ec);
+            RaiseError(modConst::errUserInterrupt);
         }
         if (bResult) ctx_.WorkbookPath = sOutputPath;
         return bResult;

@@ -19,6 +19,7 @@ public:
     void SetProgressObserver(std::function<void(const clsProgress&)> fnObserver) override;
     void RegisterGroup(const std::string& sProgID,
                        std::function<std::unique_ptr<IclsGroup>()> fnFactory) override;
+    void SetCancelFlag(std::shared_ptr<std::atomic<bool>> pFlag) override;
     std::string LastWorkbookPath() const override { return sLastWorkbookPath_; }
 
     // One whole export.

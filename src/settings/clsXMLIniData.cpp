@@ -1,10 +1,13 @@
 #include "settings/clsXMLIniData.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <sstream>
+#include <string_view>
 
 #include "support/modResources.h"
 
@@ -32,14 +35,158 @@ void LineAndColumn(const char* pData, size_t nSize, ptrdiff_t lOffset, long& lLi
     lPos = static_cast<long>(lEnd - lLineStart) + 1;
 }
 
-bool LoadBufferInto(pugi::xml_document& oDoc, const std::string& sData, std::string& sReason,
-                    long& lLine, long& lPos) {
+bool StartsWith(const std::string& s, std::string_view sPrefix) {
+    return s.size() >= sPrefix.size() && std::string_view(s).substr(0, sPrefix.size()) == sPrefix;
+}
+
+// The code units of a text: their width in bytes and their byte order, from the byte-order mark
+// or the first character ("<"); one byte for everything else.
+void UnitLayout(const std::string& s, size_t& nWidth, bool& bBigEndian) {
+    using namespace std::string_view_literals;
+    nWidth = 1;
+    bBigEndian = false;
+    if (StartsWith(s, "\xFF\xFE\0\0"sv) || StartsWith(s, "<\0\0\0"sv)) {
+        nWidth = 4;
+    } else if (StartsWith(s, "\0\0\xFE\xFF"sv) || StartsWith(s, "\0\0\0<"sv)) {
+        nWidth = 4;
+        bBigEndian = true;
+    } else if (StartsWith(s, "\xFF\xFE"sv) || StartsWith(s, "<\0"sv)) {
+        nWidth = 2;
+    } else if (StartsWith(s, "\xFE\xFF"sv) || StartsWith(s, "\0<"sv)) {
+        nWidth = 2;
+        bBigEndian = true;
+    }
+}
+
+// Finds a character that XML 1.0 does not allow (a control character other than tab, line feed
+// and carriage return, NUL included): the parser would take it as text, a conforming reader
+// refuses the document. Gives its 1-based line and position and its code.
+bool FindIllegalCharacter(const std::string& s, size_t nWidth, bool bBigEndian, long& lLine,
+                          long& lPos, unsigned& nCode) {
+    lLine = 1;
+    long lCol = 0;
+    const size_t nUnits = s.size() / nWidth;
+    for (size_t i = 0; i < nUnits; ++i) {
+        uint32_t u = 0;
+        for (size_t k = 0; k < nWidth; ++k) {
+            const uint32_t b = static_cast<unsigned char>(s[i * nWidth + k]);
+            u |= b << (8 * (bBigEndian ? nWidth - 1 - k : k));
+        }
+        ++lCol;
+        if (u == '\n') {
+            ++lLine;
+            lCol = 0;
+        } else if (u < 0x20 && u != '\t' && u != '\r') {
+            lPos = lCol;
+            nCode = u;
+            return true;
+        }
+    }
+    return false;
+}
+
+bool LoadBufferInto(pugi::xml_document& oDoc, const std::string& sData, pugi::xml_encoding eEnc,
+                    std::string& sReason, long& lLine, long& lPos) {
+    size_t nWidth = 1;
+    bool bBigEndian = false;
+    if (eEnc == pugi::encoding_auto) UnitLayout(sData, nWidth, bBigEndian);
+    unsigned nCode = 0;
+    if (FindIllegalCharacter(sData, nWidth, bBigEndian, lLine, lPos, nCode)) {
+        sReason = "Invalid character (code " + std::to_string(nCode) + ") in the document";
+        return false;
+    }
     pugi::xml_parse_result res =
-        oDoc.load_buffer(sData.data(), sData.size(), clsXMLIniData::ParseOptions());
-    if (res) return true;
+        oDoc.load_buffer(sData.data(), sData.size(), clsXMLIniData::ParseOptions(), eEnc);
+    if (res) {
+        // The parser takes a sequence of elements; a document has exactly one.
+        pugi::xml_node oFirst =
+            oDoc.find_child([](pugi::xml_node n) { return n.type() == pugi::node_element; });
+        pugi::xml_node oSecond = oFirst;
+        while (oSecond && (oSecond = oSecond.next_sibling()) &&
+               oSecond.type() != pugi::node_element) {
+        }
+        if (!oSecond) return true;
+        sReason = "More than one document element";
+        LineAndColumn(sData.data(), sData.size(), oSecond.offset_debug(), lLine, lPos);
+        oDoc.reset();
+        return false;
+    }
     sReason = res.description();
     LineAndColumn(sData.data(), sData.size(), res.offset, lLine, lPos);
     return false;
+}
+
+// Windows-1252 to UTF-8. The five unused positions stand for the C1 controls of that number.
+std::string Cp1252ToUtf8(const std::string& s) {
+    static const char16_t kHigh[32] = {
+        0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
+        0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
+        0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+    std::string sOut;
+    sOut.reserve(s.size() + s.size() / 8);
+    for (unsigned char ch : s) {
+        const unsigned cp = (ch >= 0x80 && ch < 0xA0) ? kHigh[ch - 0x80] : ch;
+        if (cp < 0x80) {
+            sOut.push_back(static_cast<char>(cp));
+        } else if (cp < 0x800) {
+            sOut.push_back(static_cast<char>(0xC0 | (cp >> 6)));
+            sOut.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+        } else {
+            sOut.push_back(static_cast<char>(0xE0 | (cp >> 12)));
+            sOut.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+            sOut.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+        }
+    }
+    return sOut;
+}
+
+enum class FileCoding { Auto, Utf8, Latin1, Cp1252, Unknown };
+
+// How a file's bytes are to be read. A byte-order mark decides (UTF-8, UTF-16 or UTF-32), as do
+// the first bytes of a UTF-16 or UTF-32 text without one; otherwise the encoding named in the
+// XML declaration, UTF-8 when it names none. A name this reader cannot decode gives Unknown, with
+// the name and its place: the text is never read as something it is not.
+FileCoding FileCodingOf(const std::string& sData, std::string& sName, long& lPos) {
+    static const std::string_view kMarks[] = {"\xEF\xBB\xBF",
+                                              std::string_view("\xFF\xFE", 2),
+                                              std::string_view("\xFE\xFF", 2),
+                                              std::string_view("\x00\x00\xFE\xFF", 4),
+                                              std::string_view("\x3C\x00", 2),
+                                              std::string_view("\x00\x3C", 2)};
+    for (std::string_view m : kMarks) {
+        if (StartsWith(sData, m)) return FileCoding::Auto;
+    }
+    if (!StartsWith(sData, "<?xml")) return FileCoding::Utf8;
+    const size_t lEnd = sData.find("?>");
+    if (lEnd == std::string::npos) return FileCoding::Utf8;  // the parser reports it
+    const std::string sDecl = sData.substr(0, lEnd);
+    size_t p = sDecl.find("encoding");
+    if (p == std::string::npos) return FileCoding::Utf8;
+    p += 8;
+    while (p < sDecl.size() && (sDecl[p] == ' ' || sDecl[p] == '\t' || sDecl[p] == '\r' ||
+                                sDecl[p] == '\n' || sDecl[p] == '='))
+        ++p;
+    if (p >= sDecl.size() || (sDecl[p] != '"' && sDecl[p] != '\'')) return FileCoding::Utf8;
+    const size_t lClose = sDecl.find(sDecl[p], p + 1);
+    if (lClose == std::string::npos) return FileCoding::Utf8;
+    sName = sDecl.substr(p + 1, lClose - p - 1);
+    lPos = static_cast<long>(p) + 2;
+    std::string sUpper;
+    for (char ch : sName) {
+        if (ch == '_') ch = '-';
+        sUpper.push_back(static_cast<char>(std::toupper(static_cast<unsigned char>(ch))));
+    }
+    static const std::string_view kUtf8[] = {"UTF-8", "UTF8", "US-ASCII", "ASCII"};
+    static const std::string_view kLatin1[] = {"ISO-8859-1", "ISO8859-1",  "LATIN1", "LATIN-1",
+                                               "L1",         "ISO-IR-100", "CP819",  "IBM819"};
+    static const std::string_view kCp1252[] = {"WINDOWS-1252", "CP1252"};
+    for (std::string_view n : kUtf8)
+        if (sUpper == n) return FileCoding::Utf8;
+    for (std::string_view n : kLatin1)
+        if (sUpper == n) return FileCoding::Latin1;
+    for (std::string_view n : kCp1252)
+        if (sUpper == n) return FileCoding::Cp1252;
+    return FileCoding::Unknown;
 }
 
 }  // namespace
@@ -58,12 +205,31 @@ bool clsXMLIniData::LoadFileInto(pugi::xml_document& oDoc, const std::string& sP
         lLine = lPos = 0;
         return false;
     }
-    return LoadBufferInto(oDoc, sData, sReason, lLine, lPos);
+    std::string sName;
+    long lNamePos = 0;
+    switch (FileCodingOf(sData, sName, lNamePos)) {
+        case FileCoding::Auto:
+            return LoadBufferInto(oDoc, sData, pugi::encoding_auto, sReason, lLine, lPos);
+        case FileCoding::Utf8:
+            return LoadBufferInto(oDoc, sData, pugi::encoding_utf8, sReason, lLine, lPos);
+        case FileCoding::Latin1:
+            return LoadBufferInto(oDoc, sData, pugi::encoding_latin1, sReason, lLine, lPos);
+        case FileCoding::Cp1252:
+            return LoadBufferInto(oDoc, Cp1252ToUtf8(sData), pugi::encoding_utf8, sReason, lLine,
+                                  lPos);
+        case FileCoding::Unknown:
+            break;
+    }
+    sReason = "The declared encoding \"" + sName + "\" cannot be read";
+    lLine = 1;
+    lPos = lNamePos;
+    return false;
 }
 
 bool clsXMLIniData::LoadStringInto(pugi::xml_document& oDoc, const std::string& sText,
                                    std::string& sReason, long& lLine, long& lPos) {
-    return LoadBufferInto(oDoc, sText, sReason, lLine, lPos);
+    // A text handed over in memory is UTF-8 already; an encoding its declaration names is moot.
+    return LoadBufferInto(oDoc, sText, pugi::encoding_utf8, sReason, lLine, lPos);
 }
 
 bool clsXMLIniData::LoadXDoc(const std::string& sXFullPath, std::string& sErrMsg) {
@@ -71,6 +237,7 @@ bool clsXMLIniData::LoadXDoc(const std::string& sXFullPath, std::string& sErrMsg
         oDoc_ = std::make_unique<pugi::xml_document>();
         oCurNode_ = pugi::xml_node();
         queries_.clear();
+        selected_.clear();
         std::string sReason;
         long lLine = 0, lPos = 0;
         bool bOk = LoadFileInto(*oDoc_, sXFullPath, sReason, lLine, lPos);
@@ -94,6 +261,7 @@ bool clsXMLIniData::LoadXString(const std::string& sXString, std::string& sErrMs
         oDoc_ = std::make_unique<pugi::xml_document>();
         oCurNode_ = pugi::xml_node();
         queries_.clear();
+        selected_.clear();
         std::string sReason;
         long lLine = 0, lPos = 0;
         if (!LoadStringInto(*oDoc_, sXString, sReason, lLine, lPos)) {
@@ -118,7 +286,17 @@ const pugi::xpath_query& clsXMLIniData::Query(const std::string& sXPath) {
 
 pugi::xml_node clsXMLIniData::SelectFirst(const pugi::xml_node& oFrom, const std::string& sXPath) {
     if (!oFrom) return pugi::xml_node();
-    return Query(sXPath).evaluate_node(oFrom).node();
+    // The same expression on the same node always selects the same node: the document does not
+    // change. Keyed by the node (not by the current node), so a section change is no concern.
+    std::string sKey(sizeof(void*), '\0');
+    const void* pFrom = oFrom.internal_object();
+    std::memcpy(sKey.data(), &pFrom, sizeof pFrom);
+    sKey += sXPath;
+    auto it = selected_.find(sKey);
+    if (it != selected_.end()) return it->second;
+    pugi::xml_node oFound = Query(sXPath).evaluate_node(oFrom).node();
+    selected_.emplace(std::move(sKey), oFound);
+    return oFound;
 }
 
 std::string clsXMLIniData::NodeText(const pugi::xml_node& oNode) {

@@ -2,6 +2,7 @@
 // settings, the parser and the workbook builder. Nothing of it outlives the call.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <string>
@@ -22,6 +23,10 @@ struct clsExportOptions {
     std::function<void(const clsProgress&)> OnProgress;
     // The components the export may create by programmatic identifier.
     clsComponentRegistry Components = clsComponentRegistry::WithDefaults();
+    // Set by the host (from any thread, or from a signal handler) to stop the calls that share
+    // it. The export stops at its next progress point with run-time error 18, saves nothing and
+    // removes the workbook it had started. Nothing resets it: the host clears it for new calls.
+    std::shared_ptr<std::atomic<bool>> CancelFlag;
 };
 
 struct clsExportContext {
@@ -32,5 +37,10 @@ struct clsExportContext {
     modResources::clsResources Res;
     clsLabelTables Labels;
     clsExportModel Model;
-    std::string WorkbookPath;  // set when the workbook was written
+    std::string WorkbookPath;         // set when the workbook was written
+    bool bInterruptReported = false;  // the interruption has its log line
+
+    bool CancelRequested() const {
+        return Options.CancelFlag && Options.CancelFlag->load(std::memory_order_relaxed);
+    }
 };

@@ -24,6 +24,8 @@ std::string ErrDescription(long lNumber) {
             return "Subscript out of range";
         case modConst::errTypeMismatch:
             return "Type mismatch";
+        case modConst::errUserInterrupt:
+            return "User interrupt occurred";
         case modConst::errFileNotFound:
             return "File not found";
         case modConst::errPermissionDenied:
@@ -81,6 +83,11 @@ void ReportRunErrorWith(clsExportContext& ctx, const std::string& sMsg, std::str
                         std::string_view sProc) noexcept {
     try {
         CaptureCurrentError(ctx.Err);
+        // An interruption unwinds through many traps; only the first one writes its line.
+        if (ctx.Err.Number == modConst::errUserInterrupt) {
+            if (ctx.bInterruptReported) return;
+            ctx.bInterruptReported = true;
+        }
         modResources::WriteLog(ctx, sMsg, SourceTag(sModule, sProc), -1, true);
     } catch (...) {
         // Reporting must never raise: a line that cannot be formatted is lost.

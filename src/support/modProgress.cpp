@@ -1,8 +1,12 @@
 #include "support/modProgress.h"
 
+#include "support/modConst.h"
+
 namespace modProgress {
 
 void ReportProgress(clsExportContext& ctx, clsProgress::Stage eStage, long lDone, long lTotal) {
+    // Every long loop passes here, so this is where a host's request to stop takes effect.
+    if (ctx.CancelRequested()) RaiseError(modConst::errUserInterrupt);
     if (!ctx.Options.OnProgress) return;
     clsProgress oProgress;
     oProgress.eStage = eStage;

@@ -6,7 +6,9 @@
 
 namespace modProgress {
 
-// Hands the progress to ctx.Options.OnProgress, if set; an observer that fails is ignored.
+// Raises run-time error 18 when the host asked the call to stop (ctx.Options.CancelFlag);
+// otherwise hands the progress to ctx.Options.OnProgress, if set. An observer that fails is
+// ignored.
 void ReportProgress(clsExportContext& ctx, clsProgress::Stage eStage, long lDone, long lTotal);
 
 }  // namespace modProgress

@@ -3,6 +3,7 @@
 
 #include "support/clsRunError.h"
 #include "support/modConst.h"
+#include "support/modProgress.h"
 
 using namespace modConst;
 
@@ -118,6 +119,10 @@ void clsBldExcel::ExitExl() {
     TrapRunVoid(ctx_, "clsBldExcel", "ExitExl", [&] {
         oSheet_ = nullptr;
         if (oWorkbook_) {
+            // Writing the rows is the long part of an export: the host sees it advance.
+            oWorkbook_->OnSaveProgress = [this](long lDone, long lTotal) {
+                modProgress::ReportProgress(ctx_, clsProgress::Stage::Writing, lDone, lTotal);
+            };
             oWorkbook_->Save();
             oWorkbook_->Close();
             oWorkbook_ = nullptr;

@@ -15,6 +15,7 @@
 #include "support/clsRunError.h"
 #include "support/modConst.h"
 #include "workbook/xlModelData.h"
+#include "workbook/xlText.h"
 
 namespace xl {
 
@@ -479,7 +480,11 @@ size_t LinkCheckedLength(const std::string& sTarget) {
 }
 
 uint64_t TextArena::Add(std::string_view s) {
-    const uint64_t lNeed = s.size() + sizeof(uint32_t);
+    // Every text a cell holds is stored here, as the file can hold it (see xlText.h).
+    std::string sStorable;
+    if (!IsWorkbookText(s)) s = sStorable = WorkbookText(s);
+    // The length, the bytes and a terminating NUL, so the saver hands the text on uncopied.
+    const uint64_t lNeed = s.size() + sizeof(uint32_t) + 1;
     if (lNeed > kChunk) RaiseError(errOutOfMemory);
     if (lUsed_ + lNeed > kChunk) {
         arrChunks_.push_back(std::make_unique<char[]>(kChunk));
@@ -489,6 +494,7 @@ uint64_t TextArena::Add(std::string_view s) {
     const uint32_t n = static_cast<uint32_t>(s.size());
     std::memcpy(p, &n, sizeof n);
     if (n) std::memcpy(p + sizeof n, s.data(), n);
+    p[sizeof n + n] = '\0';
     const uint64_t lRef = (static_cast<uint64_t>(arrChunks_.size() - 1) << kShift) | lUsed_;
     lUsed_ += (lNeed + 7) & ~uint64_t{7};
     return lRef;
@@ -549,13 +555,14 @@ uint32_t xlStyleTable::InternChange(const xlStyleChange& oChange) {
 }
 
 uint32_t xlStyleTable::Apply(uint32_t lStyle, uint32_t lChange) {
-    const uint64_t k = (static_cast<uint64_t>(lStyle) << 32) | lChange;
-    auto it = mapApplied.find(k);
-    if (it != mapApplied.end()) return it->second;
+    if (arrApplied.size() <= lStyle) arrApplied.resize(lStyle + 1);
+    std::vector<uint32_t>& v = arrApplied[lStyle];
+    if (v.size() <= lChange) v.resize(arrChanges.size(), 0);
+    if (v[lChange] != 0) return v[lChange] - 1;
     xlStyle s = arrStyles[lStyle];
     ApplyChangeTo(s, arrChanges[lChange]);
     const uint32_t lId = Intern(s);
-    mapApplied.emplace(k, lId);
+    v[lChange] = lId + 1;
     return lId;
 }
 
@@ -794,18 +801,16 @@ void xlWorksheet::Impl::ApplyToSheet(uint32_t lChange) {
 void xlWorksheet::Impl::AddMerged(const std::array<long, 4>& a) {
     const uint32_t lIndex = static_cast<uint32_t>(arrMerged.size());
     arrMerged.push_back(a);
+    if (arrMergedRows.size() < static_cast<size_t>(a[2])) arrMergedRows.resize(a[2]);
     for (long r = a[0]; r <= a[2]; ++r)
-        mapMergedRows[r].push_back(lIndex);
+        arrMergedRows[r - 1].push_back(lIndex);
 }
 
 void xlWorksheet::Impl::RemoveMerged(uint32_t lIndex) {
     auto Unlink = [&](const std::array<long, 4>& a, uint32_t lWhich) {
         for (long r = a[0]; r <= a[2]; ++r) {
-            auto it = mapMergedRows.find(r);
-            if (it == mapMergedRows.end()) continue;
-            auto& v = it->second;
+            auto& v = arrMergedRows[r - 1];
             v.erase(std::remove(v.begin(), v.end(), lWhich), v.end());
-            if (v.empty()) mapMergedRows.erase(it);
         }
     };
     Unlink(arrMerged[lIndex], lIndex);
@@ -813,7 +818,7 @@ void xlWorksheet::Impl::RemoveMerged(uint32_t lIndex) {
     if (lIndex != lLast) {
         const auto a = arrMerged[lLast];
         for (long r = a[0]; r <= a[2]; ++r) {
-            for (uint32_t& x : mapMergedRows[r]) {
+            for (uint32_t& x : arrMergedRows[r - 1]) {
                 if (x == lLast) x = lIndex;
             }
         }
@@ -834,10 +839,9 @@ std::vector<uint32_t> xlWorksheet::Impl::MergedIntersecting(long r1, long c1, lo
         }
         return arrOut;
     }
-    for (long r = r1; r <= r2; ++r) {
-        auto it = mapMergedRows.find(r);
-        if (it == mapMergedRows.end()) continue;
-        for (uint32_t i : it->second) {
+    const long rLast = std::min(r2, static_cast<long>(arrMergedRows.size()));
+    for (long r = std::max(r1, 1L); r <= rLast; ++r) {
+        for (uint32_t i : arrMergedRows[r - 1]) {
             if (bHit(arrMerged[i])) arrOut.push_back(i);
         }
     }
@@ -1328,7 +1332,8 @@ void xlHyperlinks::Add(const xlRange& oAnchor, const std::string& sAddress,
     auto it = d.mapLinks.find(k);
     if (it == d.mapLinks.end() && arr_.size() >= static_cast<size_t>(xlMaxHyperlinks)) Fail();
 
-    xlHyperlinkEntry e{r, c, sAddress, sSubAddress, sScreenTip};
+    xlHyperlinkEntry e{r, c, WorkbookText(sAddress), WorkbookText(sSubAddress),
+                       WorkbookText(sScreenTip)};
     if (it != d.mapLinks.end()) {
         arr_[it->second] = std::move(e);
     } else {

@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -326,6 +327,9 @@ public:
 
     // The formats of all cells of the workbook's sheets, each distinct one held once.
     const std::shared_ptr<xlStyleTable>& Styles() const { return pStyles_; }
+
+    // Receives (rows written, rows of all sheets) while a save runs, every thousand rows.
+    std::function<void(long, long)> OnSaveProgress;
 
 private:
     std::shared_ptr<xlStyleTable> pStyles_;

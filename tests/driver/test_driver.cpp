@@ -25,7 +25,7 @@ const char* kSmallItems = R"(<?xml version="1.0"?>
 </Root_Element>)";
 
 std::string SetupXml(const std::string& sName, const std::string& sType = "Item",
-                  const std::string& sSpace = "STRUCTURE") {
+                     const std::string& sSpace = "STRUCTURE") {
     return "<SETUP><PROJECT>Demo</PROJECT><WORKBOOK_NAME>" + sName +
            "</WORKBOOK_NAME><EXPORTED_BY>me</EXPORTED_BY><EXPORT_DATE/><OBJECT_TYPE>" + sType +
            "</OBJECT_TYPE><SPACE_TYPE>" + sSpace + "</SPACE_TYPE></SETUP>";

@@ -1,0 +1,125 @@
+// Huge and deep inputs: deep nesting, an element with a million attributes, a 10 MB value, more
+// rows or hyperlinks than a worksheet holds, a text longer than a cell holds. Each is generated
+// here; each call ends with its log line and a Boolean.
+#include <chrono>
+
+#include "ReliabilityFixture.h"
+
+using namespace reliability;
+
+namespace {
+
+std::string Deep(const std::string& sOpen, const std::string& sClose, long n) {
+    std::string s;
+    s.reserve((sOpen.size() + sClose.size()) * static_cast<size_t>(n));
+    for (long i = 0; i < n; ++i)
+        s += sOpen;
+    for (long i = 0; i < n; ++i)
+        s += sClose;
+    return s;
+}
+
+constexpr long kDeep = 100000;
+
+}  // namespace
+
+TEST_F(ReliabilityTest, ADocument100000LevelsDeepIsWalkedWithoutRecursion) {
+    // Unknown elements nested below the root, beside the one object.
+    EXPECT_TRUE(
+        RunData("<Root_Element>" + ItemXml("A-1") + Deep("<x>", "</x>", kDeep) + "</Root_Element>",
+                SetupXml("wb", "Item", "COLLECTION")))
+        << Joined(Log());
+    EXPECT_TRUE(fs::exists(dataDir / "wb.xlsx"));
+}
+
+TEST_F(ReliabilityTest, AStructure100000LevelsDeepEndsNormally) {
+    if (kSanitizedBuild) GTEST_SKIP() << "runs in the normal build only (too slow with sanitizers)";
+    std::string s = "<Root_Element>";
+    for (long i = 0; i < kDeep; ++i)
+        s += "<Item id=\"I" + std::to_string(i) + "\" revision=\"A\" description=\"d\"><Item_PS>";
+    s += "<Item id=\"leaf\" revision=\"A\" description=\"d\"/>";
+    for (long i = 0; i < kDeep; ++i)
+        s += "</Item_PS></Item>";
+    s += "</Root_Element>";
+    const bool b = RunData(s, SetupXml("wb"));
+    // Either the workbook holds it all, or a sheet limit stops it with its logged error.
+    if (!b) {
+        EXPECT_TRUE(LogHas("Application-defined or object-defined error 1004")) << Joined(Log());
+    }
+    EXPECT_TRUE(fs::exists(dataDir / "wb.xlsx"));
+    EXPECT_FALSE(HasTempFile(dataDir));
+}
+
+TEST_F(ReliabilityTest, DeepSettingsAndSetupStringsEndNormally) {
+    std::string sSet = testutil::ReadFile(sSettings);
+    size_t e = sSet.rfind("</");
+    sSet.insert(e, Deep("<deep>", "</deep>", kDeep));
+    const std::string sSetPath = (dataDir / "settings.xml").string();
+    testutil::WriteFile(sSetPath, sSet);
+    testutil::WriteFile(sData, "<Root_Element>" + ItemXml("A-1") + "</Root_Element>");
+    std::string sSetup = SetupXml("wb");
+    sSetup.insert(sSetup.size() - 8, Deep("<deep>", "</deep>", kDeep));
+    const bool b = Run(sData, sSetPath, sSetup);
+    EXPECT_TRUE(b) << Joined(Log());
+}
+
+TEST_F(ReliabilityTest, AnElementWithAMillionAttributesIsRead) {
+    std::string sItem = "<Item id=\"A-1\" revision=\"A\" description=\"d\"";
+    for (long i = 0; i < 1000000; ++i)
+        sItem += " a" + std::to_string(i) + "=\"v\"";
+    sItem += " status=\"last\"/>";
+    EXPECT_TRUE(RunData("<Root_Element>" + sItem + "</Root_Element>", SetupXml("wb")))
+        << Joined(Log());
+    const std::string s = ReadBack((dataDir / "wb.xlsx").string());
+    EXPECT_NE(s.find("\"last\""), std::string::npos) << s.substr(0, 2000);
+}
+
+TEST_F(ReliabilityTest, ATenMegabyteValueIsRefusedByTheCellWith1004) {
+    const std::string sBig(10 * 1024 * 1024, 'x');
+    const bool b =
+        RunData("<Root_Element>" + ItemXml("A-1", sBig) + "</Root_Element>", SetupXml("wb"));
+    (void)b;
+    EXPECT_TRUE(LogHas("Application-defined or object-defined error 1004")) << Joined(Log());
+    EXPECT_FALSE(HasTempFile(dataDir));
+    const std::string s = ReadBack((dataDir / "wb.xlsx").string());
+    EXPECT_EQ(s.rfind("OK\n", 0), 0u) << s.substr(0, 500);
+}
+
+TEST_F(ReliabilityTest, ATextOneCharacterTooLongForACellIsRefusedWith1004) {
+    const bool b =
+        RunData("<Root_Element>" + ItemXml("A-1", std::string(32768, 'y')) + "</Root_Element>",
+                SetupXml("wb"));
+    (void)b;
+    EXPECT_TRUE(LogHas("Application-defined or object-defined error 1004")) << Joined(Log());
+
+    fs::remove(sExportDir + "ExportExcel.log");
+    EXPECT_TRUE(
+        RunData("<Root_Element>" + ItemXml("A-1", std::string(32767, 'y')) + "</Root_Element>",
+                SetupXml("wb")))
+        << Joined(Log());
+    EXPECT_TRUE(Log().empty()) << Joined(Log());
+}
+
+TEST_F(ReliabilityTest, MoreMainPanelHyperlinksThanASheetHoldsAreRefusedWith1004) {
+    if (kSanitizedBuild) GTEST_SKIP() << "runs in the normal build only (too slow with sanitizers)";
+    // The hyperlink pass traps its own error; the rest of the sheet is still written and saved.
+    EXPECT_TRUE(RunData(ItemCollection(65531), SetupXml("wb", "Item", "COLLECTION")));
+    auto arr = Log();
+    ASSERT_EQ(arr.size(), 1u) << Joined(arr);
+    EXPECT_NE(arr[0].find("Application-defined or object-defined error 1004 "), std::string::npos);
+    EXPECT_NE(arr[0].find(" in orvExportExcel:clsBldExcel[FillHyperlinkCollect]"),
+              std::string::npos)
+        << arr[0];
+    EXPECT_TRUE(fs::exists(dataDir / "wb.xlsx"));
+    EXPECT_FALSE(HasTempFile(dataDir));
+}
+
+TEST_F(ReliabilityTest, AnExportLongerThanASheetStopsAtTheLastRowAndKeepsWhatWasWritten) {
+    if (kSanitizedBuild) GTEST_SKIP() << "runs in the normal build only (too slow with sanitizers)";
+    // A wide collection: one main-panel row and a detail block per object.
+    EXPECT_FALSE(RunData(ItemCollection(270000), SetupXml("wb", "Item", "COLLECTION")));
+    EXPECT_TRUE(LogHas("Application-defined or object-defined error 1004")) << Joined(Log());
+    EXPECT_TRUE(fs::exists(dataDir / "wb.xlsx"));
+    EXPECT_GT(fs::file_size(dataDir / "wb.xlsx"), 1000000u);
+    EXPECT_FALSE(HasTempFile(dataDir));
+}

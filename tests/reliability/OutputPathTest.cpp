@@ -1,0 +1,113 @@
+// Where the workbook goes: only into the data file's folder, whatever the caption value and the
+// extension say; and what happens when that place cannot take it.
+#include <sys/stat.h>
+
+#include "ReliabilityFixture.h"
+
+using namespace reliability;
+
+namespace {
+
+const std::string kItem =
+    "<Root_Element><Item id=\"A-1\" revision=\"A\" description=\"d\"/></Root_Element>";
+
+}  // namespace
+
+TEST_F(ReliabilityTest, TheCaptionValueNamesAFileInTheDataFolderOnly) {
+    struct Case {
+        std::string sCaption, sExt, sFile;
+    };
+    const std::vector<Case> arr = {
+        {"..", ".xlsx", "...xlsx"},
+        {"../../escaped", ".xlsx", ".._.._escaped.xlsx"},
+        {"/tmp/escaped", ".xlsx", "_tmp_escaped.xlsx"},
+        {"C:\\Windows\\escaped", ".xlsx", "C:_Windows_escaped.xlsx"},
+        {"..\\..\\escaped", "", ".._.._escaped.xls"},
+        {"wb", "/../../escaped", "wb_.._.._escaped"},
+    };
+    for (const Case& c : arr) {
+        SCOPED_TRACE(c.sCaption + " " + c.sExt);
+        fs::remove_all(dataDir);
+        fs::create_directories(dataDir);
+        testutil::WriteFile(sData, kItem);
+        EXPECT_TRUE(Run(sData, sSettings, SetupXml(c.sCaption), c.sExt)) << Joined(Log());
+        std::vector<std::string> arrWant{c.sFile, "export.xml"};
+        std::sort(arrWant.begin(), arrWant.end());
+        EXPECT_EQ(FilesIn(dataDir), arrWant);
+        EXPECT_EQ(FilesIn(tmp.Path()), (std::vector<std::string>{"Korvane", "data"}));
+    }
+    EXPECT_FALSE(fs::exists("/tmp/escaped.xlsx"));
+}
+
+TEST_F(ReliabilityTest, WithoutACaptionTheExtensionCannotLeadOutOfTheFolder) {
+    testutil::WriteFile(sData, kItem);
+    EXPECT_TRUE(Run(sData, sSettings, SetupXml(""), "/../../x.xlsx")) << Joined(Log());
+    EXPECT_EQ(FilesIn(dataDir), (std::vector<std::string>{"export.xml", "export_.._.._x.xlsx"}));
+}
+
+TEST_F(ReliabilityTest, ACaptionNamingTheFolderItselfFailsWithoutAFile) {
+    testutil::WriteFile(sData, kItem);
+    EXPECT_FALSE(Run(sData, sSettings, SetupXml("."), "."));  // "..": the parent folder
+    EXPECT_TRUE(LogHas("Application-defined or object-defined error 1004")) << Joined(Log());
+    EXPECT_EQ(FilesIn(dataDir), (std::vector<std::string>{"export.xml"}));
+    EXPECT_EQ(FilesIn(tmp.Path()), (std::vector<std::string>{"Korvane", "data"}));
+}
+
+TEST_F(ReliabilityTest, AnOutputPathThatIsAFolderFailsAndLeavesNoTemporaryFile) {
+    testutil::WriteFile(sData, kItem);
+    fs::create_directories(dataDir / "wb.xlsx" / "inside");
+    EXPECT_FALSE(Run(sData, sSettings, SetupXml("wb")));
+    EXPECT_TRUE(LogHas("Application-defined or object-defined error 1004 ")) << Joined(Log());
+    EXPECT_TRUE(fs::is_directory(dataDir / "wb.xlsx" / "inside"));
+    EXPECT_EQ(FilesIn(dataDir), (std::vector<std::string>{"export.xml", "wb.xlsx"}));
+}
+
+TEST_F(ReliabilityTest, AnEarlierReadOnlyWorkbookInTheUsersOwnFolderIsReplaced) {
+    testutil::WriteFile(sData, kItem);
+    testutil::WriteFile((dataDir / "wb.xlsx").string(), "old");
+    fs::permissions(dataDir / "wb.xlsx", fs::perms::owner_read | fs::perms::group_read);
+    EXPECT_TRUE(Run(sData, sSettings, SetupXml("wb"))) << Joined(Log());
+    EXPECT_EQ(ReadBack((dataDir / "wb.xlsx").string()).rfind("OK\n", 0), 0u);
+    EXPECT_EQ(FilesIn(dataDir), (std::vector<std::string>{"export.xml", "wb.xlsx"}));
+}
+
+TEST_F(ReliabilityTest, AnEarlierWorkbookThatCannotBeDeletedFailsTheExport) {
+    // Another user's read-only file in a shared (sticky) folder cannot be deleted.
+    fs::permissions(tmp.Path(), fs::perms::all);
+    for (const auto& e : fs::recursive_directory_iterator(tmp.Path()))
+        fs::permissions(e.path(), fs::perms::all);
+    testutil::WriteFile(sData, kItem);
+    fs::permissions(sData, fs::perms::all);
+    ::chmod(dataDir.c_str(), 01777);
+    testutil::WriteFile((dataDir / "wb.xlsx").string(), "old");
+    fs::permissions(dataDir / "wb.xlsx", fs::perms::owner_read | fs::perms::others_read);
+    const std::string sSet = (tmp.Path() / "settings.xml").string();
+    testutil::WriteFile(sSet, testutil::ReadFile(sSettings));
+    fs::permissions(sSet, fs::perms::all);
+    bool bSkipped = false;
+    const bool b = RunAsNobody([&] { return Run(sData, sSet, SetupXml("wb")); }, bSkipped);
+    if (bSkipped) GTEST_SKIP() << "cannot run as an unprivileged user here";
+    EXPECT_FALSE(b);
+    EXPECT_TRUE(LogHas("Permission denied 70 ")) << Joined(Log());
+    EXPECT_EQ(testutil::ReadFile((dataDir / "wb.xlsx").string()), "old");
+    EXPECT_EQ(FilesIn(dataDir), (std::vector<std::string>{"export.xml", "wb.xlsx"}));
+}
+
+TEST_F(ReliabilityTest, AFolderThatCannotBeWrittenFailsTheExport) {
+    fs::permissions(tmp.Path(), fs::perms::all);
+    for (const auto& e : fs::recursive_directory_iterator(tmp.Path()))
+        fs::permissions(e.path(), fs::perms::all);
+    testutil::WriteFile(sData, kItem);
+    fs::permissions(sData, fs::perms::all);
+    fs::permissions(dataDir, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
+                                 fs::perms::others_read | fs::perms::others_exec);
+    const std::string sSet = (tmp.Path() / "settings.xml").string();
+    testutil::WriteFile(sSet, testutil::ReadFile(sSettings));
+    fs::permissions(sSet, fs::perms::all);
+    bool bSkipped = false;
+    const bool b = RunAsNobody([&] { return Run(sData, sSet, SetupXml("wb")); }, bSkipped);
+    if (bSkipped) GTEST_SKIP() << "cannot run as an unprivileged user here";
+    EXPECT_FALSE(b);
+    EXPECT_TRUE(LogHas("Application-defined or object-defined error 1004 ")) << Joined(Log());
+    EXPECT_EQ(FilesIn(dataDir), (std::vector<std::string>{"export.xml"}));
+}

@@ -114,6 +114,16 @@ private:
     // caption in column A in bold italic; the row then advances by one.
     void FillListCaption(long& nRow, const std::string& sCaption);
 
+    // A whole list of related objects: its caption band, then one line per element, from index 0
+    // to lUBound, with no fill and no detail. The list procedures differ only in the array they
+    // take and the caption they show.
+    void FillItemLines(const std::vector<ItemStruct>& arrItems, long lUBound, long& nRow,
+                       const std::string& sCaption);
+    void FillDocLines(const std::vector<DocStruct>& arrDocs, long lUBound, long& nRow,
+                      const std::string& sCaption);
+    void FillFolderLines(const std::vector<FoldStruct>& arrFolders, long lUBound, long& nRow,
+                         const std::string& sCaption);
+
     // Writes a row of three caption/value pairs: A caption, B value, C caption, D value,
     // E caption, F value; the captions in bold.
     void FillKeyRow(long nRow, const std::string& sCap1, const std::string& sVal1,

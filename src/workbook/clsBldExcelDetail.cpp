@@ -172,41 +172,42 @@ void clsBldExcel::FillFolderChild(std::string& sChildren, long& nRow) {
     });
 }
 
+void clsBldExcel::FillItemLines(const std::vector<ItemStruct>& arrItems, long lUBound, long& nRow,
+                                const std::string& sCaption) {
+    FillListCaption(nRow, sCaption);
+    for (long i = 0; i <= lUBound; ++i)
+        FillItem(At(arrItems, i), nRow, 0, false);
+}
+
 void clsBldExcel::FillItemListForDoc(long nIndex, long& nRow) {
     TrapRunVoid(ctx_, "clsBldExcel", "FillItemListForDoc", [&] {
         const XDocStruct& rec = At(ctx_.Model.XDocs, nIndex);
-        FillListCaption(nRow, GetCaptionByPath("PROPERTY_LBL/ITEM_LBL/CAPTION_LBL", "Items"));
-        for (long i = 0; i <= rec.ItemCount; ++i)
-            FillItem(At(rec.Items, i), nRow, 0, false);
+        FillItemLines(rec.Items, rec.ItemCount, nRow,
+                      GetCaptionByPath("PROPERTY_LBL/ITEM_LBL/CAPTION_LBL", "Items"));
     });
 }
 
 void clsBldExcel::FillItemListForFolder(long nIndex, long& nRow) {
     TrapRunVoid(ctx_, "clsBldExcel", "FillItemListForFolder", [&] {
         const XFoldStruct& rec = At(ctx_.Model.XFolders, nIndex);
-        FillListCaption(nRow, GetCaptionByPath("PROPERTY_LBL/ITEM_LBL/CAPTION_LBL", "Items"));
-        for (long i = 0; i <= rec.ItemCount; ++i)
-            FillItem(At(rec.Items, i), nRow, 0, false);
+        FillItemLines(rec.Items, rec.ItemCount, nRow,
+                      GetCaptionByPath("PROPERTY_LBL/ITEM_LBL/CAPTION_LBL", "Items"));
     });
 }
 
 void clsBldExcel::FillDocListForItem(long nIndex, long& nRow) {
     TrapRunVoid(ctx_, "clsBldExcel", "FillDocListForItem", [&] {
         const XItemStruct& rec = At(ctx_.Model.XItems, nIndex);
-        const std::string sLblPath = "PROPERTY_LBL/DOCUMENT_LBL";
-        FillListCaption(nRow, GetCaptionByPath(sLblPath + "/CAPTION_LBL", "Documents"));
-        for (long i = 0; i <= rec.DocCount; ++i)
-            FillDoc(At(rec.Docs, i), nRow, sLblPath, 0, false);
+        FillDocLines(rec.Docs, rec.DocCount, nRow,
+                     GetCaptionByPath("PROPERTY_LBL/DOCUMENT_LBL/CAPTION_LBL", "Documents"));
     });
 }
 
 void clsBldExcel::FillDocListForFolder(long nIndex, long& nRow) {
     TrapRunVoid(ctx_, "clsBldExcel", "FillDocListForFolder", [&] {
         const XFoldStruct& rec = At(ctx_.Model.XFolders, nIndex);
-        const std::string sLblPath = "PROPERTY_LBL/DOCUMENT_LBL";
-        FillListCaption(nRow, GetCaptionByPath(sLblPath + "/CAPTION_LBL", "Documents"));
-        for (long i = 0; i <= rec.DocCount; ++i)
-            FillDoc(At(rec.Docs, i), nRow, sLblPath, 0, false);
+        FillDocLines(rec.Docs, rec.DocCount, nRow,
+                     GetCaptionByPath("PROPERTY_LBL/DOCUMENT_LBL/CAPTION_LBL", "Documents"));
     });
 }
 

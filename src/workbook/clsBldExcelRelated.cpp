@@ -9,15 +9,28 @@ const std::string kFolderLbl = "PROPERTY_LBL/FOLDER_LBL";
 
 }  // namespace
 
+void clsBldExcel::FillDocLines(const std::vector<DocStruct>& arrDocs, long lUBound, long& nRow,
+                               const std::string& sCaption) {
+    FillListCaption(nRow, sCaption);
+    for (long i = 0; i <= lUBound; ++i)
+        FillDoc(At(arrDocs, i), nRow, kDocumentLbl, 0, false);
+}
+
+void clsBldExcel::FillFolderLines(const std::vector<FoldStruct>& arrFolders, long lUBound,
+                                  long& nRow, const std::string& sCaption) {
+    FillListCaption(nRow, sCaption);
+    for (long i = 0; i <= lUBound; ++i)
+        FillFolder(At(arrFolders, i), nRow, kFolderLbl, 0, false);
+}
+
 // The documents related to a document.
 bool clsBldExcel::FillDocListForDoc(long nIndex, long& nRow) {
     return TrapRun(ctx_, "clsBldExcel", "FillDocListForDoc", false, [&] {
         long lLen = -1;
         const XDocStruct& rec = At(ctx_.Model.XDocs, nIndex);
         SelectLabels(kDocumentLbl);
-        FillListCaption(nRow, GetCaptionByName("REFERENCE_DOC_LBL", "Reference Documents", lLen));
-        for (long i = 0; i <= rec.DocCount; ++i)
-            FillDoc(At(rec.Docs, i), nRow, kDocumentLbl, 0, false);
+        FillDocLines(rec.Docs, rec.DocCount, nRow,
+                     GetCaptionByName("REFERENCE_DOC_LBL", "Reference Documents", lLen));
         return true;
     });
 }
@@ -28,10 +41,8 @@ bool clsBldExcel::FillFolderListForItem(long nIndex, long& nRow) {
         long lLen = -1;
         const XItemStruct& rec = At(ctx_.Model.XItems, nIndex);
         SelectLabels(kFolderLbl);
-        FillListCaption(nRow, GetCaptionByName("CAPTION_LBL", "Folders", lLen));
-        for (long i = 0; i <= rec.FolderCount; ++i) {
-            FillFolder(At(rec.Folders, i), nRow, kFolderLbl, 0, false);
-        }
+        FillFolderLines(rec.Folders, rec.FolderCount, nRow,
+                        GetCaptionByName("CAPTION_LBL", "Folders", lLen));
         return true;
     });
 }
@@ -42,10 +53,8 @@ bool clsBldExcel::FillFolderListForDoc(long nIndex, long& nRow) {
         long lLen = -1;
         const XDocStruct& rec = At(ctx_.Model.XDocs, nIndex);
         SelectLabels(kFolderLbl);
-        FillListCaption(nRow, GetCaptionByName("CAPTION_LBL", "Folders", lLen));
-        for (long i = 0; i <= rec.FolderCount; ++i) {
-            FillFolder(At(rec.Folders, i), nRow, kFolderLbl, 0, false);
-        }
+        FillFolderLines(rec.Folders, rec.FolderCount, nRow,
+                        GetCaptionByName("CAPTION_LBL", "Folders", lLen));
         return true;
     });
 }
@@ -56,10 +65,8 @@ bool clsBldExcel::FillFolderListForFolder(long nIndex, long& nRow) {
         long lLen = -1;
         const XFoldStruct& rec = At(ctx_.Model.XFolders, nIndex);
         SelectLabels(kFolderLbl);
-        FillListCaption(nRow, GetCaptionByName("REFERENCE_FOLDER_LBL", "Reference Folders", lLen));
-        for (long i = 0; i <= rec.FolderCount; ++i) {
-            FillFolder(At(rec.Folders, i), nRow, kFolderLbl, 0, false);
-        }
+        FillFolderLines(rec.Folders, rec.FolderCount, nRow,
+                        GetCaptionByName("REFERENCE_FOLDER_LBL", "Reference Folders", lLen));
         return true;
     });
 }

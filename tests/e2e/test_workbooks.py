@@ -239,7 +239,7 @@ class TestDocumentCollectionWorkbook(WorkbookCase):
         self.assertEqual(self.v("A4"), "Main Panel: Document Collection")
         self.assertRow(5, ["Doc. ID", "Revision", "Description", "Type", "Status", None])
         self.assertRow(6, ["D-1", "A", "Drawing", "DWG", "Released", None])
-        self.assertRow(7, ["D 2", "C", "Specification", "SPEC", "Draft", None])
+        self.assertRow(7, ["D 2", "C", "Test procedure", "SPEC", "Draft", None])
         self.assertEqual(self.v("A9"), "Property Panel: Documents")
 
     def test_hyperlinks_in_column_a_point_at_their_blocks(self):

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <sstream>
 #include <string_view>
@@ -232,7 +233,9 @@ bool clsXMLIniData::LoadStringInto(pugi::xml_document& oDoc, const std::string& 
     return LoadBufferInto(oDoc, sText, pugi::encoding_utf8, sReason, lLine, lPos);
 }
 
-bool clsXMLIniData::LoadXDoc(const std::string& sXFullPath, std::string& sErrMsg) {
+bool clsXMLIniData::LoadDocument(
+    const std::function<bool(pugi::xml_document&, std::string&, long&, long&)>& fnLoad,
+    const std::string& sWhat, std::string& sErrMsg) {
     try {
         oDoc_ = std::make_unique<pugi::xml_document>();
         oCurNode_ = pugi::xml_node();
@@ -240,41 +243,36 @@ bool clsXMLIniData::LoadXDoc(const std::string& sXFullPath, std::string& sErrMsg
         selected_.clear();
         std::string sReason;
         long lLine = 0, lPos = 0;
-        bool bOk = LoadFileInto(*oDoc_, sXFullPath, sReason, lLine, lPos);
-        // White-space preservation is switched on after the load, so it does not affect it.
-        bPreserveWhiteSpace_ = true;
-        if (!bOk) {
-            sErrMsg = modResources::NowGeneralDate() + " IniDoc Load Parse error: " + sReason +
-                      " On Line: " + std::to_string(lLine) +
+        if (!fnLoad(*oDoc_, sReason, lLine, lPos)) {
+            sErrMsg = modResources::NowGeneralDate() + " " + sWhat +
+                      " Load Parse error: " + sReason + " On Line: " + std::to_string(lLine) +
                       " At Position: " + std::to_string(lPos);
             return false;
         }
         return true;
     } catch (const std::exception& e) {
-        sErrMsg = std::string("IniDoc Load Run error: ") + e.what();
+        sErrMsg = sWhat + " Load Run error: " + e.what();
         return false;
     }
 }
 
+bool clsXMLIniData::LoadXDoc(const std::string& sXFullPath, std::string& sErrMsg) {
+    bool bOk = LoadDocument(
+        [&](pugi::xml_document& oDoc, std::string& sReason, long& lLine, long& lPos) {
+            return LoadFileInto(oDoc, sXFullPath, sReason, lLine, lPos);
+        },
+        "IniDoc", sErrMsg);
+    // White-space preservation is switched on after the load, so it does not affect it.
+    bPreserveWhiteSpace_ = true;
+    return bOk;
+}
+
 bool clsXMLIniData::LoadXString(const std::string& sXString, std::string& sErrMsg) {
-    try {
-        oDoc_ = std::make_unique<pugi::xml_document>();
-        oCurNode_ = pugi::xml_node();
-        queries_.clear();
-        selected_.clear();
-        std::string sReason;
-        long lLine = 0, lPos = 0;
-        if (!LoadStringInto(*oDoc_, sXString, sReason, lLine, lPos)) {
-            sErrMsg = modResources::NowGeneralDate() + " String Load Parse error: " + sReason +
-                      " On Line: " + std::to_string(lLine) +
-                      " At Position: " + std::to_string(lPos);
-            return false;
-        }
-        return true;
-    } catch (const std::exception& e) {
-        sErrMsg = std::string("String Load Run error: ") + e.what();
-        return false;
-    }
+    return LoadDocument(
+        [&](pugi::xml_document& oDoc, std::string& sReason, long& lLine, long& lPos) {
+            return LoadStringInto(oDoc, sXString, sReason, lLine, lPos);
+        },
+        "String", sErrMsg);
 }
 
 const pugi::xpath_query& clsXMLIniData::Query(const std::string& sXPath) {

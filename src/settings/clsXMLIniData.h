@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <functional>
 #include <memory>
 #include <pugixml.hpp>
 #include <string>
@@ -69,6 +70,11 @@ public:
                                std::string& sReason, long& lLine, long& lPos);
 
 private:
+    // Replaces the document by the one fnLoad reads; sWhat ("IniDoc", "String") names the source
+    // in the messages.
+    bool LoadDocument(
+        const std::function<bool(pugi::xml_document&, std::string&, long&, long&)>& fnLoad,
+        const std::string& sWhat, std::string& sErrMsg);
     const pugi::xpath_query& Query(const std::string& sXPath);
     pugi::xml_node SelectFirst(const pugi::xml_node& oFrom, const std::string& sXPath);
     pugi::xml_node MatchByLabel(const std::string& sLabel);

@@ -77,7 +77,7 @@ deps-fuzz:
 # examples; what it finds lands in $(FUZZ_DIR)/findings/ and belongs in tests/data/fuzz-regressions/.
 fuzz: deps deps-fuzz
 	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORV_FUZZ=ON \
-	  -DORV_BUILD_TESTS=OFF -DCMAKE_CXX_FLAGS=-Wno-error $(CMAKE_FLAGS)
+	  -DORV_BUILD_TESTS=OFF $(CMAKE_FLAGS)
 	cmake --build $(FUZZ_DIR) -j $(JOBS) --target fuzz_export
 	bash fuzz/make_seeds.sh $(CURDIR) $(FUZZ_DIR)/seeds
 	mkdir -p $(FUZZ_DIR)/corpus $(FUZZ_DIR)/findings

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <fstream>
 #include <functional>
@@ -407,7 +408,8 @@ std::string clsXMLIniData::GetNodeNameUseCurNodeByLabel(const std::string& sLabe
                                                         const std::string& sPosAttr) {
     try {
         pugi::xml_node oMatch = MatchByLabel(sLabel);
-        if (bWithPosition && sPos) *sPos = oMatch ? oMatch.attribute(sPosAttr.c_str()).value() : "";
+        if (sPos && !oMatch) sPos->clear();  // no match: the position is emptied
+        if (sPos && oMatch && bWithPosition) *sPos = oMatch.attribute(sPosAttr.c_str()).value();
         return oMatch ? std::string(oMatch.name()) : std::string();
     } catch (...) {
         return std::string();
@@ -419,7 +421,8 @@ std::string clsXMLIniData::GetFieldNameUseCurNodeByLabel(const std::string& sLab
                                                          const std::string& sPosAttr) {
     try {
         pugi::xml_node oMatch = MatchByLabel(sLabel);
-        if (bWithPosition && sPos) *sPos = oMatch ? oMatch.attribute(sPosAttr.c_str()).value() : "";
+        if (sPos && !oMatch) sPos->clear();  // no match: the position is emptied
+        if (sPos && oMatch && bWithPosition) *sPos = oMatch.attribute(sPosAttr.c_str()).value();
         return oMatch ? std::string(oMatch.attribute("FIELD").value()) : std::string();
     } catch (...) {
         return std::string();
@@ -462,8 +465,10 @@ long ToLong(const char* s) {
     size_t a = t.find_first_not_of(" \t\r\n");
     if (a == std::string::npos) throw std::invalid_argument("empty");
     size_t lUsed = 0;
-    double d = std::stod(t.substr(a), &lUsed);
-    return static_cast<long>(std::nearbyint(d));
+    double d = std::nearbyint(std::stod(t.substr(a), &lUsed));
+    // A Long holds 32 bits: a larger ORDER is an overflow, and the list is refused.
+    if (!(d >= INT32_MIN && d <= INT32_MAX)) throw std::overflow_error("ORDER");
+    return static_cast<long>(d);
 }
 
 }  // namespace

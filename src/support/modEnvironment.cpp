@@ -94,7 +94,7 @@ std::string GetAppDataTail(const std::string& sAppData) {
     size_t a = sPart.find_first_not_of(' ');
     size_t b = sPart.find_last_not_of(' ');
     sPart = (a == std::string::npos) ? std::string() : sPart.substr(a, b - a + 1);
-    if (sPart.empty()) return Native("\\Application Data\\");
+    // A fourth component that is there but blank still counts: only a missing one falls back.
     return std::string(1, PATH_SEP) + sPart + PATH_SEP;
 }
 
@@ -151,6 +151,9 @@ std::string GetAppDataRoot() {
 std::string GetDir(const std::string& sKey) {
     try {
         std::string sPath;
+        // Every key but the two release ones is based on the data root: its first use on a
+        // thread prepares the per-user folder, whatever the key.
+        if (sKey != "RELEASE_DIR" && sKey != "HELP_DIR") GetAppDataRoot();
         if (sKey == "RELEASE_DIR" || sKey == "APP_PATH") {
             sPath = GetReleaseDir();
         } else if (sKey == "HELP_DIR") {

@@ -214,3 +214,33 @@ TEST(NodeText, WhitespaceOnlyTextIsNotANode) {
     ASSERT_TRUE(o.SetCurNode("T"));
     EXPECT_EQ(o.CurNodeChildNumber(), 1);
 }
+
+TEST(GetOrderedAttrList, AnOrderBeyondALongRefusesTheList) {
+    clsXMLIniData o;
+    std::string sErr;
+    ASSERT_TRUE(
+        o.LoadXString("<R><S><A ORDER=\"1\">a</A><B ORDER=\"3000000000\">b</B></S>"
+                      "<T><A ORDER=\"2147483647\">a</A></T></R>",
+                      sErr));
+    long lCount = 7;
+    clsOrderArray arr;
+    auto list = o.GetOrderedAttrList("S", lCount, arr);
+    EXPECT_EQ(lCount, -1);
+    EXPECT_EQ(list.size(), 0u);
+    list = o.GetOrderedAttrList("T", lCount, arr);
+    EXPECT_EQ(lCount, 0);
+    EXPECT_EQ(arr[0][1], 2147483647L);
+}
+
+TEST(Lookups, NoMatchEmptiesThePositionWhateverTheFlag) {
+    clsXMLIniData o;
+    std::string sErr;
+    ASSERT_TRUE(o.LoadXString(kSettings, sErr));
+    ASSERT_TRUE(o.SetCurNode("SECTION"));
+    std::string sPos = "old";
+    EXPECT_EQ(o.GetNodeNameUseCurNodeByLabel("Nothing", false, &sPos, "POS"), "");
+    EXPECT_EQ(sPos, "");
+    sPos = "old";
+    EXPECT_EQ(o.GetNodeNameUseCurNodeByLabel("Identifier", false, &sPos, "POS"), "ID");
+    EXPECT_EQ(sPos, "old");  // a match without the flag leaves it alone
+}

@@ -41,6 +41,18 @@ TEST_F(DirTest, ExportDirIsBelowTheUserFolderWhenItExists) {
     EXPECT_EQ(GetDir("TEMP_DIR"), tmp.Str() + "/Korvane/temp/");
 }
 
+TEST_F(DirTest, EveryKeyButTheReleaseOnesPreparesTheDataRoot) {
+    TempDir tmp;
+    fs::create_directories(tmp.Path() / "Korvane");
+    ScopedEnv env("APPDATA", tmp.Str());
+    long lBefore = AppDataRootComputations();
+    GetDir("RELEASE_DIR");
+    GetDir("HELP_DIR");
+    EXPECT_EQ(AppDataRootComputations(), lBefore);
+    EXPECT_EQ(GetDir("APP_PATH"), GetProgramDir() + "/");
+    EXPECT_EQ(AppDataRootComputations(), lBefore + 1);
+}
+
 TEST_F(DirTest, ReleaseKeysUseTheProgramFolder) {
     std::string sProgram = GetProgramDir();
     EXPECT_EQ(GetDir("RELEASE_DIR"), sProgram + "/");
@@ -123,6 +135,8 @@ TEST(AppDataTail, FourthComponentOrApplicationData) {
     EXPECT_EQ(GetAppDataTail("/home/me/.config"), "/.config/");
     EXPECT_EQ(GetAppDataTail("/home/me/ Roaming /x"), "/Roaming/");
     EXPECT_EQ(GetAppDataTail("/home/me"), "/Application Data/");
+    EXPECT_EQ(GetAppDataTail("/home/me/"), "//");  // there, but blank
+    EXPECT_EQ(GetAppDataTail("/home/me/   /x"), "//");
     EXPECT_EQ(GetAppDataTail(""), "/Application Data/");
 }
 

@@ -134,7 +134,8 @@ std::string clsBldExcel::SanitizeName(const std::string& sName) {
         if ((c >= U'0' && c <= U'9') || (c >= U'A' && c <= U'z')) {
             sResult += static_cast<char>(c);
         } else {
-            sResult += "_" + std::to_string(AnsiCode(c));
+            sResult += '_';
+            sResult += std::to_string(AnsiCode(c));
         }
     }
     return sResult;

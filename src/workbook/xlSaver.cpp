@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <optional>
+#include <thread>
 #include <unordered_map>
 #include <vector>
 
@@ -584,13 +585,22 @@ void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::str
 }
 
 std::filesystem::path TempNameBeside(const std::filesystem::path& target) {
-    static std::atomic<unsigned> lCounter{0};
+    // Process, thread and a per-thread counter make the name unique without shared state.
+    thread_local unsigned lCounter = 0;
+    const std::string sThread =
+        std::to_string(std::hash<std::thread::id>{}(std::this_thread::get_id()));
     const std::filesystem::path dir = target.parent_path();
     std::error_code ec;
     for (;;) {
-        const std::string sName = "." + target.filename().string() + ".~" +
-                                  std::to_string(static_cast<long>(::getpid())) + "-" +
-                                  std::to_string(lCounter++) + ".tmp";
+        std::string sName(".");
+        sName += target.filename().string();
+        sName += ".~";
+        sName += std::to_string(static_cast<long>(::getpid()));
+        sName += '-';
+        sName += sThread;
+        sName += '-';
+        sName += std::to_string(lCounter++);
+        sName += ".tmp";
         std::filesystem::path p = dir / sName;
         if (!std::filesystem::exists(p, ec)) return p;
     }

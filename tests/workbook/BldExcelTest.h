@@ -254,11 +254,18 @@ protected:
     }
     void ExpectOneErrorLine(const std::string& sDescription, long lNumber,
                             const std::string& sProc) {
+        ExpectErrorLines(sDescription, lNumber, {sProc});
+    }
+    // The log holds exactly one error line per procedure, in this order.
+    void ExpectErrorLines(const std::string& sDescription, long lNumber,
+                          const std::vector<std::string>& arrProcs) {
         auto arr = LogLines();
-        ASSERT_EQ(arr.size(), 1u);
-        EXPECT_TRUE(
-            std::regex_match(arr[0], std::regex(ErrorLineRegex(sDescription, lNumber, sProc))))
-            << arr[0];
+        ASSERT_EQ(arr.size(), arrProcs.size());
+        for (size_t i = 0; i < arr.size(); ++i) {
+            EXPECT_TRUE(std::regex_match(
+                arr[i], std::regex(ErrorLineRegex(sDescription, lNumber, arrProcs[i]))))
+                << arr[i];
+        }
     }
 
     testutil::TempDir tmp;

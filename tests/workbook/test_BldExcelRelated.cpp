@@ -192,16 +192,9 @@ TEST_F(RelatedTest, ListErrorsAreLoggedUnderTheirNames) {
     EXPECT_FALSE(bld->FillFolderListForDoc(0, nRow));
     EXPECT_FALSE(bld->FillFolderListForFolder(0, nRow));
     EXPECT_EQ(nRow, 2);
-    auto arr = LogLines();
-    ASSERT_EQ(arr.size(), 4u);
-    EXPECT_TRUE(std::regex_match(
-        arr[0], std::regex(ErrorLineRegex("Subscript out of range", 9, "FillDocListForDoc"))));
-    EXPECT_TRUE(std::regex_match(
-        arr[1], std::regex(ErrorLineRegex("Subscript out of range", 9, "FillFolderListForItem"))));
-    EXPECT_TRUE(std::regex_match(
-        arr[2], std::regex(ErrorLineRegex("Subscript out of range", 9, "FillFolderListForDoc"))));
-    EXPECT_TRUE(std::regex_match(arr[3], std::regex(ErrorLineRegex("Subscript out of range", 9,
-                                                                   "FillFolderListForFolder"))));
+    ExpectErrorLines("Subscript out of range", 9,
+                     {"FillDocListForDoc", "FillFolderListForItem", "FillFolderListForDoc",
+                      "FillFolderListForFolder"});
 }
 
 // ---- attribute grid ----
@@ -409,14 +402,8 @@ TEST_F(RelatedTest, MakerErrorsAreLoggedUnderTheirNames) {
     EXPECT_FALSE(bld->FillManufactur({}, 0, nRow, false));
     EXPECT_FALSE(bld->FillSuppliers({}, 0, nRow, true));
     EXPECT_EQ(nRow, 5);
-    auto arr = LogLines();
-    ASSERT_EQ(arr.size(), 3u);
-    EXPECT_TRUE(std::regex_match(
-        arr[0], std::regex(ErrorLineRegex("Subscript out of range", 9, "FillManufacturAndSupp"))));
-    EXPECT_TRUE(std::regex_match(
-        arr[1], std::regex(ErrorLineRegex("Subscript out of range", 9, "FillManufactur"))));
-    EXPECT_TRUE(std::regex_match(
-        arr[2], std::regex(ErrorLineRegex("Subscript out of range", 9, "FillSuppliers"))));
+    ExpectErrorLines("Subscript out of range", 9,
+                     {"FillManufacturAndSupp", "FillManufactur", "FillSuppliers"});
 }
 
 TEST_F(RelatedTest, AFileWithoutANameKeepsItsLinesAndGetsNoLink) {

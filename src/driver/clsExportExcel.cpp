@@ -73,25 +73,31 @@ bool clsExportExcel::ParseXML2Excel(const std::string& sXFullPath, const std::st
                                     const std::string& sExtension) {
     std::unique_ptr<clsXMLPars> oPars;
     std::unique_ptr<pugi::xml_document> oDocument;
+    // Whatever way the call ends, the parser, the data document and the settings are released.
+    struct clsRelease {
+        clsExportContext& ctx;
+        std::unique_ptr<clsXMLPars>& oPars;
+        std::unique_ptr<pugi::xml_document>& oDocument;
+        ~clsRelease() {
+            oDocument.reset();
+            oPars.reset();
+            ctx.IniData.reset();
+        }
+    } oRelease{ctx_, oPars, oDocument};
     bool bResult = false;
     try {
         ctx_.LogFilePath = modEnvironment::GetDir("ORV_EXPORT_DIR") + modConst::LOG_FILE_NAME;
         const std::string sExt = sExtension.size() >= 1 ? sExtension : std::string(".xls");
 
-        if (!GetIniXML(sXIniFullPath)) {
-            ctx_.IniData.reset();
-            return false;
-        }
+        if (!GetIniXML(sXIniFullPath)) return false;
         modResources::InitResources(ctx_);
 
         if (sXFullPath.empty()) {
             WriteLog(ctx_, ctx_.Res.MsgFileNameEmpty, "", -1, false);
-            ctx_.IniData.reset();
             return false;
         }
         if (!FileMatches(sXFullPath)) {
             WriteLog(ctx_, ctx_.Res.MsgFile + sXFullPath + ctx_.Res.MsgWasNotFound, "", -1, false);
-            ctx_.IniData.reset();
             return false;
         }
 
@@ -115,14 +121,9 @@ bool clsExportExcel::ParseXML2Excel(const std::string& sXFullPath, const std::st
         }
         ClearLabelTables(ctx_);
     } catch (...) {
-        oDocument.reset();
-        oPars.reset();
-        ctx_.IniData.reset();
         ReportRunError(ctx_, "clsExportExcel", "ParseXML2Excel");
         return false;
     }
-    oPars.reset();
-    ctx_.IniData.reset();
     return bResult;
 }
 
@@ -149,22 +150,21 @@ bool clsExportExcel::GetIniXML(const std::string& sXIniFullPath) {
 
 std::string clsExportExcel::OutputPath(clsExportContext& ctx, const std::string& sXFullPath,
                                        const std::string& sExtension) {
-    const std::string sSep(1, modEnvironment::PATH_SEP);
-    // The caption value of the second caption entry names the workbook; error 9 without it.
-    std::string sName = ctx.Labels.CaptionTable.Item(1, 1);
-    if (!sName.empty()) {
-        // The name can only name a file inside the data file's folder.
-        sName += sExtension;
-        for (char& c : sName)
+    // Neither the caption value nor the extension may lead out of the data file's folder.
+    const auto fnNoSeparators = [](std::string s) {
+        for (char& c : s)
             if (c == '/' || c == '\\') c = '_';
-        std::string sFolder = modResources::SplitAtLast(sXFullPath, sSep, false, true);
-        if (sXFullPath.find(sSep) == std::string::npos) return sName;
-        return sFolder + sSep + sName;
+        return s;
+    };
+    const std::string sExt = fnNoSeparators(sExtension);
+    // The caption value of the second caption entry names the workbook; error 9 without it.
+    const std::string& sName = ctx.Labels.CaptionTable.Item(1, 1);
+    if (!sName.empty()) {
+        const std::string sFile = fnNoSeparators(sName) + sExt;
+        size_t lSep = sXFullPath.rfind(modEnvironment::PATH_SEP);
+        if (lSep == std::string::npos) return sFile;  // a bare file name: the current folder
+        return sXFullPath.substr(0, lSep + 1) + sFile;
     }
-    // Nor can the extension lead out of it.
-    std::string sExt = sExtension;
-    for (char& c : sExt)
-        if (c == '/' || c == '\\') c = '_';
     // The data file's extension is replaced; a file name without a dot keeps its whole path.
     size_t lSep = sXFullPath.rfind(modEnvironment::PATH_SEP);
     size_t lDot = sXFullPath.rfind('.');

@@ -248,7 +248,7 @@ bool clsXMLPars::WalkObjects(pugi::xml_node oFirst, const clsWalkKind<XRec>& oKi
                 arr.resize(static_cast<size_t>(lIndex) + 1);
             }
             (this->*oKind.pfnFill)(oCurrent, lIndex, lLevel);
-            ReportProgress(lIndex + 1, 0);
+            modProgress::ReportProgress(ctx_, clsProgress::Stage::Parsing, lIndex + 1, 0);
 
             oNext = SelectFirstChild(oCurrent, sPsName);
             if (oNext && !oNext.first_child()) {
@@ -314,7 +314,7 @@ bool clsXMLPars::WalkObjects(pugi::xml_node oFirst, const clsWalkKind<XRec>& oKi
     }
 
     ctx_.Model.ObjCount = static_cast<int32_t>(lIndex);
-    ReportProgress(lIndex + 1, lIndex + 1);
+    modProgress::ReportProgress(ctx_, clsProgress::Stage::Parsing, lIndex + 1, lIndex + 1);
     return true;
 }
 
@@ -331,10 +331,6 @@ void clsXMLPars::ForgetSelections() {
     oSelParent_ = pugi::xml_node();
     arrSelLAI_.clear();
     arrSelRefDes_.clear();
-}
-
-void clsXMLPars::ReportProgress(long lDone, long lTotal) {
-    modProgress::ReportProgress(ctx_, clsProgress::Stage::Parsing, lDone, lTotal);
 }
 
 // ---------------------------------------------------------------------------------------------

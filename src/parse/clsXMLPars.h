@@ -101,7 +101,6 @@ private:
     // Logs a structure element without children below the object with key sKey.
     void LogNoChildren(pugi::xml_node oStructNode, const std::string& sMsgOf,
                        const std::string& sKey);
-    void ReportProgress(long lDone, long lTotal);
     // Drops the remembered selections (their document may be gone).
     void ForgetSelections();
 

@@ -101,6 +101,10 @@ private:
     std::string GetExportSectionPath() const;
     void FillAttributesHeading(long& nRow);
     static std::string SanitizeName(const std::string& sName);
+    // The anchor name of object nIndex of the export's kind ("" for any other kind), and the
+    // object's level (error 9 outside the array).
+    std::string AnchorNameOf(long nIndex);
+    long LevelOf(long nIndex) const;
 
     // Makes a settings section current; the result is the switch for labels from the settings
     // of the list or line being written.

@@ -170,66 +170,53 @@ std::string clsBldExcel::GetFolderHyperlinkName(long nIndex) {
 bool clsBldExcel::FillHyperlinkStruct() {
     return TrapRun(ctx_, "clsBldExcel", "FillHyperlinkStruct", false, [&] {
         const clsExportModel& m = ctx_.Model;
+        if (m.ExportKind < 1 || m.ExportKind > 3) return true;
+        xl::xlWorksheet& oSheet = Sheet();
+        for (long i = 0; i <= m.ObjCount; ++i)
+            oSheet.Hyperlinks().Add(oSheet.Cells(CheckedAdd(i, 6), 2), "", AnchorNameOf(i));
+        return true;
+    });
+}
+
+// each links from its ID in column A to the anchor name of its own object index.
+bool clsBldExcel::FillHyperlinkCollect() {
+    return TrapRun(ctx_, "clsBldExcel", "FillHyperlinkCollect", false, [&] {
+        const clsExportModel& m = ctx_.Model;
+        if (m.ExportKind < 1 || m.ExportKind > 3) return true;
+        xl::xlWorksheet& oSheet = Sheet();
+        long r = 0;
         for (long i = 0; i <= m.ObjCount; ++i) {
-            std::string sName;
-            switch (m.ExportKind) {
-                case 1:
-                    sName = GetItemHyperlinkName(i);
-                    break;
-                case 2:
-                    sName = GetDocHyperlinkName(i);
-                    break;
-                case 3:
-                    sName = GetFolderHyperlinkName(i);
-                    break;
-                default:
-                    return true;
-            }
-            xl::xlWorksheet& oSheet = Sheet();
-            oSheet.Hyperlinks().Add(oSheet.Cells(CheckedAdd(i, 6), 2), "", sName);
+            if (LevelOf(i) != 0) continue;
+            oSheet.Hyperlinks().Add(oSheet.Cells(CheckedAdd(r, 6), 1), "", AnchorNameOf(i));
+            r = CheckedAdd(r, 1);
         }
         return true;
     });
 }
 
-// Collection export: only the objects at level 0 have a main-panel line, contiguous from row 6;
-// each links from its ID in column A to the anchor name of its own object index.
-bool clsBldExcel::FillHyperlinkCollect() {
-    return TrapRun(ctx_, "clsBldExcel", "FillHyperlinkCollect", false, [&] {
-        const clsExportModel& m = ctx_.Model;
-        long r = 0;
-        for (long i = 0; i <= m.ObjCount; ++i) {
-            long nLevel;
-            switch (m.ExportKind) {
-                case 1:
-                    nLevel = At(m.XItems, i).Level;
-                    break;
-                case 2:
-                    nLevel = At(m.XDocs, i).Level;
-                    break;
-                case 3:
-                    nLevel = At(m.XFolders, i).Level;
-                    break;
-                default:
-                    return true;
-            }
-            if (nLevel != 0) continue;
-            std::string sName;
-            switch (m.ExportKind) {
-                case 1:
-                    sName = GetItemHyperlinkName(i);
-                    break;
-                case 2:
-                    sName = GetDocHyperlinkName(i);
-                    break;
-                default:
-                    sName = GetFolderHyperlinkName(i);
-                    break;
-            }
-            xl::xlWorksheet& oSheet = Sheet();
-            oSheet.Hyperlinks().Add(oSheet.Cells(CheckedAdd(r, 6), 1), "", sName);
-            r = CheckedAdd(r, 1);
-        }
-        return true;
-    });
+std::string clsBldExcel::AnchorNameOf(long nIndex) {
+    switch (ctx_.Model.ExportKind) {
+        case 1:
+            return GetItemHyperlinkName(nIndex);
+        case 2:
+            return GetDocHyperlinkName(nIndex);
+        case 3:
+            return GetFolderHyperlinkName(nIndex);
+        default:
+            return std::string();
+    }
+}
+
+long clsBldExcel::LevelOf(long nIndex) const {
+    const clsExportModel& m = ctx_.Model;
+    switch (m.ExportKind) {
+        case 1:
+            return At(m.XItems, nIndex).Level;
+        case 2:
+            return At(m.XDocs, nIndex).Level;
+        case 3:
+            return At(m.XFolders, nIndex).Level;
+        default:
+            RaiseError(modConst::errSubscript);
+    }
 }

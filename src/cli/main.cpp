@@ -95,6 +95,10 @@ bool ReadSetup(const std::string& sSetup, std::string& sXml, std::string& sError
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Listen for the stop signals first, so that no moment of a run ends by the default action.
+    auto pStop = std::make_shared<std::atomic<bool>>(false);
+    InstallStopHandlers(pStop);
+
     CLI::App app{
         "Turns a product-data export XML file into a spreadsheet workbook (.xlsx format).\n"
         "Failures are written to ExportExcel.log in the export folder and to standard error.",
@@ -150,9 +154,7 @@ int main(int argc, char** argv) {
         oExport->RegisterGroup(GROUP_PROG_ID, [] { return std::make_unique<clsGroupNone>(); });
     }
 
-    auto pStop = std::make_shared<std::atomic<bool>>(false);
     oExport->SetCancelFlag(pStop);
-    InstallStopHandlers(pStop);
 
     bool bResult = oExport->ParseMain(sData, sSettings, sSetupXml, sExtension);
     oProgress.Clear();

@@ -21,7 +21,7 @@
 #include "parse/clsXMLPars.h"
 #include "support/modResources.h"
 #include "workbook/clsBldExcel.h"
-#include "workbook/xlModelData.h"
+#include "xl/xlModelData.h"
 
 // The builder keeps its workbook to itself; this tool only reads it.
 struct clsBldExcelTestAccess {

@@ -90,7 +90,7 @@ bool clsExportExcel::ParseXML2Excel(const std::string& sXFullPath, const std::st
         const std::string sExt = sExtension.size() >= 1 ? sExtension : std::string(".xls");
 
         if (!GetIniXML(sXIniFullPath)) return false;
-        modResources::InitResources(ctx_);
+        modResources::InitResources(ctx_, ctx_.IniData.get());
 
         if (sXFullPath.empty()) {
             WriteLog(ctx_, ctx_.Res.MsgFileNameEmpty, "", -1, false);

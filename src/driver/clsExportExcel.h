@@ -5,7 +5,7 @@
 #include <string>
 
 #include "iclsExportExcel.h"
-#include "support/clsExportContext.h"
+#include "parse/clsExportContext.h"
 
 class clsExportExcel : public iclsExportExcel {
 public:

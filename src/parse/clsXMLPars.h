@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "support/clsExportContext.h"
+#include "parse/clsExportContext.h"
 
 class clsXMLPars {
 public:

@@ -10,25 +10,27 @@
 #include <unordered_map>
 #include <vector>
 
+#include "support/iclsLabelSource.h"
+
 // The order array of GetOrderedAttrList: entry i holds (0) the node's place in the returned list
 // and (1) its ORDER value; arrOrder[i][0] is element (0, i).
 using clsOrderArray = std::vector<std::array<long, 2>>;
 
-class clsXMLIniData {
+class clsXMLIniData final : public iclsLabelSource {
 public:
     clsXMLIniData();
-    ~clsXMLIniData();
+    ~clsXMLIniData() override;
     clsXMLIniData(const clsXMLIniData&) = delete;
     clsXMLIniData& operator=(const clsXMLIniData&) = delete;
 
     bool LoadXDoc(const std::string& sXFullPath, std::string& sErrMsg);
     bool LoadXString(const std::string& sXString, std::string& sErrMsg);
 
-    bool SetCurNode(const std::string& sNodePath);
+    bool SetCurNode(const std::string& sNodePath) override;
     long CurNodeChildNumber() const;
 
     std::string GetLabelUseCurNode(const std::string& lblCap, std::string* sIndex = nullptr,
-                                   const std::string& sIndAttr = "");
+                                   const std::string& sIndAttr = "") override;
     std::string GetLabelUseCurNodeByID(long lInd, std::string* sIndex = nullptr,
                                        const std::string& sIndAttr = "");
     std::string GetLabelUsePath(const std::string& sLblCapPath, std::string* sIndex = nullptr,

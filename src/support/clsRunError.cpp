@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <new>
 
-#include "support/clsExportContext.h"
+#include "support/clsRunContext.h"
 #include "support/modConst.h"
 #include "support/modResources.h"
 
@@ -79,7 +79,7 @@ std::string SourceTag(std::string_view sModule, std::string_view sProc) {
     return fmt::format("orvExportExcel:{}[{}]", sModule, sProc);
 }
 
-void ReportRunErrorWith(clsExportContext& ctx, const std::string& sMsg, std::string_view sModule,
+void ReportRunErrorWith(clsRunContext& ctx, const std::string& sMsg, std::string_view sModule,
                         std::string_view sProc) noexcept {
     try {
         CaptureCurrentError(ctx.Err);
@@ -94,8 +94,7 @@ void ReportRunErrorWith(clsExportContext& ctx, const std::string& sMsg, std::str
     }
 }
 
-void ReportRunError(clsExportContext& ctx, std::string_view sModule,
-                    std::string_view sProc) noexcept {
+void ReportRunError(clsRunContext& ctx, std::string_view sModule, std::string_view sProc) noexcept {
     ReportRunErrorWith(ctx, ctx.Res.MsgRunError, sModule, sProc);
 }
 

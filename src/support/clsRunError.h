@@ -6,7 +6,7 @@
 #include <string_view>
 #include <utility>
 
-struct clsExportContext;
+struct clsRunContext;
 
 // A run-time error with its number and description ("Subscript out of range", 9).
 class clsRunError : public std::runtime_error {
@@ -40,15 +40,14 @@ std::string SourceTag(std::string_view sModule, std::string_view sProc);
 
 // Writes the error line for the exception being handled: sMsg + description + " " + number + " " +
 // date-time + " in " + tag. Must be called inside a catch block.
-void ReportRunError(clsExportContext& ctx, std::string_view sModule,
-                    std::string_view sProc) noexcept;
-void ReportRunErrorWith(clsExportContext& ctx, const std::string& sMsg, std::string_view sModule,
+void ReportRunError(clsRunContext& ctx, std::string_view sModule, std::string_view sProc) noexcept;
+void ReportRunErrorWith(clsRunContext& ctx, const std::string& sMsg, std::string_view sModule,
                         std::string_view sProc) noexcept;
 
 // Runs body; a run-time error in it is logged with the procedure's source tag and failValue is
 // returned instead. This is how every procedure traps its own errors.
 template <class T, class Body>
-T TrapRun(clsExportContext& ctx, std::string_view sModule, std::string_view sProc, T failValue,
+T TrapRun(clsRunContext& ctx, std::string_view sModule, std::string_view sProc, T failValue,
           Body&& body) noexcept {
     try {
         return std::forward<Body>(body)();
@@ -60,7 +59,7 @@ T TrapRun(clsExportContext& ctx, std::string_view sModule, std::string_view sPro
 
 // The same for procedures without a result.
 template <class Body>
-void TrapRunVoid(clsExportContext& ctx, std::string_view sModule, std::string_view sProc,
+void TrapRunVoid(clsRunContext& ctx, std::string_view sModule, std::string_view sProc,
                  Body&& body) noexcept {
     try {
         std::forward<Body>(body)();

@@ -4,7 +4,7 @@
 
 namespace modProgress {
 
-void ReportProgress(clsExportContext& ctx, clsProgress::Stage eStage, long lDone, long lTotal) {
+void ReportProgress(clsRunContext& ctx, clsProgress::Stage eStage, long lDone, long lTotal) {
     // Every long loop passes here, so this is where a host's request to stop takes effect.
     if (ctx.CancelRequested()) RaiseError(modConst::errUserInterrupt);
     if (!ctx.Options.OnProgress) return;

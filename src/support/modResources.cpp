@@ -3,7 +3,8 @@
 #include <fmt/format.h>
 #include <cstdio>
 
-#include "support/clsExportContext.h"
+#include "support/clsRunContext.h"
+#include "support/iclsLabelSource.h"
 
 namespace modResources {
 
@@ -68,21 +69,21 @@ std::tm LocalTime(std::time_t t) {
 
 }  // namespace
 
-void InitResources(clsExportContext& ctx) {
+void InitResources(clsRunContext& ctx, iclsLabelSource* oIniData) {
     try {
-        if (!ctx.IniData || !ctx.IniData->SetCurNode("MESSAGES")) {
+        if (!oIniData || !oIniData->SetCurNode("MESSAGES")) {
             WriteLog(ctx, "Resources was not initialized", "", -1, false);
             return;
         }
         for (const auto& key : kResourceKeys) {
-            ctx.Res.*(key.pEntry) = ctx.IniData->GetLabelUseCurNode(key.sXPath);
+            ctx.Res.*(key.pEntry) = oIniData->GetLabelUseCurNode(key.sXPath);
         }
     } catch (...) {
         ReportRunError(ctx, "modResources", "InitResources");
     }
 }
 
-void WriteLog(clsExportContext& ctx, const std::string& sMsg, const std::string& sSource,
+void WriteLog(clsRunContext& ctx, const std::string& sMsg, const std::string& sSource,
               long /*lUnused*/, bool bWithError) {
     std::string sLine;
     if (bWithError) {
@@ -103,7 +104,7 @@ void AppendLine(const std::string& sText, const std::string& sFilePath) {
     std::fclose(f);
 }
 
-void LogLine(clsExportContext& ctx, const std::string& sLine) {
+void LogLine(clsRunContext& ctx, const std::string& sLine) {
     AppendLine(sLine, ctx.LogFilePath);
     if (ctx.Options.OnLogLine) {
         try {

@@ -5,7 +5,8 @@
 #include <string>
 #include <string_view>
 
-struct clsExportContext;
+struct clsRunContext;
+class iclsLabelSource;
 
 namespace modResources {
 
@@ -59,19 +60,19 @@ struct clsResources {
     std::string NameMnfVndKey;           // CUSTOM_FIELDS/MNF_VND_KEY
 };
 
-// Fills the message table and the names from ctx.IniData.
-void InitResources(clsExportContext& ctx);
+// Fills the message table and the names of ctx from the settings document oIniData.
+void InitResources(clsRunContext& ctx, iclsLabelSource* oIniData);
 
 // Formats one log line and appends it to ctx.LogFilePath. Without error details: sMsg, " ",
 // date-time. With them: sMsg, description, " ", number, " ", date-time, " in ", sSource.
-void WriteLog(clsExportContext& ctx, const std::string& sMsg, const std::string& sSource,
-              long lUnused, bool bWithError);
+void WriteLog(clsRunContext& ctx, const std::string& sMsg, const std::string& sSource, long lUnused,
+              bool bWithError);
 
 // Appends one line (followed by CR LF) to a file; any failure is ignored.
 void AppendLine(const std::string& sText, const std::string& sFilePath);
 
 // Appends a line to the log of the call and hands it to the caller's observer, if any.
-void LogLine(clsExportContext& ctx, const std::string& sLine);
+void LogLine(clsRunContext& ctx, const std::string& sLine);
 
 // Text before (bAfter false) or after (bAfter true) the last / first occurrence of sDelim.
 std::string SplitAtLast(const std::string& sText, const std::string& sDelim, bool bAfter,

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "support/clsExportContext.h"
-#include "workbook/xlObjectModel.h"
+#include "parse/clsExportContext.h"
+#include "xl/xlObjectModel.h"
 
 struct clsBldExcelTestAccess;
 

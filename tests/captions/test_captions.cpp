@@ -25,7 +25,7 @@ protected:
         ctx.IniData = std::make_unique<clsXMLIniData>();
         std::string sErr;
         ASSERT_TRUE(ctx.IniData->LoadXString(sSettings, sErr)) << sErr;
-        modResources::InitResources(ctx);
+        modResources::InitResources(ctx, ctx.IniData.get());
     }
     // The example settings with the caption section replaced.
     void LoadWithCaptions(const std::string& sCaptionSection) {

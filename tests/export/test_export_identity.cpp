@@ -25,7 +25,7 @@
 #include "support/modEnvironment.h"
 #include "support/modResources.h"
 #include "workbook/clsBldExcel.h"
-#include "workbook/xlModelData.h"
+#include "xl/xlModelData.h"
 
 namespace fs = std::filesystem;
 
@@ -75,7 +75,7 @@ protected:
         ctx.Options.OnLogLine = [&](const std::string& s) { arrLog.push_back(s); };
         ctx.LogFilePath = tmp.File("export.log");
         EXPECT_TRUE(oExport.GetIniXML(sSettings));
-        modResources::InitResources(ctx);
+        modResources::InitResources(ctx, ctx.IniData.get());
         EXPECT_TRUE(clsExportExcel::FillExcellCap(ctx, sSetup));
         EXPECT_TRUE(clsExportExcel::FillAttrLabels(ctx));
         std::unique_ptr<pugi::xml_document> oDocument;

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "parse/clsExportContext.h"
 #include "support/clsComponentRegistry.h"
-#include "support/clsExportContext.h"
 
 namespace {
 

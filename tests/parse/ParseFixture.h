@@ -11,8 +11,8 @@
 
 #include "TestUtil.h"
 #include "driver/clsExportExcel.h"
+#include "parse/clsExportContext.h"
 #include "parse/clsXMLPars.h"
-#include "support/clsExportContext.h"
 #include "support/modResources.h"
 
 namespace parsetest {
@@ -77,7 +77,7 @@ protected:
         ctx.IniData = std::make_unique<clsXMLIniData>();
         std::string sErr;
         ASSERT_TRUE(ctx.IniData->LoadXDoc(sSettings, sErr)) << sErr;
-        modResources::InitResources(ctx);
+        modResources::InitResources(ctx, ctx.IniData.get());
         const std::string sSetupText =
             testutil::ReadFile(testutil::ExamplesDir() + "/setup/" + sSetup);
         ASSERT_TRUE(clsExportExcel::FillExcellCap(ctx, sSetupText));

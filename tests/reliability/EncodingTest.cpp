@@ -1,7 +1,7 @@
 // Encodings of the settings and data files, the setup string's declaration, and text that a
 // workbook cannot hold as it is.
 #include "ReliabilityFixture.h"
-#include "workbook/xlText.h"
+#include "xl/xlText.h"
 
 using namespace reliability;
 

@@ -5,7 +5,7 @@
 #include <regex>
 
 #include "TestUtil.h"
-#include "support/clsExportContext.h"
+#include "parse/clsExportContext.h"
 #include "support/modResources.h"
 
 using namespace modResources;
@@ -187,7 +187,7 @@ TEST(InitResources, WithoutMessagesLogsExactlyResourcesWasNotInitialized) {
     TempDir tmp;
     clsExportContext ctx =
         ContextWithSettings("<S><CUSTOM_OBJECTS><ITEM>Item</ITEM></CUSTOM_OBJECTS></S>", tmp);
-    InitResources(ctx);
+    InitResources(ctx, ctx.IniData.get());
     auto arr = testutil::ReadLogLines(ctx.LogFilePath);
     ASSERT_EQ(arr.size(), 1u);
     EXPECT_TRUE(std::regex_match(arr[0], std::regex("Resources was not initialized " + kDate)))
@@ -208,7 +208,7 @@ TEST(InitResources, ReadsMessagesAndNamesFromAnywhereAndTakesTheFirstOfTwins) {
         "<CUSTOM_OBJECTS><ITEM>Part</ITEM><DOC>Doc</DOC></CUSTOM_OBJECTS>"
         "<CUSTOM_FIELDS><MNF_VND_KEY>mk</MNF_VND_KEY></CUSTOM_FIELDS></S>",
         tmp);
-    InitResources(ctx);
+    InitResources(ctx, ctx.IniData.get());
     EXPECT_EQ(ctx.Res.MsgRunError, "first");
     EXPECT_EQ(ctx.Res.MsgOnLine, "on line");
     EXPECT_EQ(ctx.Res.MsgOfItem, "of item");  // outside MESSAGES, found through "//"
@@ -226,7 +226,7 @@ TEST(InitResources, ExampleSettingsFillAllNineteenMessagesAndTwentyThreeNames) {
     ctx.IniData = std::make_unique<clsXMLIniData>();
     std::string sErr;
     ASSERT_TRUE(ctx.IniData->LoadXDoc(testutil::ExamplesDir() + "/settings.xml", sErr)) << sErr;
-    InitResources(ctx);
+    InitResources(ctx, ctx.IniData.get());
     const clsResources& r = ctx.Res;
     for (const std::string* p : {&r.MsgFileNameEmpty,    &r.MsgFile,
                                  &r.MsgWasNotFound,      &r.MsgIncorIniFileData,

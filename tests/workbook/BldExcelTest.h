@@ -149,7 +149,7 @@ protected:
         ctx->IniData = std::make_unique<clsXMLIniData>();
         std::string sErr;
         ASSERT_TRUE(ctx->IniData->LoadXString(sSettings, sErr)) << sErr;
-        modResources::InitResources(*ctx);
+        modResources::InitResources(*ctx, ctx->IniData.get());
         ctx->Res.MsgRunError = "Run-time error: ";
         ASSERT_TRUE(clsExportExcel::FillExcellCap(*ctx, SetupString(sObjectType, sSpaceType)));
         ASSERT_TRUE(clsExportExcel::FillAttrLabels(*ctx));

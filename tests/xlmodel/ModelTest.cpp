@@ -8,7 +8,7 @@
 
 #include "support/clsRunError.h"
 #include "support/modConst.h"
-#include "workbook/xlObjectModel.h"
+#include "xl/xlObjectModel.h"
 
 using namespace modConst;
 using xl::xlRange;

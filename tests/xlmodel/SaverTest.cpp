@@ -16,7 +16,7 @@
 #include "TestUtil.h"
 #include "support/clsRunError.h"
 #include "support/modConst.h"
-#include "workbook/xlObjectModel.h"
+#include "xl/xlObjectModel.h"
 
 using namespace modConst;
 using jsonlite::Value;

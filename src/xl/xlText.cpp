@@ -1,4 +1,4 @@
-#include "workbook/xlText.h"
+#include "xl/xlText.h"
 
 #include <cstdint>
 

@@ -1,5 +1,6 @@
-// Everything one ParseMain call keeps: created by the driver for each call and passed down to the
-// settings, the parser and the workbook builder. Nothing of it outlives the call.
+// The part of a call's state that the ground floor needs: the host's options, the log, the
+// current error, the message table and whether the host asked the call to stop. The whole
+// per-call context (parse/clsExportContext.h) is built on it.
 #pragma once
 
 #include <atomic>
@@ -8,10 +9,7 @@
 #include <string>
 
 #include "iclsExportExcel.h"
-#include "parse/ExportModel.h"
-#include "settings/clsXMLIniData.h"
 #include "support/clsComponentRegistry.h"
-#include "support/clsLabelTables.h"
 #include "support/clsRunError.h"
 #include "support/modResources.h"
 
@@ -29,15 +27,11 @@ struct clsExportOptions {
     std::shared_ptr<std::atomic<bool>> CancelFlag;
 };
 
-struct clsExportContext {
+struct clsRunContext {
     clsExportOptions Options;
     std::string LogFilePath;
     clsErrObject Err;
-    std::unique_ptr<clsXMLIniData> IniData;
     modResources::clsResources Res;
-    clsLabelTables Labels;
-    clsExportModel Model;
-    std::string WorkbookPath;         // set when the workbook was written
     bool bInterruptReported = false;  // the interruption has its log line
 
     bool CancelRequested() const {

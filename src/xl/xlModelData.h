@@ -23,7 +23,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "workbook/xlObjectModel.h"
+#include "xl/xlObjectModel.h"
 
 namespace xl {
 

@@ -1,6 +1,6 @@
 // The spreadsheet object model: ranges, formats, merges, names, hyperlinks and page set-up over
 // the compact cell storage of xlModelData.h.
-#include "workbook/xlObjectModel.h"
+#include "xl/xlObjectModel.h"
 
 #include <xlsxwriter.h>
 #include <xlsxwriter/xmlwriter.h>
@@ -14,8 +14,8 @@
 
 #include "support/clsRunError.h"
 #include "support/modConst.h"
-#include "workbook/xlModelData.h"
-#include "workbook/xlText.h"
+#include "xl/xlModelData.h"
+#include "xl/xlText.h"
 
 namespace xl {
 

@@ -21,8 +21,8 @@
 
 #include "support/clsRunError.h"
 #include "support/modConst.h"
-#include "workbook/xlModelData.h"
-#include "workbook/xlObjectModel.h"
+#include "xl/xlModelData.h"
+#include "xl/xlObjectModel.h"
 
 namespace xl {
 

@@ -15,5 +15,5 @@ pair item-collection.xml item-collection.xml item-collection
 pair document-structure.xml doc-structure.xml document-structure
 pair folder-structure.xml folder-structure.xml folder-structure
 for f in "$src"/tests/data/e2e-*.xml; do cp "$f" "$out/data-$(basename "$f")"; done
-for f in "$src"/tests/data/fuzz-regressions/*; do [ -f "$f" ] && [ "$(basename "$f")" != README.md ] && cp "$f" "$out/"; done
+for f in "$src"/tests/data/fuzz-regressions/*; do [ -f "$f" ] && [ "$(basename "$f")" != README.md ] && [ "$(basename "$f")" != EXPECTED ] && cp "$f" "$out/"; done
 exit 0

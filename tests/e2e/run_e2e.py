@@ -10,7 +10,9 @@ import sys
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+sys.path.insert(1, os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 
+import testreport
 from e2e_common import DATE, CliCase, Config
 
 
@@ -77,11 +79,7 @@ def main():
     for name in sorted(os.listdir(here)):
         if name.startswith("test_") and name.endswith(".py"):
             suite.addTests(loader.loadTestsFromModule(__import__(name[:-3])))
-    result = unittest.TextTestRunner(verbosity=2).run(suite)
-    failed = len(result.failures) + len(result.errors)
-    skipped = len(result.skipped)
-    print(f"{result.testsRun - failed - skipped} passed, {failed} failed, {skipped} skipped")
-    return 0 if result.wasSuccessful() else 1
+    return testreport.run(suite, "e2e")
 
 
 if __name__ == "__main__":

@@ -1,9 +1,12 @@
 #include "ReliabilityFixture.h"
 
+#include <grp.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <sstream>
 
 #include "driver/clsExportExcel.h"
@@ -101,17 +104,39 @@ bool RunAsNobody(const std::function<bool()>& fn, bool& bSkipped) {
     std::fflush(nullptr);
     const pid_t pid = fork();
     if (pid < 0) {
-        bSkipped = true;
+        ADD_FAILURE() << "cannot start a child process: " << std::strerror(errno);
         return false;
     }
     if (pid == 0) {
-        if (getuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) _exit(3);
+        // Status 3: the privileges could not be dropped (only then does the test skip).
+        if (getuid() == 0 && (setgroups(0, nullptr) != 0 || setgid(65534) != 0 ||
+                              setuid(65534) != 0 || getuid() != 65534)) {
+            _exit(3);
+        }
         _exit(fn() ? 1 : 0);
     }
     int status = 0;
-    waitpid(pid, &status, 0);
-    if (WIFEXITED(status) && WEXITSTATUS(status) == 3) bSkipped = true;
-    return WIFEXITED(status) && WEXITSTATUS(status) == 1;
+    while (waitpid(pid, &status, 0) < 0) {
+        if (errno != EINTR) {
+            ADD_FAILURE() << "cannot wait for the child process: " << std::strerror(errno);
+            return false;
+        }
+    }
+    if (WIFSIGNALED(status)) {
+        ADD_FAILURE() << "the export's child process was killed by signal " << WTERMSIG(status)
+                      << " (" << strsignal(WTERMSIG(status)) << ")";
+        return false;
+    }
+    const int nExit = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    if (nExit == 3) {
+        bSkipped = true;
+        return false;
+    }
+    if (nExit != 0 && nExit != 1) {
+        ADD_FAILURE() << "the export's child process ended with the unexpected status " << nExit;
+        return false;
+    }
+    return nExit == 1;
 }
 
 std::string ReadBack(const std::string& sWorkbook, bool bParts) {

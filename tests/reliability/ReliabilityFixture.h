@@ -63,9 +63,10 @@ protected:
     std::function<void(const clsProgress&)> fnProgress;
 };
 
-// Runs fn in a child process as the unprivileged user "nobody" (uid 65534), so that file
-// permissions hold even when the tests run as root. Returns fn's result; false when the child
-// could not drop its privileges (bSkipped set) or died.
+// Runs fn in a child process as the unprivileged user "nobody" (uid 65534) when the tests run as
+// root, so that file permissions hold; as another user, as that user. Returns fn's result. Only
+// when root cannot drop its privileges is bSkipped set. A child killed by a signal or ending
+// with any status but fn's result fails the calling test, naming the signal or the status.
 bool RunAsNobody(const std::function<bool()>& fn, bool& bSkipped);
 
 // Reads a saved workbook back with openpyxl (which refuses a file holding characters XML does

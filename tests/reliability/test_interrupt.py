@@ -24,6 +24,9 @@ import tempfile
 import time
 import unittest
 
+sys.path.insert(0, os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+import testreport  # noqa: E402
+
 CLI = None
 SOURCE = None
 ITEMS = 20000
@@ -230,10 +233,11 @@ def main():
     ap = argparse.ArgumentParser()
     ap.add_argument("--cli", required=True)
     ap.add_argument("--source", required=True)
-    args, rest = ap.parse_known_args()
+    args = ap.parse_args()
     CLI, SOURCE = args.cli, args.source
-    unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)
+    suite = unittest.TestLoader().loadTestsFromTestCase(Interrupt)
+    return testreport.run(suite, "interrupt")
 
 
 if __name__ == "__main__":
-    main()
+    sys.exit(main())

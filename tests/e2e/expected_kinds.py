@@ -408,3 +408,15 @@ FOLDER_COLLECTION = kind(
 KINDS = {"item collection": ITEM_COLLECTION, "document structure": DOC_STRUCTURE,
          "folder structure": FOLDER_STRUCTURE, "folder collection": FOLDER_COLLECTION}
 
+# Reference designators (tests/data/e2e-refdes.xml) ---------------------------------------------
+# An item structure: B-1 (row 6) and its child R-10K (row 7); B-1's block starts at row 10
+# (header, attributes band, two attribute rows, empty row, part-list band at 15), so the child's
+# two part-list rows are 16 and 17, the designators in D17. Exported in the order
+# R3 R1 R2 R10 C7 R2: the built-in grouping sorts by prefix and number, drops the duplicate and
+# writes the run R1 R2 R3 as a range; without grouping they stay as exported. Joined with ",".
+REFDES = kind(
+    data="e2e-refdes.xml", object_type="Item", space_type="STRUCTURE",
+    child_rows={16: line("Child", "R-10K", "Find No", "1", "Quantity", "5")},
+    designator_row=17, description="Resistor",
+    grouped={None: "C7,R1-R3,R10", "ranges": "C7,R1-R3,R10", "none": "R3,R1,R2,R10,C7,R2"},
+)

@@ -559,7 +559,7 @@ bool clsXMLPars::FillLAIAndRefDes(pugi::xml_node oParentNode, long lIndex) {
 // Manufacturers and vendors
 
 long clsXMLPars::FillMNFArray(pugi::xml_node oNode, long lIndex) {
-    return TrapRun(ctx_, kModule, "FillMNFArray", -1L, [&] {
+    return TrapRun(ctx_, kModule, "FillMNFArray", 0L, [&] {
         XItemStruct& oRec = At(ctx_.Model.XItems, lIndex);
         const auto& arrKeys = ctx_.Labels.MnfKeyFields;
         std::vector<pugi::xml_node> arrMnf = SelectChildren(oNode, ctx_.Res.NameItemMnf);
@@ -617,7 +617,7 @@ void clsXMLPars::ReadVendor(pugi::xml_node oVendor, ItemStruct& oRec) {
 }
 
 long clsXMLPars::FillVNDOfMNF(pugi::xml_node oNode, long lIndex, long lMnf) {
-    return TrapRun(ctx_, kModule, "FillVNDOfMNF", -1L, [&] {
+    return TrapRun(ctx_, kModule, "FillVNDOfMNF", 0L, [&] {
         MNFStruct& oMnfRec = At(At(ctx_.Model.XItems, lIndex).MNFs, lMnf);
         if (!oVndOfMnfQuery_) {
             // The manufacturer's key is a variable of the query, never part of its text, so any
@@ -641,7 +641,7 @@ long clsXMLPars::FillVNDOfMNF(pugi::xml_node oNode, long lIndex, long lMnf) {
 }
 
 long clsXMLPars::FillVNDOfItem(pugi::xml_node oNode, long lIndex, long lMnfVendors) {
-    return TrapRun(ctx_, kModule, "FillVNDOfItem", -1L, [&] {
+    return TrapRun(ctx_, kModule, "FillVNDOfItem", 0L, [&] {
         XItemStruct& oRec = At(ctx_.Model.XItems, lIndex);
         std::vector<pugi::xml_node> arrVnd = SelectChildren(oNode, ctx_.Res.NameItmVndMnf);
         // The vendors not attached to a manufacturer: all vendor elements less those found under
@@ -666,7 +666,7 @@ long clsXMLPars::FillVNDOfItem(pugi::xml_node oNode, long lIndex, long lMnfVendo
 template <class XRec, class Rec>
 long clsXMLPars::FillRelation(pugi::xml_node oNode, long lIndex,
                               const clsRelationKind<XRec, Rec>& oKind) {
-    return TrapRun(ctx_, kModule, oKind.sProc, -1L, [&] {
+    return TrapRun(ctx_, kModule, oKind.sProc, 0L, [&] {
         std::vector<Rec>& arrTarget = At(ctx_.Model.*oKind.pArr, lIndex).*oKind.pTarget;
         const std::string& sObjName = ctx_.Res.*oKind.pObjName;
         std::vector<pugi::xml_node> arrRel = SelectChildren(oNode, ctx_.Res.*oKind.pRelName);

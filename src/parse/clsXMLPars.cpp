@@ -163,19 +163,16 @@ bool clsXMLPars::MainXStruct(const pugi::xml_document& document) {
             ReportTopLevelFault(ctx_, JoinBlank({r.MsgRootNodeNotFound, r.MsgErrorXmlStructure}));
             return false;
         }
+        // A root without child nodes holds nothing to read: nothing is filled and nothing is
+        // logged (the object count stays -1, so no workbook is made). Whitespace between tags
+        // is no node; a comment or a processing instruction is one, and is the first child.
         pugi::xml_node oFirst = oRoot.first_child();
-        if (oFirst) ctx_.Model.RootObjName = NodeName(oFirst);
+        if (!oFirst) return false;
+        ctx_.Model.RootObjName = NodeName(oFirst);
         const int16_t iKind = ctx_.Model.ExportKind;
-        if (oFirst && IsElementNamed(oFirst, r.NameItem) && iKind == 1) {
-            return FillXItemStruct(oFirst);
-        }
-        if (oFirst && IsElementNamed(oFirst, r.NameDoc) && iKind == 2) {
-            return FillXDocStruct(oFirst);
-        }
-        if (oFirst && IsElementNamed(oFirst, r.NameFolder) && iKind == 3) {
-            return FillXFoldStruct(oFirst);
-        }
-        // A root without children is reported like a first child of the wrong kind.
+        if (IsElementNamed(oFirst, r.NameItem) && iKind == 1) return FillXItemStruct(oFirst);
+        if (IsElementNamed(oFirst, r.NameDoc) && iKind == 2) return FillXDocStruct(oFirst);
+        if (IsElementNamed(oFirst, r.NameFolder) && iKind == 3) return FillXFoldStruct(oFirst);
         ReportTopLevelFault(ctx_, JoinBlank({ctx_.Model.ObjectType, r.MsgFirstChildNodeNot,
                                              r.MsgErrorXmlStructure}));
         return false;

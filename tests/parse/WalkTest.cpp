@@ -198,12 +198,27 @@ TEST_F(WalkTest, WhitespaceBeforeTheFirstObjectIsNoNode) {
     ExpectNoLog();
 }
 
-TEST_F(WalkTest, EmptyRoot) {
+TEST_F(WalkTest, EmptyRootFillsNothingAndLogsNothing) {
     Init("item-structure.xml");
-    EXPECT_FALSE(Parse("<Root_Element/>"));
+    for (const char* sXml : {"<Root_Element/>", "<Root_Element></Root_Element>",
+                             "<Root_Element>\n  \t\r\n</Root_Element>"}) {
+        SCOPED_TRACE(sXml);
+        EXPECT_FALSE(Parse(sXml));
+        EXPECT_EQ(ctx.Model.ObjCount, -1);
+        EXPECT_TRUE(ctx.Model.XItems.empty());
+        EXPECT_EQ(ctx.Model.RootObjName, "");
+        EXPECT_FALSE(std::filesystem::exists(ctx.LogFilePath));
+    }
+}
+
+TEST_F(WalkTest, RootHoldingOnlyACommentHasAFirstChildOfTheWrongKind) {
+    Init("item-structure.xml");
+    EXPECT_FALSE(Parse(Root("<!-- nothing exported -->")));
     EXPECT_EQ(ctx.Model.ObjCount, -1);
-    ExpectLog(
-        {PlainLine("Item is not the first child node of the root. Error in the XML structure:")});
+    EXPECT_EQ(ctx.Model.RootObjName, "#comment");
+    EXPECT_EQ(
+        testutil::ReadLogMasked(ctx.LogFilePath),
+        "Item is not the first child node of the root. Error in the XML structure: {now}\r\n");
 }
 
 TEST_F(WalkTest, EmptyFirstStructureElementIsLoggedAndSkipped) {

@@ -176,6 +176,23 @@ TEST_F(DriverTest, AFirstChildOfTheWrongKindReturnsFalseWithTheParsersLineOnly) 
               1);
 }
 
+TEST_F(DriverTest, LoadErrorsOfSettingsAndDataCountCharacters) {
+    // "é" is two bytes and one character: the "C" of "</C>" is the 11th character either way.
+    const std::string sLine = "  <B>\xC3\xA9\xC3\xA9\xC3\xA9</C>\n";
+    std::string sBad = tmp.File("bad-settings.xml");
+    testutil::WriteFile(sBad, "<EXPORT_SETTINGS>\n" + sLine + "</EXPORT_SETTINGS>\n");
+    EXPECT_FALSE(Run(sData, sBad, SetupXml("x")));
+    EXPECT_EQ(testutil::ReadLogMasked(sExportDir + "ExportExcel.log"),
+              "{now} IniDoc Load Parse error: Start-end tags mismatch On Line: 2 At Position: "
+              "11\r\n");
+    fs::remove(sExportDir + "ExportExcel.log");
+    testutil::WriteFile(sData, "<Root_Element>\n" + sLine + "</Root_Element>\n");
+    EXPECT_FALSE(Run(sData, sSettings, SetupXml("x")));
+    EXPECT_EQ(testutil::ReadLogMasked(sExportDir + "ExportExcel.log"),
+              "The data file could not be parsed: Start-end tags mismatch on line 2 at position 11 "
+              "{now}\r\n");
+}
+
 TEST_F(DriverTest, FewerThanTwoCaptionsFailBuildExcelWithARunTimeError) {
     std::string s = testutil::ReadFile(sSettings);
     size_t a = s.find("<EXL_CAPTION_LBL>");

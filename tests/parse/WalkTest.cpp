@@ -276,6 +276,23 @@ TEST_F(WalkTest, MalformedFileLogsReasonLineAndPosition) {
         "The data file could not be parsed: Start-end tags mismatch on line 3 at position 5")});
 }
 
+TEST_F(WalkTest, LoadErrorPositionCountsCharacters) {
+    Init("item-structure.xml");
+    const std::string sExpected =
+        "The data file could not be parsed: Start-end tags mismatch on line 2 at position 23 "
+        "{now}\r\n";
+    for (const char* sName : {"Pump", "P\xC3\xBCmp",
+                              "\xE6\xB3\xB5\xE6\xB3\xB5"
+                              "\xE6\xB3\xB5\xE6\xB3\xB5"}) {
+        SCOPED_TRACE(sName);
+        std::filesystem::remove(ctx.LogFilePath);
+        // The "C" of "</C>" is the 23rd character of the second line, whatever the bytes.
+        EXPECT_FALSE(Parse(std::string("<Root_Element>\n  <Item name=\"") + sName +
+                           "\"></C>\n</Root_Element>"));
+        EXPECT_EQ(testutil::ReadLogMasked(ctx.LogFilePath), sExpected);
+    }
+}
+
 TEST_F(WalkTest, MissingFileIsNotLoaded) {
     Init("item-structure.xml");
     clsXMLPars oPars(ctx);

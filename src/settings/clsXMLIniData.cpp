@@ -325,8 +325,9 @@ const pugi::xpath_query& clsXMLIniData::Query(const std::string& sXPath) {
     return *queries_.emplace(sXPath, std::move(q)).first->second;
 }
 
-pugi::xml_node clsXMLIniData::SelectFirst(const pugi::xml_node& oFrom, const std::string& sXPath) {
-    if (!oFrom) return pugi::xml_node();
+pugi::xpath_node clsXMLIniData::SelectFirst(const pugi::xml_node& oFrom,
+                                            const std::string& sXPath) {
+    if (!oFrom) return pugi::xpath_node();
     // The same expression on the same node always selects the same node: the document does not
     // change. Keyed by the node (not by the current node), so a section change is no concern.
     std::string sKey(sizeof(void*), '\0');
@@ -335,9 +336,15 @@ pugi::xml_node clsXMLIniData::SelectFirst(const pugi::xml_node& oFrom, const std
     sKey += sXPath;
     auto it = selected_.find(sKey);
     if (it != selected_.end()) return it->second;
-    pugi::xml_node oFound = Query(sXPath).evaluate_node(oFrom).node();
+    pugi::xpath_node oFound = Query(sXPath).evaluate_node(oFrom);
     selected_.emplace(std::move(sKey), oFound);
     return oFound;
+}
+
+std::string clsXMLIniData::NodeText(const pugi::xpath_node& oFound) {
+    // An attribute's text is its value.
+    if (oFound.attribute()) return oFound.attribute().value();
+    return NodeText(oFound.node());
 }
 
 std::string clsXMLIniData::NodeText(const pugi::xml_node& oNode) {
@@ -363,7 +370,10 @@ std::string clsXMLIniData::NodeText(const pugi::xml_node& oNode) {
 
 bool clsXMLIniData::SetCurNode(const std::string& sNodePath) {
     try {
-        oCurNode_ = SelectFirst(DocumentElement(), sNodePath);
+        // Only an element can be a section: an attribute has no child nodes, so a path that
+        // selects one leaves no current node, as a path that selects nothing does.
+        pugi::xpath_node oFound = SelectFirst(DocumentElement(), sNodePath);
+        oCurNode_ = oFound.node();
         if (!oCurNode_) return false;
         if (!oCurNode_.first_child()) {
             oCurNode_ = pugi::xml_node();
@@ -386,9 +396,11 @@ long clsXMLIniData::CurNodeChildNumber() const {
 
 namespace {
 
-void ReplaceIndex(const pugi::xml_node& oMatch, std::string* sIndex, const std::string& sIndAttr) {
+// An attribute that a path selected has no attributes of its own: the index becomes empty.
+void ReplaceIndex(const pugi::xpath_node& oMatch, std::string* sIndex,
+                  const std::string& sIndAttr) {
     if (sIndex && !sIndex->empty() && oMatch) {
-        *sIndex = oMatch.attribute(sIndAttr.c_str()).value();
+        *sIndex = oMatch.node().attribute(sIndAttr.c_str()).value();
     }
 }
 
@@ -398,7 +410,7 @@ std::string clsXMLIniData::GetLabelUseCurNode(const std::string& lblCap, std::st
                                               const std::string& sIndAttr) {
     try {
         if (!oCurNode_) return std::string();
-        pugi::xml_node oMatch = SelectFirst(oCurNode_, lblCap);
+        pugi::xpath_node oMatch = SelectFirst(oCurNode_, lblCap);
         ReplaceIndex(oMatch, sIndex, sIndAttr);
         return NodeText(oMatch);
     } catch (...) {
@@ -414,7 +426,7 @@ std::string clsXMLIniData::GetLabelUseCurNodeByID(long lInd, std::string* sIndex
 std::string clsXMLIniData::GetLabelUsePath(const std::string& sLblCapPath, std::string* sIndex,
                                            const std::string& sIndAttr) {
     try {
-        pugi::xml_node oMatch = SelectFirst(DocumentElement(), sLblCapPath);
+        pugi::xpath_node oMatch = SelectFirst(DocumentElement(), sLblCapPath);
         ReplaceIndex(oMatch, sIndex, sIndAttr);
         return NodeText(oMatch);
     } catch (...) {
@@ -431,7 +443,8 @@ std::string clsXMLIniData::GetLabelUsePathByID(const std::string& sParentPath, l
 std::string clsXMLIniData::GetFieldNameUseCurNodeByID(long lInd, const std::string& sAlterName) {
     try {
         if (!oCurNode_) return sAlterName;
-        pugi::xml_node oMatch = SelectFirst(oCurNode_, "*[@ORDER = " + std::to_string(lInd) + "]");
+        pugi::xml_node oMatch =
+            SelectFirst(oCurNode_, "*[@ORDER = " + std::to_string(lInd) + "]").node();
         if (!oMatch) return sAlterName;
         return oMatch.attribute("FIELD").value();
     } catch (...) {
@@ -442,7 +455,7 @@ std::string clsXMLIniData::GetFieldNameUseCurNodeByID(long lInd, const std::stri
 pugi::xml_node clsXMLIniData::MatchByLabel(const std::string& sLabel) {
     // The label is inserted as it is: one holding an apostrophe finds nothing.
     if (!oCurNode_) return pugi::xml_node();
-    return SelectFirst(oCurNode_, "*[. = '" + sLabel + "']");
+    return SelectFirst(oCurNode_, "*[. = '" + sLabel + "']").node();
 }
 
 std::string clsXMLIniData::GetNodeNameUseCurNodeByLabel(const std::string& sLabel,

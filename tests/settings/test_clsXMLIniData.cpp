@@ -337,3 +337,38 @@ TEST(LoadXString, TheErrorPositionCountsCharactersNotBytes) {
     EXPECT_EQ(StringLoadError("<SETUP><B>eee</C></SETUP>"), sExpected);
     EXPECT_EQ(StringLoadError("<SETUP><B>\xC3\xA9\xC3\xA9\xC3\xA9</C></SETUP>"), sExpected);
 }
+
+// ---------------------------------------------------------------------------------------------
+// Paths that select an attribute
+
+TEST(Lookups, APathThatSelectsAnAttributeGivesItsValue) {
+    clsXMLIniData o;
+    std::string sErr;
+    ASSERT_TRUE(o.LoadXString(kSettings, sErr));
+    EXPECT_EQ(o.GetLabelUsePath("SECTION/DESC/@FIELD"), "desc");
+    EXPECT_EQ(o.GetLabelUsePath("SECTION/*[@POS]/@POS"), "7");
+    EXPECT_EQ(o.GetLabelUsePath("//@FIELD"), "f1");  // the first in document order
+    ASSERT_TRUE(o.SetCurNode("SECTION"));
+    EXPECT_EQ(o.GetLabelUseCurNode("ID/@FIELD"), "id");
+    EXPECT_EQ(o.GetLabelUseCurNode("*[@ORDER = 3]/@POS"), "9");
+    EXPECT_EQ(o.GetLabelUseCurNode("ID/@NOPE"), "");
+    // An attribute has no attributes of its own: an index asked for comes back empty.
+    std::string sIndex = "x";
+    EXPECT_EQ(o.GetLabelUseCurNode("ID/@FIELD", &sIndex, "POS"), "id");
+    EXPECT_EQ(sIndex, "");
+    sIndex = "x";
+    EXPECT_EQ(o.GetLabelUsePath("SECTION/ID/@FIELD", &sIndex, "POS"), "id");
+    EXPECT_EQ(sIndex, "");
+}
+
+TEST(SetCurNode, AnAttributeHasNoChildNodesSoItIsNoSection) {
+    clsXMLIniData o;
+    std::string sErr;
+    ASSERT_TRUE(o.LoadXString(kSettings, sErr));
+    ASSERT_TRUE(o.SetCurNode("SECTION"));
+    EXPECT_FALSE(o.SetCurNode("SECTION/ID/@FIELD"));
+    EXPECT_FALSE(o.CurNode());
+    EXPECT_EQ(o.CurNodeChildNumber(), 0);
+    EXPECT_EQ(o.GetLabelUseCurNode("ID"), "");  // the section chosen before is gone
+    EXPECT_EQ(o.GetLabelUsePathByID("SECTION/ID/@FIELD", 1), "");
+}

@@ -221,6 +221,15 @@ TEST_F(WalkTest, RootHoldingOnlyACommentHasAFirstChildOfTheWrongKind) {
         "Item is not the first child node of the root. Error in the XML structure: {now}\r\n");
 }
 
+TEST_F(WalkTest, ElementsInADefaultNamespaceAreMatchedByTheirNames) {
+    Init("item-structure.xml");
+    ASSERT_TRUE(Parse("<Root_Element xmlns=\"urn:example:plm\">" +
+                      Item("T", PS(Item("A")) + PS(Item("B"))) + "</Root_Element>"));
+    ASSERT_EQ(ctx.Model.ObjCount, 2);
+    EXPECT_EQ(ctx.Model.XItems[2].Head.Key1, "B");
+    ExpectNoLog();
+}
+
 TEST_F(WalkTest, EmptyFirstStructureElementIsLoggedAndSkipped) {
     Init("item-structure.xml");
     ASSERT_TRUE(Parse(Root(Item("T", "<Item_PS/>"))));

@@ -372,3 +372,19 @@ TEST(SetCurNode, AnAttributeHasNoChildNodesSoItIsNoSection) {
     EXPECT_EQ(o.GetLabelUseCurNode("ID"), "");  // the section chosen before is gone
     EXPECT_EQ(o.GetLabelUsePathByID("SECTION/ID/@FIELD", 1), "");
 }
+
+// ---------------------------------------------------------------------------------------------
+// Namespaces
+
+TEST(Lookups, ElementsInADefaultNamespaceAreFoundByTheirNames) {
+    clsXMLIniData o;
+    std::string sErr;
+    ASSERT_TRUE(
+        o.LoadXString("<ROOT xmlns=\"urn:example:settings\"><SECTION>"
+                      "<ID ORDER=\"1\" FIELD=\"id\">Identifier</ID></SECTION></ROOT>",
+                      sErr));
+    ASSERT_TRUE(o.SetCurNode("SECTION"));
+    EXPECT_EQ(o.GetLabelUseCurNodeByID(1), "Identifier");
+    EXPECT_EQ(o.GetFieldNameUseCurNodeByID(1), "id");
+    EXPECT_EQ(o.GetLabelUsePath("//ID"), "Identifier");
+}

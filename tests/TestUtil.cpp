@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <random>
+#include <regex>
 #include <sstream>
 #include <stdexcept>
 
@@ -56,6 +57,10 @@ std::vector<std::string> ReadLogLines(const std::string& sPath) {
         p = e + 2;
     }
     return arr;
+}
+
+std::string ReadLogMasked(const std::string& sPath) {
+    return std::regex_replace(ReadFile(sPath), std::regex(kDateTimeRegex), "{now}");
 }
 
 ScopedEnv::ScopedEnv(const char* sName, const std::string& sValue) : sName_(sName) {

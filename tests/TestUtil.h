@@ -28,6 +28,10 @@ void WriteFile(const std::string& sPath, const std::string& sText);
 // The lines of a log file (CR LF line ends removed).
 std::vector<std::string> ReadLogLines(const std::string& sPath);
 
+// The bytes of a log file with each date-time written as "{now}": the whole file, line ends
+// included, for comparing it exactly. Empty when there is no file.
+std::string ReadLogMasked(const std::string& sPath);
+
 // Sets an environment variable for the life of the object, then restores it.
 class ScopedEnv {
 public:

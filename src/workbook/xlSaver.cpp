@@ -5,22 +5,21 @@
 // merged areas that start on it, then its cells in column order, a hyperlink being written with
 // its cell. One writer format serves every cell of one distinct format.
 //
-// The file is written under a temporary name in the target's folder and renamed over the target
-// when complete: a reader never sees half a workbook, and a failed save leaves nothing behind.
-#include <unistd.h>
+// The file is written through modSaveFile: under a temporary name in the target's folder, renamed
+// over the target when complete, so a reader never sees half a workbook and a failed save leaves
+// nothing behind. What the system refused (a full disk, a folder gone) is raised with its reason.
 #include <xlsxwriter.h>
 
 #include <algorithm>
-#include <atomic>
+#include <cerrno>
 #include <cstdio>
-#include <filesystem>
 #include <optional>
-#include <thread>
 #include <unordered_map>
 #include <vector>
 
 #include "support/clsRunError.h"
 #include "support/modConst.h"
+#include "support/modSaveFile.h"
 #include "workbook/xlModelData.h"
 #include "workbook/xlObjectModel.h"
 
@@ -183,8 +182,14 @@ public:
         return f;
     }
     void Sheet(const std::string& sName, double dDefaultRowHeight) {
+        errno = 0;
         ws_ = workbook_add_worksheet(wb_, sName.c_str());
-        if (!ws_) Fail();  // also when the folder takes no temporary file
+        if (!ws_) {
+            // The folder takes no temporary file for the rows, or the name is refused.
+            if (errno != 0) modSaveFile::RaiseWriteFailure(errno);
+            Fail();
+        }
+        arrSheets_.push_back(ws_);
         if (dDefaultRowHeight != detail::kDefaultRowHeight) {
             worksheet_set_default_row(ws_, dDefaultRowHeight, LXW_FALSE);
         }
@@ -217,10 +222,21 @@ public:
     void Name(const char* sName, const char* sFormula) {
         Check(workbook_define_name(wb_, sName, sFormula));
     }
+    // The writer does not check its writes into the temporary files that hold the rows: rows it
+    // could not store (a full disk) would be missing from a file that closes without error.
+    void CheckRowFiles() {
+        for (lxw_worksheet* ws : arrSheets_) {
+            std::FILE* f = ws->optimize_tmpfile;
+            if (!f) continue;
+            errno = 0;
+            if (std::fflush(f) != 0 || std::ferror(f)) modSaveFile::RaiseWriteFailure(errno);
+        }
+    }
 
 private:
     lxw_workbook* wb_;
     lxw_worksheet* ws_ = nullptr;
+    std::vector<lxw_worksheet*> arrSheets_;
 };
 
 // The dump: one line per call, tab-separated, texts with backslash, tab, CR and LF escaped.
@@ -579,31 +595,16 @@ void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::str
     if (!wb.p) Fail();
     WriterSink sink(wb.p);
     WriteBook(sink, oBook);
+    sink.CheckRowFiles();
     lxw_workbook* p = wb.p;
     wb.p = nullptr;  // closing frees it, whatever the outcome
-    Check(workbook_close(p));
-}
-
-std::filesystem::path TempNameBeside(const std::filesystem::path& target) {
-    // Process, thread and a per-thread counter make the name unique without shared state.
-    thread_local unsigned lCounter = 0;
-    const std::string sThread =
-        std::to_string(std::hash<std::thread::id>{}(std::this_thread::get_id()));
-    const std::filesystem::path dir = target.parent_path();
-    std::error_code ec;
-    for (;;) {
-        std::string sName(".");
-        sName += target.filename().string();
-        sName += ".~";
-        sName += std::to_string(static_cast<long>(::getpid()));
-        sName += '-';
-        sName += sThread;
-        sName += '-';
-        sName += std::to_string(lCounter++);
-        sName += ".tmp";
-        std::filesystem::path p = dir / sName;
-        if (!std::filesystem::exists(p, ec)) return p;
-    }
+    // Closing assembles and writes the file; when the system refuses a write, errno says why.
+    errno = 0;
+    const lxw_error err = workbook_close(p);
+    const int nErrno = errno;
+    if (err == LXW_NO_ERROR) return;
+    if (nErrno != 0) modSaveFile::RaiseWriteFailure(nErrno);
+    modSaveFile::RaiseWriteFailure(lxw_strerror(err));
 }
 
 }  // namespace
@@ -614,22 +615,10 @@ void DumpWorkbook(const xlWorkbook& oBook, std::FILE* pOut) {
 }
 
 void SaveWorkbookFile(const xlWorkbook& oBook, const std::string& sPath) {
-    namespace fs = std::filesystem;
-    std::error_code ec;
-    fs::path target = fs::absolute(fs::path(sPath), ec);
-    if (ec || sPath.empty() || target.filename().empty()) Fail();
-    const fs::path dir = target.parent_path();
-    if (!fs::is_directory(dir, ec)) Fail();
-    const fs::path tmp = TempNameBeside(target);
-    try {
-        WriteXlsx(oBook, tmp.string(), dir.string());
-        fs::rename(tmp, target, ec);
-        if (ec) Fail();
-    } catch (...) {
-        std::error_code ec2;
-        fs::remove(tmp, ec2);
-        throw;
-    }
+    modSaveFile::WriteThroughTempFile(
+        sPath, [&](const std::string& sTempFile, const std::string& sFolder) {
+            WriteXlsx(oBook, sTempFile, sFolder);
+        });
 }
 
 }  // namespace xl

@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <optional>
@@ -679,7 +680,9 @@ void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::str
         // Closing copies each sheet's rows into the sheet's part, a temporary file of its own,
         // and ignores a write refused there: the copy needs room beside the rows.
         arrRows = sink.RowFileSizes();
-        const uintmax_t lNeed = *std::max_element(arrRows.begin(), arrRows.end()) + kAssemblyRoom;
+        const uintmax_t lNeed =
+            (arrRows.empty() ? 0 : *std::max_element(arrRows.begin(), arrRows.end())) +
+            kAssemblyRoom;
         std::error_code ec;
         const std::filesystem::space_info si = std::filesystem::space(sTmpDir, ec);
         const uintmax_t lRoom = ::geteuid() == 0 ? si.free : si.available;

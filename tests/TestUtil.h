@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -43,6 +44,21 @@ private:
     bool bHad_ = false;
     std::string sOld_;
 };
+
+// Runs fn in a child process on whose folder dir a file system of its own, lBytes in size (a
+// tmpfs), is mounted: in a mount namespace of the child's own, so the mount goes with the child
+// whatever becomes of it. What fn returns comes back in sReport (with a note when the child did not
+// end normally). False when no such file system can be mounted here (it takes the privilege to
+// mount); sReport then says why.
+bool RunOnSmallDisk(const std::filesystem::path& dir, long lBytes,
+                    const std::function<std::string()>& fn, std::string& sReport);
+
+// The names in a folder (hidden ones included), sorted, joined with ",".
+std::string NamesIn(const std::filesystem::path& dir);
+
+// The process's open descriptors that refer to files in dir (deleted ones included), joined
+// with ",": none once a save is over.
+std::string OpenFilesIn(const std::filesystem::path& dir);
 
 // The repository's folders.
 std::string SourceDir();

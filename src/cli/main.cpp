@@ -121,8 +121,9 @@ int main(int argc, char** argv) {
     app.set_version_flag("--version", std::string("orv-export-excel ") + orvExportExcelVersion());
     app.footer(
         "Exit status: 0 when the workbook was written, 1 when the export failed (see the log "
-        "lines), 2 for a usage error or an unreadable setup file, 130 or 143 when SIGINT or "
-        "SIGTERM stopped it (nothing is written then).");
+        "lines) or the workbook could not be saved (a last line says why), 2 for a usage error "
+        "or an unreadable setup file, 130 or 143 when SIGINT or SIGTERM stopped it (nothing is "
+        "written then).");
 
     try {
         app.parse(argc, argv);
@@ -158,13 +159,19 @@ int main(int argc, char** argv) {
 
     bool bResult = oExport->ParseMain(sData, sSettings, sSetupXml, sExtension);
     oProgress.Clear();
-    if (!bResult) {
-        if (g_nSignal != 0) {
-            std::cerr << "orv-export-excel: interrupted, no workbook written" << std::endl;
-            return 128 + static_cast<int>(g_nSignal);
-        }
+    if (!bResult && g_nSignal != 0) {
+        std::cerr << "orv-export-excel: interrupted, no workbook written" << std::endl;
+        return 128 + static_cast<int>(g_nSignal);
+    }
+    // A workbook that was filled but could not be saved is a failure here, whatever the result.
+    const clsWorkbookState oBook = oExport->LastWorkbookState();
+    if (!oBook.sFailure.empty() || (bResult && !oBook.bWritten)) {
+        std::cerr << "orv-export-excel: cannot write the workbook '" << oBook.sPath << "': "
+                  << (oBook.sFailure.empty() ? "the save did not complete" : oBook.sFailure)
+                  << std::endl;
         return 1;
     }
+    if (!bResult) return 1;
     std::cout << oExport->LastWorkbookPath() << std::endl;
     return 0;
 }

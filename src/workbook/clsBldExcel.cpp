@@ -4,6 +4,7 @@
 #include "support/clsRunError.h"
 #include "support/modConst.h"
 #include "support/modProgress.h"
+#include "support/modSaveFile.h"
 
 using namespace modConst;
 
@@ -16,7 +17,7 @@ bool clsBldExcel::InitExl(const std::string& sFileName) {
     return TrapRun(ctx_, "clsBldExcel", "InitExl", false, [&] {
         oExlApp_ = std::make_unique<xl::xlApplication>();
         oWorkbook_ = &oExlApp_->Workbooks().Add();
-        oWorkbook_->SaveAs(sFileName, xlNoChange);
+        WriteWorkbookFile([&] { oWorkbook_->SaveAs(sFileName, xlNoChange); });
         return true;
     });
 }
@@ -123,7 +124,8 @@ void clsBldExcel::ExitExl() {
             oWorkbook_->OnSaveProgress = [this](long lDone, long lTotal) {
                 modProgress::ReportProgress(ctx_, clsProgress::Stage::Writing, lDone, lTotal);
             };
-            oWorkbook_->Save();
+            WriteWorkbookFile([&] { oWorkbook_->Save(); });
+            bSaved_ = true;
             oWorkbook_->Close();
             oWorkbook_ = nullptr;
         }
@@ -132,6 +134,15 @@ void clsBldExcel::ExitExl() {
             oExlApp_.reset();
         }
     });
+}
+
+void clsBldExcel::WriteWorkbookFile(const std::function<void()>& fnSave) {
+    try {
+        fnSave();
+    } catch (const modSaveFile::clsWriteError& e) {
+        sSaveFailure_ = e.Reason;
+        throw;
+    }
 }
 
 xl::xlWorksheet& clsBldExcel::Sheet() const {

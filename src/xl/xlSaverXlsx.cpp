@@ -5,22 +5,25 @@
 // merged areas that start on it, then its cells in column order, a hyperlink being written with
 // its cell. One writer format serves every cell of one distinct format.
 //
-// The file is written under a temporary name in the target's folder and renamed over the target
-// when complete: a reader never sees half a workbook, and a failed save leaves nothing behind.
+// The file is written through modSaveFile: under a temporary name in the target's folder, renamed
+// over the target when complete, so a reader never sees half a workbook and a failed save leaves
+// nothing behind. What the system refused (a full disk, a folder gone) is raised with its reason.
+#include <sys/stat.h>
 #include <unistd.h>
 #include <xlsxwriter.h>
 
 #include <algorithm>
-#include <atomic>
+#include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <optional>
-#include <thread>
 #include <unordered_map>
 #include <vector>
 
 #include "support/clsRunError.h"
 #include "support/modConst.h"
+#include "support/modSaveFile.h"
 #include "xl/xlModelData.h"
 #include "xl/xlObjectModel.h"
 
@@ -183,8 +186,14 @@ public:
         return f;
     }
     void Sheet(const std::string& sName, double dDefaultRowHeight) {
+        errno = 0;
         ws_ = workbook_add_worksheet(wb_, sName.c_str());
-        if (!ws_) Fail();  // also when the folder takes no temporary file
+        if (!ws_) {
+            // The folder takes no temporary file for the rows, or the name is refused.
+            if (errno != 0) modSaveFile::RaiseWriteFailure(errno);
+            Fail();
+        }
+        arrSheets_.push_back(ws_);
         if (dDefaultRowHeight != detail::kDefaultRowHeight) {
             worksheet_set_default_row(ws_, dDefaultRowHeight, LXW_FALSE);
         }
@@ -217,10 +226,44 @@ public:
     void Name(const char* sName, const char* sFormula) {
         Check(workbook_define_name(wb_, sName, sFormula));
     }
+    // The writer does not check its writes into the temporary files that hold the rows: rows it
+    // could not store (a full disk) would be missing from a file that closes without error.
+    void CheckRowFiles() {
+        for (lxw_worksheet* ws : arrSheets_) {
+            std::FILE* f = ws->optimize_tmpfile;
+            if (!f) continue;
+            errno = 0;
+            if (std::fflush(f) != 0 || std::ferror(f)) modSaveFile::RaiseWriteFailure(errno);
+        }
+    }
+    // The size of each sheet's row file, in the order of the sheets.
+    std::vector<uintmax_t> RowFileSizes() const {
+        std::vector<uintmax_t> arr;
+        for (lxw_worksheet* ws : arrSheets_) {
+            struct stat st {};
+            const bool b =
+                ws->optimize_tmpfile && ::fstat(::fileno(ws->optimize_tmpfile), &st) == 0;
+            arr.push_back(b ? static_cast<uintmax_t>(st.st_size) : 0);
+        }
+        return arr;
+    }
+    // The writer closes a sheet's row file only when it copies rows out of it: the file of a
+    // sheet without rows, and every one of a save that stops before closing, would stay open (an
+    // unlinked file that keeps a descriptor, and its disk space, until the process ends).
+    void CloseRowFiles(bool bAll) {
+        for (lxw_worksheet* ws : arrSheets_) {
+            std::FILE* f = ws->optimize_tmpfile;
+            if (!f || (!bAll && ws->dim_rowmin != LXW_ROW_MAX)) continue;
+            std::fclose(f);
+            if (ws->file == f) ws->file = nullptr;
+            ws->optimize_tmpfile = nullptr;
+        }
+    }
 
 private:
     lxw_workbook* wb_;
     lxw_worksheet* ws_ = nullptr;
+    std::vector<lxw_worksheet*> arrSheets_;
 };
 
 // The dump: one line per call, tab-separated, texts with backslash, tab, CR and LF escaped.
@@ -570,6 +613,58 @@ void WriteBook(Sink& sink, const xlWorkbook& oBook) {
     oProgress.Report();
 }
 
+// Room for what the writer adds to a sheet's rows before it can let go of them (the start of the
+// sheet's part, its write buffers).
+constexpr uintmax_t kAssemblyRoom = 64 << 10;
+
+// The uncompressed size of each part of a finished .xlsx (a zip), by name, read from its central
+// directory; empty when the file cannot be read as one.
+std::unordered_map<std::string, uintmax_t> PartSizes(const std::string& sFile) {
+    std::unordered_map<std::string, uintmax_t> map;
+    std::FILE* f = std::fopen(sFile.c_str(), "rb");
+    if (!f) return map;
+    std::string s;
+    if (std::fseek(f, 0, SEEK_END) == 0) {
+        const long lSize = std::ftell(f);
+        // The end record (22 bytes) follows the directory; a comment of up to 64 KiB may follow.
+        const long lTail = std::min<long>(lSize, 22 + 0xFFFF);
+        s.resize(static_cast<size_t>(std::max<long>(lTail, 0)));
+        if (lTail <= 0 || std::fseek(f, lSize - lTail, SEEK_SET) != 0 ||
+            std::fread(s.data(), 1, s.size(), f) != s.size()) {
+            s.clear();
+        }
+        auto U16 = [&](size_t p) {
+            return static_cast<uint32_t>(static_cast<uint8_t>(s[p])) |
+                   static_cast<uint32_t>(static_cast<uint8_t>(s[p + 1])) << 8;
+        };
+        auto U32 = [&](size_t p) { return U16(p) | U16(p + 2) << 16; };
+        size_t lEnd = std::string::npos;
+        for (size_t p = s.size() >= 22 ? s.size() - 22 + 1 : 0; p-- > 0;) {
+            if (U32(p) == 0x06054b50) {
+                lEnd = p;
+                break;
+            }
+        }
+        if (lEnd != std::string::npos) {
+            const long lDirSize = static_cast<long>(U32(lEnd + 12));
+            const long lDirAt = static_cast<long>(U32(lEnd + 16));
+            s.assign(static_cast<size_t>(lDirSize), '\0');
+            if (lDirAt + lDirSize <= lSize && std::fseek(f, lDirAt, SEEK_SET) == 0 &&
+                std::fread(s.data(), 1, s.size(), f) == s.size()) {
+                size_t p = 0;
+                while (p + 46 <= s.size() && U32(p) == 0x02014b50) {
+                    const size_t n = U16(p + 28), lExtra = U16(p + 30), lComment = U16(p + 32);
+                    if (p + 46 + n > s.size()) break;
+                    map[s.substr(p + 46, n)] = U32(p + 24);
+                    p += 46 + n + lExtra + lComment;
+                }
+            }
+        }
+    }
+    std::fclose(f);
+    return map;
+}
+
 void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::string& sTmpDir) {
     lxw_workbook_options opt{};
     opt.constant_memory = LXW_TRUE;
@@ -578,31 +673,44 @@ void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::str
     wb.p = workbook_new_opt(sFile.c_str(), &opt);
     if (!wb.p) Fail();
     WriterSink sink(wb.p);
-    WriteBook(sink, oBook);
+    std::vector<uintmax_t> arrRows;
+    try {
+        WriteBook(sink, oBook);
+        sink.CheckRowFiles();
+        // Closing copies each sheet's rows into the sheet's part, a temporary file of its own,
+        // and ignores a write refused there: the copy needs room beside the rows.
+        arrRows = sink.RowFileSizes();
+        const uintmax_t lNeed =
+            (arrRows.empty() ? 0 : *std::max_element(arrRows.begin(), arrRows.end())) +
+            kAssemblyRoom;
+        std::error_code ec;
+        const std::filesystem::space_info si = std::filesystem::space(sTmpDir, ec);
+        const uintmax_t lRoom = ::geteuid() == 0 ? si.free : si.available;
+        if (!ec && lRoom < lNeed) modSaveFile::RaiseWriteFailure(ENOSPC);
+    } catch (...) {
+        sink.CloseRowFiles(true);
+        throw;
+    }
+    sink.CloseRowFiles(false);
     lxw_workbook* p = wb.p;
     wb.p = nullptr;  // closing frees it, whatever the outcome
-    Check(workbook_close(p));
-}
-
-std::filesystem::path TempNameBeside(const std::filesystem::path& target) {
-    // Process, thread and a per-thread counter make the name unique without shared state.
-    thread_local unsigned lCounter = 0;
-    const std::string sThread =
-        std::to_string(std::hash<std::thread::id>{}(std::this_thread::get_id()));
-    const std::filesystem::path dir = target.parent_path();
-    std::error_code ec;
-    for (;;) {
-        std::string sName(".");
-        sName += target.filename().string();
-        sName += ".~";
-        sName += std::to_string(static_cast<long>(::getpid()));
-        sName += '-';
-        sName += sThread;
-        sName += '-';
-        sName += std::to_string(lCounter++);
-        sName += ".tmp";
-        std::filesystem::path p = dir / sName;
-        if (!std::filesystem::exists(p, ec)) return p;
+    // Closing assembles and writes the file; when the system refuses a write, errno says why.
+    errno = 0;
+    const lxw_error err = workbook_close(p);
+    const int nErrno = errno;
+    if (err != LXW_NO_ERROR) {
+        if (nErrno != 0) modSaveFile::RaiseWriteFailure(nErrno);
+        modSaveFile::RaiseWriteFailure(lxw_strerror(err));
+    }
+    // Should the disk have filled all the same (another writer, a quota), a sheet's part holds
+    // fewer bytes than its rows.
+    const auto mapSizes = PartSizes(sFile);
+    for (size_t i = 0; i < arrRows.size(); ++i) {
+        const auto it = mapSizes.find("xl/worksheets/sheet" + std::to_string(i + 1) + ".xml");
+        if (it == mapSizes.end() || it->second < arrRows[i]) {
+            modSaveFile::RaiseWriteFailure(
+                "only part of the file could be written (disk full or over quota)");
+        }
     }
 }
 
@@ -614,22 +722,10 @@ void DumpWorkbook(const xlWorkbook& oBook, std::FILE* pOut) {
 }
 
 void SaveWorkbookFile(const xlWorkbook& oBook, const std::string& sPath) {
-    namespace fs = std::filesystem;
-    std::error_code ec;
-    fs::path target = fs::absolute(fs::path(sPath), ec);
-    if (ec || sPath.empty() || target.filename().empty()) Fail();
-    const fs::path dir = target.parent_path();
-    if (!fs::is_directory(dir, ec)) Fail();
-    const fs::path tmp = TempNameBeside(target);
-    try {
-        WriteXlsx(oBook, tmp.string(), dir.string());
-        fs::rename(tmp, target, ec);
-        if (ec) Fail();
-    } catch (...) {
-        std::error_code ec2;
-        fs::remove(tmp, ec2);
-        throw;
-    }
+    modSaveFile::WriteThroughTempFile(
+        sPath, [&](const std::string& sTempFile, const std::string& sFolder) {
+            WriteXlsx(oBook, sTempFile, sFolder);
+        });
 }
 
 }  // namespace xl

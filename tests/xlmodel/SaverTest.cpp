@@ -5,10 +5,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iostream>
 #include <set>
 #include <string>
 
@@ -16,6 +18,7 @@
 #include "TestUtil.h"
 #include "support/clsRunError.h"
 #include "support/modConst.h"
+#include "support/modSaveFile.h"
 #include "xl/xlObjectModel.h"
 
 using namespace modConst;
@@ -424,4 +427,113 @@ TEST(Saver, SavingOverAFileReplacesItWhole) {
     book.Save();
     EXPECT_EQ(Dump(sFile)["sheets"][0]["cells"]["A1"]["value"].Str(), "newer");
     EXPECT_EQ(Entries(d.Str()), std::set<std::string>{"Export.xls"});
+}
+
+namespace {
+
+// Texts that compress little, so that the file takes about as much room as its rows.
+std::string Scrambled(long lSeed) {
+    std::string s;
+    uint32_t x = static_cast<uint32_t>(lSeed) * 2654435761u + 1;
+    for (int i = 0; i < 100; ++i) {
+        x = x * 1103515245u + 12345u;
+        s += static_cast<char>('a' + (x >> 16) % 26);
+    }
+    return s;
+}
+
+// Fills the rest of dir's file system but lKeep bytes with one file.
+void FillDiskBut(const fs::path& dir, long lKeep) {
+    std::FILE* f = std::fopen((dir / "ballast").c_str(), "wb");
+    if (!f) return;
+    const std::string sBlock(4096, 'b');
+    const fs::space_info si = fs::space(dir);
+    for (uintmax_t n = 0; n + sBlock.size() + static_cast<uintmax_t>(lKeep) <= si.available;
+         n += sBlock.size()) {
+        if (std::fwrite(sBlock.data(), 1, sBlock.size(), f) != sBlock.size()) break;
+    }
+    std::fclose(f);
+}
+
+// The outcome of a save, with what it left in dir: "error|names|open descriptors|whether the
+// earlier workbook (sBefore) is still there".
+std::string SaveOutcome(xl::xlWorkbook& book, const fs::path& dir, const std::string& sBefore) {
+    std::string s;
+    try {
+        book.Save();
+        s = "saved";
+    } catch (const clsRunError& e) {
+        s = std::to_string(e.Number) + " " + e.Description;
+    }
+    fs::remove(dir / "ballast");
+    const bool bSame = testutil::ReadFile((dir / "Export.xlsx").string()) == sBefore;
+    return s + "|" + testutil::NamesIn(dir) + "|" + testutil::OpenFilesIn(dir) + "|" +
+           (bSame ? "earlier workbook" : "changed");
+}
+
+// Counts saves; the chosen one fails as a full disk would.
+long g_nFailSave = 0;
+long g_nSaves = 0;
+int FailTheChosenSave(const std::string&) {
+    return ++g_nSaves == g_nFailSave ? ENOSPC : 0;
+}
+
+}  // namespace
+
+// A disk that fills while the rows go out, and one that fills while the file is assembled from
+// them: the save fails with the system's reason, the earlier workbook stays, and nothing of the
+// save is left, neither a temporary file nor a descriptor holding the disk's space.
+TEST(Saver, AFullDiskFailsTheSaveWithItsReasonAndLeavesNothing) {
+    testutil::TempDir d;
+    const fs::path dir = d.Path() / "disk";
+    fs::create_directory(dir);
+    const std::string sFile = (dir / "Export.xlsx").string();
+    const std::string sExpected =
+        "1004 Cannot write '" + sFile + "': No space left on device|Export.xlsx||earlier workbook";
+    auto fnRun = [&](bool bFillWhileAssembling) {
+        xl::xlWorkbook book;
+        book.SaveAs(sFile);  // the earlier workbook
+        const std::string sBefore = testutil::ReadFile(sFile);
+        for (long r = 1; r <= 5000; ++r)
+            book.Worksheets()(1).Cells(r, 1).Value(Scrambled(r));
+        // When the last row has gone out to the writer, the disk fills but for a little room
+        // for the writer's buffers; assembling the file then needs far more.
+        book.OnSaveProgress = [&](long lDone, long lTotal) {
+            if (bFillWhileAssembling && lDone == lTotal) FillDiskBut(dir, 64 << 10);
+        };
+        return SaveOutcome(book, dir, sBefore);
+    };
+    std::string sRows, sAssembly;
+    const bool bMounted = testutil::RunOnSmallDisk(
+        dir, 256 << 10, [&] { return fnRun(false); }, sRows);
+    if (bMounted) {
+        EXPECT_TRUE(testutil::RunOnSmallDisk(
+            dir, 4 << 20, [&] { return fnRun(true); }, sAssembly));
+        EXPECT_EQ(sRows, sExpected);
+        EXPECT_EQ(sAssembly, sExpected);
+    } else {
+        // No tmpfs here: the writer's last write fails as it would on a full disk.
+        std::cout << "[ NOTE ] " << sRows << "; the save fails through the test seam\n";
+        g_nSaves = 0;
+        g_nFailSave = 2;
+        modSaveFile::SetSaveFaultForTests(FailTheChosenSave);
+        const std::string s = fnRun(false);
+        modSaveFile::SetSaveFaultForTests(nullptr);
+        EXPECT_EQ(s, sExpected);
+    }
+}
+
+TEST(Saver, ASaveLeavesNoFileOpenWhetherItEndsOrStops) {
+    testutil::TempDir d;
+    xl::xlWorkbook book;
+    book.SaveAs(d.File("Export.xlsx"));  // a sheet without rows
+    EXPECT_EQ(testutil::OpenFilesIn(d.Path()), "");
+    for (long r = 1; r <= 3000; ++r)
+        book.Worksheets()(1).Cells(r, 1).Value(r);
+    book.OnSaveProgress = [](long lDone, long) {
+        if (lDone >= 2000) RaiseError(errUserInterrupt);
+    };
+    EXPECT_RUN_ERROR(book.Save(), errUserInterrupt);
+    EXPECT_EQ(testutil::OpenFilesIn(d.Path()), "");
+    EXPECT_EQ(Entries(d.Str()), std::set<std::string>{"Export.xlsx"});
 }

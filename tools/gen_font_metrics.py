@@ -73,6 +73,7 @@ def main():
     w("")
     w("namespace xl::fontmetrics {")
     w("")
+    w("// clang-format off")
     w("constexpr int kUnitsPerEm = %d;" % head.unitsPerEm)
     w("// Windows ascent and descent: the height of one line of text.")
     w("constexpr int kWinAscent = %d;" % os2.usWinAscent)
@@ -112,6 +113,7 @@ def main():
             w("        " + ", ".join(row) + ",")
         w("    },")
     w("};")
+    w("// clang-format on")
     w("")
     w("}  // namespace xl::fontmetrics")
     with open(args.out, "w", encoding="ascii") as f:

@@ -6,6 +6,7 @@
 
 namespace xl::fontmetrics {
 
+// clang-format off
 constexpr int kUnitsPerEm = 2048;
 // Windows ascent and descent: the height of one line of text.
 constexpr int kWinAscent = 1950;
@@ -693,5 +694,6 @@ constexpr uint16_t kWidths[4][2114] = {
         0, 0,
     },
 };
+// clang-format on
 
 }  // namespace xl::fontmetrics

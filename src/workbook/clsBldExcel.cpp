@@ -104,6 +104,11 @@ bool clsBldExcel::FillExlFile() {
 
         oSheet.Cells().VerticalAlignment(xlTop);
         oSheet.PageSetup().Orientation(xlLandscape);
+        // All columns on one page width, as many pages down as needed: every printed page
+        // carries the labels of column A, on any paper.
+        oSheet.PageSetup().Zoom(false);
+        oSheet.PageSetup().FitToPagesWide(1);
+        oSheet.PageSetup().FitToPagesTall(false);
         // Rows 1 to 3 repeat on every printed page; the print area is always columns A to F.
         oSheet.PageSetup().PrintTitleRows(
             oSheet.Range(oSheet.Cells(1, 1), oSheet.Cells(3, 4)).Address());

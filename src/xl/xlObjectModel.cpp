@@ -15,6 +15,7 @@
 #include "support/clsRunError.h"
 #include "support/modConst.h"
 #include "xl/xlModelData.h"
+#include "xl/xlRowFit.h"
 #include "xl/xlText.h"
 
 namespace xl {
@@ -1394,6 +1395,21 @@ void xlPageSetup::PrintArea(const std::string& sAddress) {
     lAreaRow1 = r1, lAreaCol1 = c1, lAreaRow2 = r2, lAreaCol2 = c2;
 }
 
+void xlPageSetup::Zoom(long lPercent) {
+    if (lPercent != 0 && (lPercent < 10 || lPercent > 400)) Fail();
+    lZoom = lPercent;
+}
+
+void xlPageSetup::FitToPagesWide(long lPages) {
+    if (lPages < 0 || lPages > 32767) Fail();
+    lFitToPagesWide = lPages;
+}
+
+void xlPageSetup::FitToPagesTall(long lPages) {
+    if (lPages < 0 || lPages > 32767) Fail();
+    lFitToPagesTall = lPages;
+}
+
 // ----------------------------------------------------------------------------------------------
 // Worksheets, workbooks, application
 
@@ -1464,9 +1480,34 @@ double xlWorksheet::ColumnWidthOf(long lCol) const {
     return w >= 0 ? static_cast<double>(w) : detail::kDefaultColumnWidth;
 }
 
+double xlWorksheet::EffectiveRowHeight(long lRow) const {
+    CheckRow(lRow);
+    if (HasOwnRowHeight(lRow)) return RowHeightOf(lRow);
+    const double dFitted = detail::RowFitter(*pImpl_).Fit(lRow);
+    return dFitted > 0 ? dFitted : pImpl_->dDefaultRowHeight;
+}
+
+bool xlWorksheet::HasOwnRowHeight(long lRow) const {
+    CheckRow(lRow);
+    const RowRec* p = pImpl_->FindRow(lRow);
+    return p && p->nHeightTwips != detail::kNoHeight;
+}
+
+namespace {
+
+// The last column of a row holding a cell that shows something, 0 when none does.
+long LastShownColumn(const xlWorksheet::Impl& d, const RowRec& o) {
+    for (auto it = o.arrCells.rbegin(); it != o.arrCells.rend(); ++it) {
+        if (it->eType != kEmpty || it->lStyle != d.Background(o, it->nCol)) return it->nCol;
+    }
+    return 0;
+}
+
+}  // namespace
+
 long xlWorksheet::UsedLastRow() const {
     for (size_t r = pImpl_->arrRows.size(); r > 0; --r) {
-        if (!pImpl_->arrRows[r - 1].arrCells.empty()) return static_cast<long>(r);
+        if (LastShownColumn(*pImpl_, pImpl_->arrRows[r - 1]) != 0) return static_cast<long>(r);
     }
     return 0;
 }
@@ -1474,7 +1515,9 @@ long xlWorksheet::UsedLastRow() const {
 long xlWorksheet::UsedLastColumn() const {
     long n = 0;
     for (const RowRec& o : pImpl_->arrRows) {
-        if (!o.arrCells.empty()) n = std::max<long>(n, o.arrCells.back().nCol);
+        if (!o.arrCells.empty() && o.arrCells.back().nCol > n) {
+            n = std::max(n, LastShownColumn(*pImpl_, o));
+        }
     }
     return n;
 }

@@ -229,6 +229,12 @@ public:
     void PrintTitleRows(const std::string& sAddress);  // a range address; its rows repeat
     void CenterFooter(const std::string& s);           // header/footer codes, such as "&P"
     void PrintArea(const std::string& sAddress);       // "" removes it
+    // Printing scale in percent (10 to 400), or False (0): the sheet is printed scaled to fit
+    // FitToPagesWide pages across and FitToPagesTall pages down.
+    void Zoom(long lPercent);
+    // Pages across / down when Zoom is False: 1 to 32767, or False (0) for as many as needed.
+    void FitToPagesWide(long lPages);
+    void FitToPagesTall(long lPages);
 
     long lOrientation = 1;        // xlPortrait
     std::string sPrintTitleRows;  // as set, e.g. "$A$1:$D$3"
@@ -236,6 +242,8 @@ public:
     std::string sCenterFooter;
     std::string sPrintArea;
     long lAreaRow1 = 0, lAreaCol1 = 0, lAreaRow2 = 0, lAreaCol2 = 0;
+    long lZoom = 100;                               // 0: False, fitted to pages
+    long lFitToPagesWide = 1, lFitToPagesTall = 1;  // 0: False, as many as needed
 };
 
 // One stored cell, for readers of the model (tests, the saver).
@@ -275,7 +283,15 @@ public:
     xlStyle EffectiveStyle(long lRow, long lCol) const;             // also for cells never touched
     double RowHeightOf(long lRow) const;                            // 15 unless set
     double ColumnWidthOf(long lCol) const;                          // 8.43 unless set
-    long UsedLastRow() const;  // 0 when the sheet holds nothing
+    // The height the row has in the workbook: its own height when one was set (RowHeight),
+    // else the height its cells need when that is more than the standard height (fitted as the
+    // application fits a row to its text, see xlRowFit.h), else the standard height.
+    double EffectiveRowHeight(long lRow) const;
+    bool HasOwnRowHeight(long lRow) const;  // a height was set for this row
+    // The used range: the last row and column holding a cell that shows something (a value, or
+    // a format other than its row's, column's or sheet's); 0 when the sheet holds nothing. The
+    // used range of a sheet runs from A1 to there.
+    long UsedLastRow() const;
     long UsedLastColumn() const;
     // Merged areas as (row1, col1, row2, col2); never overlapping.
     const std::vector<std::array<long, 4>>& MergedAreas() const;

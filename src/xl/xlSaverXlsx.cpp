@@ -3,7 +3,11 @@
 // The writer runs in its constant-memory mode: each row is complete before the next one starts
 // and goes to a temporary file at once. So for every row, in order: its height and format, the
 // merged areas that start on it, then its cells in column order, a hyperlink being written with
-// its cell. One writer format serves every cell of one distinct format.
+// its cell. One writer format serves every cell of one distinct format. A row whose height was
+// never set gets the height its text needs (xlRowFit.h), as the application stores it.
+//
+// The sheet's dimension is its used range, from A1 to the last row and column that show
+// something: the formats given to whole columns do not widen it, as they would in the writer.
 //
 // The file is written through modSaveFile: under a temporary name in the target's folder, renamed
 // over the target when complete, so a reader never sees half a workbook and a failed save leaves
@@ -26,6 +30,7 @@
 #include "support/modSaveFile.h"
 #include "xl/xlModelData.h"
 #include "xl/xlObjectModel.h"
+#include "xl/xlRowFit.h"
 
 namespace xl {
 
@@ -218,6 +223,15 @@ public:
         Check(worksheet_set_column(ws_, c1, c2, dWidth, f));
     }
     void Landscape() { worksheet_set_landscape(ws_); }
+    void FitToPages(uint16_t nWide, uint16_t nTall) { worksheet_fit_to_pages(ws_, nWide, nTall); }
+    void PrintScale(uint16_t nScale) { worksheet_set_print_scale(ws_, nScale); }
+    // The writer widens the dimension for every formatted column; the used range replaces it.
+    void Dimension(lxw_row_t r2, lxw_col_t c2) {
+        ws_->dim_rowmin = 0;
+        ws_->dim_colmin = 0;
+        ws_->dim_rowmax = r2;
+        ws_->dim_colmax = c2;
+    }
     void RepeatRows(lxw_row_t r1, lxw_row_t r2) { Check(worksheet_repeat_rows(ws_, r1, r2)); }
     void PrintArea(lxw_row_t r1, lxw_col_t c1, lxw_row_t r2, lxw_col_t c2) {
         Check(worksheet_print_area(ws_, r1, c1, r2, c2));
@@ -318,6 +332,11 @@ public:
         std::fprintf(p_, "C\t%u\t%u\t%.17g\t%ld\n", c1, c2, dWidth, f);
     }
     void Landscape() { std::fputs("L\n", p_); }
+    void FitToPages(uint16_t nWide, uint16_t nTall) {
+        std::fprintf(p_, "G\t%u\t%u\n", nWide, nTall);
+    }
+    void PrintScale(uint16_t nScale) { std::fprintf(p_, "Q\t%u\n", nScale); }
+    void Dimension(lxw_row_t r2, lxw_col_t c2) { std::fprintf(p_, "X\t%u\t%u\n", r2, c2); }
     void RepeatRows(lxw_row_t r1, lxw_row_t r2) { std::fprintf(p_, "T\t%u\t%u\n", r1, r2); }
     void PrintArea(lxw_row_t r1, lxw_col_t c1, lxw_row_t r2, lxw_col_t c2) {
         std::fprintf(p_, "A\t%u\t%u\t%u\t%u\n", r1, c1, r2, c2);
@@ -473,6 +492,7 @@ void WriteCells(Sink& sink, const xlWorksheet& oSheet, Formats<Sink>& fmts,
     std::vector<std::pair<uint64_t, uint32_t>> arrLinkCells(d.mapLinks.begin(), d.mapLinks.end());
     std::sort(arrLinkCells.begin(), arrLinkCells.end());
     size_t lNextLink = 0;
+    const detail::RowFitter oFitter(d);
 
     for (size_t i = 0; i < d.arrRows.size(); ++i) {
         oProgress.Row();
@@ -484,10 +504,11 @@ void WriteCells(Sink& sink, const xlWorksheet& oSheet, Formats<Sink>& fmts,
             !bMerge) {
             continue;
         }
-        if (o.lStyle != kUnformatted || o.nHeightTwips != detail::kNoHeight) {
-            const double h =
-                o.nHeightTwips != detail::kNoHeight ? o.nHeightTwips / 20.0 : d.dDefaultRowHeight;
-            sink.Row(rr, h,
+        // A row's own height wins; else the height its text needs, when more than standard.
+        double h = o.nHeightTwips != detail::kNoHeight ? o.nHeightTwips / 20.0 : 0;
+        if (h == 0 && !o.arrCells.empty()) h = oFitter.Fit(r);
+        if (o.lStyle != kUnformatted || h != 0) {
+            sink.Row(rr, h != 0 ? h : d.dDefaultRowHeight,
                      o.lStyle != kUnformatted ? fmts.For(*d.pStyles, o.lStyle) : Sink::kNone);
         }
         for (; lNextMerge < arrMerged.size() && arrMerged[lNextMerge][0] == r; ++lNextMerge) {
@@ -537,6 +558,12 @@ void WriteCells(Sink& sink, const xlWorksheet& oSheet, Formats<Sink>& fmts,
 template <class Sink>
 void WritePageSetup(Sink& sink, const xlPageSetup& p) {
     if (p.lOrientation == xlLandscape) sink.Landscape();
+    if (p.lZoom == 0) {
+        sink.FitToPages(static_cast<uint16_t>(p.lFitToPagesWide),
+                        static_cast<uint16_t>(p.lFitToPagesTall));
+    } else if (p.lZoom != 100) {
+        sink.PrintScale(static_cast<uint16_t>(p.lZoom));
+    }
     if (p.lTitleRow1 > 0) {
         sink.RepeatRows(static_cast<lxw_row_t>(p.lTitleRow1 - 1),
                         static_cast<lxw_row_t>(p.lTitleRow2 - 1));
@@ -607,6 +634,11 @@ void WriteBook(Sink& sink, const xlWorkbook& oBook) {
         // Columns go last: a formatted column widens the span of columns that the writer walks
         // for every row it flushes, and columns are only written when the file is closed.
         WriteColumns(sink, d, fmts);
+        const long lLastRow = oSheet.UsedLastRow();
+        if (lLastRow > 0) {
+            sink.Dimension(static_cast<lxw_row_t>(lLastRow - 1),
+                           static_cast<lxw_col_t>(oSheet.UsedLastColumn() - 1));
+        }
         WritePageSetup(sink, oSheet.PageSetup());
     }
     WriteNames(sink, oSheets);

@@ -2,6 +2,7 @@
 // dump_xlsx.py), and how saving behaves when the place cannot be written.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -476,6 +477,63 @@ long g_nFailSave = 0;
 long g_nSaves = 0;
 int FailTheChosenSave(const std::string&) {
     return ++g_nSaves == g_nFailSave ? ENOSPC : 0;
+
+// Rows of texts of one, two and five lines, regular and bold, in a column of width 21 (rows 1
+// to 6) and in a merged area D:F (rows 7 to 12), laid out as the export lays out its sheet.
+void FillFittedRows(xlWorksheet& ws) {
+    ws.Columns().ColumnWidth(21);
+    ws.Cells().HorizontalAlignment(xlLeft);
+    ws.Cells().WrapText(true);
+    ws.Cells().NumberFormat("@");
+    const std::string sOne = "Pump housing, cast";
+    const std::string sTwo = "Centrifugal pump assembly";
+    const std::string sFive =
+        "Stainless steel impeller with seven curved blades, balanced to grade 2.5 for quiet "
+        "running at all speeds";
+    const std::string sRefOne = "R1-R3,R5,R7";
+    auto Designators = [](int nLast) {
+        std::string t;
+        for (int i = 1; i <= nLast; i += 2)
+            t += (i > 1 ? ", R" : "R") + std::to_string(i);
+        return t;
+    };
+    const std::string sRefTwo = Designators(39);
+    const std::string sRefFive = Designators(119);
+    long r = 1;
+    for (bool bBold : {false, true}) {
+        for (const std::string* p : {&sOne, &sTwo, &sFive}) {
+            ws.Cells(r, 2).Value(*p);
+            if (bBold) ws.Cells(r, 2).Font().FontStyle("Bold");
+            ++r;
+        }
+    }
+    for (bool bBold : {false, true}) {
+        for (const std::string* p : {&sRefOne, &sRefTwo, &sRefFive}) {
+            ws.Range(ws.Cells(r, 4), ws.Cells(r, 6)).MergeCells(true);
+            ws.Cells(r, 4).Value(*p);
+            if (bBold) ws.Cells(r, 4).Font().FontStyle("Bold");
+            ++r;
+        }
+    }
+    ws.Cells().VerticalAlignment(xlTop);
+}
+
+// What LibreOffice makes of a workbook's rows, through tests/tools/lo_rows.py; empty when
+// LibreOffice or its Python bridge is not installed.
+Value LibreOfficeRows(const std::string& sFile) {
+    const std::string sCmd = "/usr/bin/python3 '" + testutil::SourceDir() +
+                             "/tests/tools/lo_rows.py' '" + sFile + "' 2>/dev/null";
+    FILE* p = popen(sCmd.c_str(), "r");
+    if (!p) throw std::runtime_error("cannot run lo_rows.py");
+    std::string s;
+    char buf[65536];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, p)) > 0)
+        s.append(buf, n);
+    const int rc = pclose(p);
+    if (WIFEXITED(rc) && WEXITSTATUS(rc) == 3) return Value();
+    if (rc != 0) throw std::runtime_error("lo_rows.py failed: " + s);
+    return jsonlite::Parse(s)[sFile];
 }
 
 }  // namespace
@@ -536,4 +594,82 @@ TEST(Saver, ASaveLeavesNoFileOpenWhetherItEndsOrStops) {
     EXPECT_RUN_ERROR(book.Save(), errUserInterrupt);
     EXPECT_EQ(testutil::OpenFilesIn(d.Path()), "");
     EXPECT_EQ(Entries(d.Str()), std::set<std::string>{"Export.xlsx"});
+
+// The file stores each fitted row's height, as the model computes it; rows the text fills in
+// one line keep the standard height.
+TEST(Saver, FittedRowHeightsAreStored) {
+    testutil::TempDir d;
+    xl::xlApplication app;
+    xl::xlWorkbook& book = app.Workbooks().Add();
+    xlWorksheet& ws = book.Worksheets()(1);
+    FillFittedRows(ws);
+    const std::string sFile = d.File("rows.xlsx");
+    book.SaveAs(sFile);
+    const Value v = Dump(sFile);
+    const Value& rows = v["sheets"][0]["rows"];
+    for (long r = 1; r <= 12; ++r) {
+        const double h = ws.EffectiveRowHeight(r);
+        if (h == 15) {
+            EXPECT_FALSE(rows.Has(std::to_string(r)) && rows[std::to_string(r)].Has("height")) << r;
+        } else {
+            ASSERT_TRUE(rows.Has(std::to_string(r))) << r;
+            EXPECT_EQ(rows[std::to_string(r)]["height"].Num(), h) << r;
+        }
+    }
+    // One, two and five lines, in the cell and in the merged area, regular and bold.
+    for (long r : {1L, 4L, 7L, 10L})
+        EXPECT_EQ(ws.EffectiveRowHeight(r), 15) << r;
+    for (long r : {2L, 5L, 8L, 11L})
+        EXPECT_EQ(ws.EffectiveRowHeight(r), 28.5) << r;
+    for (long r : {3L, 6L, 9L, 12L})
+        EXPECT_EQ(ws.EffectiveRowHeight(r), 69.75) << r;
+}
+
+// The same rows in LibreOffice Calc: each fitted height is at least what Calc's own fit
+// (Optimal Height) gives, so no text runs into the next row, and within one line of it.
+TEST(Saver, FittedRowHeightsAgreeWithLibreOffice) {
+    testutil::TempDir d;
+    xl::xlApplication app;
+    xl::xlWorkbook& book = app.Workbooks().Add();
+    xlWorksheet& ws = book.Worksheets()(1);
+    FillFittedRows(ws);
+    const std::string sFile = d.File("rows.xlsx");
+    book.SaveAs(sFile);
+    const Value lo = LibreOfficeRows(sFile);
+    if (lo.IsNull()) GTEST_SKIP() << "LibreOffice (soffice) or python3-uno is not installed";
+    ASSERT_GE(lo["optimal"].Size(), 12u);
+    // One line more: what a second line adds to a row of the model.
+    const double dLine = 28.5 - 15;
+    for (long r = 1; r <= 12; ++r) {
+        const double dOurs = ws.EffectiveRowHeight(r);
+        const double dStored = lo["stored"][static_cast<size_t>(r - 1)].Num();
+        const double dCalc = lo["optimal"][static_cast<size_t>(r - 1)].Num();
+        EXPECT_NEAR(dStored, dOurs, 0.05) << "row " << r << " as Calc reads it";
+        EXPECT_GE(dOurs + 0.05, dCalc) << "row " << r << ": the text needs more";
+        EXPECT_LE(dOurs - dCalc, dLine) << "row " << r << ": more than one line too high";
+    }
+}
+
+// The fit-to-page set-up and the dimension as the file holds them.
+TEST(Saver, FitToPagesAndTheUsedRange) {
+    testutil::TempDir d;
+    xl::xlApplication app;
+    xl::xlWorkbook& book = app.Workbooks().Add();
+    xlWorksheet& ws = book.Worksheets()(1);
+    FillFittedRows(ws);
+    ws.PageSetup().Zoom(false);
+    ws.PageSetup().FitToPagesWide(1);
+    ws.PageSetup().FitToPagesTall(false);
+    const std::string sFile = d.File("fit.xlsx");
+    book.SaveAs(sFile);
+    const Value s = Dump(sFile)["sheets"][0];
+    EXPECT_TRUE(s["fit_to_page"].Bool());
+    // One page wide is the file's default for the width; as many as needed down.
+    EXPECT_TRUE(s["fit_to_width"].IsNull() || s["fit_to_width"].Num() == 1);
+    EXPECT_EQ(s["fit_to_height"].Num(), 0);
+    // The merged areas' other cells hold nothing: the last cell that does is in column D.
+    EXPECT_EQ(s["dimension"].Str(), "A1:D12");
+    // The sheet-wide formats still cover every column.
+    ASSERT_EQ(s["cols"].Size(), 1u);
+    EXPECT_EQ(s["cols"][0]["max"].Num(), 16384);
 }

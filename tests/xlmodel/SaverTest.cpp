@@ -477,6 +477,7 @@ long g_nFailSave = 0;
 long g_nSaves = 0;
 int FailTheChosenSave(const std::string&) {
     return ++g_nSaves == g_nFailSave ? ENOSPC : 0;
+}
 
 // Rows of texts of one, two and five lines, regular and bold, in a column of width 21 (rows 1
 // to 6) and in a merged area D:F (rows 7 to 12), laid out as the export lays out its sheet.
@@ -594,6 +595,7 @@ TEST(Saver, ASaveLeavesNoFileOpenWhetherItEndsOrStops) {
     EXPECT_RUN_ERROR(book.Save(), errUserInterrupt);
     EXPECT_EQ(testutil::OpenFilesIn(d.Path()), "");
     EXPECT_EQ(Entries(d.Str()), std::set<std::string>{"Export.xlsx"});
+}
 
 // The file stores each fitted row's height, as the model computes it; rows the text fills in
 // one line keep the standard height.

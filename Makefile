@@ -13,8 +13,9 @@ BENCH_OUT ?= out/bench
 BENCH_REPS ?= 5
 CMAKE_FLAGS ?=
 
-PACKAGES := g++ cmake make pkg-config python3 python3-openpyxl \
-            libpugixml-dev libxlsxwriter-dev libfmt-dev libcli11-dev libgtest-dev
+PACKAGES := g++ cmake make pkg-config python3 python3-openpyxl python3-xlrd \
+            libpugixml-dev libxlsxwriter-dev libgsf-1-dev libfmt-dev libcli11-dev libgtest-dev \
+            libreoffice-calc-nogui gnumeric
 
 # clang with its libFuzzer and sanitizer runtimes, for `make fuzz` only.
 FUZZ_PACKAGES := clang libclang-rt-14-dev

@@ -1577,7 +1577,12 @@ void xlWorkbook::SaveInFormat(const std::string& sPath, long lFormat) {
         const xlWorksheet& ws = oSheets_.Item(i);
         const xlWorksheet::Impl& d = ws.Data();
         auto bOutside = [](long r, long c) { return r > xlMaxRowsXls || c > xlMaxColumnsXls; };
-        if (bOutside(ws.UsedLastRow(), ws.UsedLastColumn())) Fail();
+        // Values beyond the format's sheet would be lost (formats there are left behind).
+        for (size_t r = 0; r < d.arrRows.size(); ++r) {
+            for (const Cell& c : d.arrRows[r].arrCells) {
+                if (c.eType != kEmpty && bOutside(static_cast<long>(r) + 1, c.nCol)) Fail();
+            }
+        }
         for (const auto& a : d.arrMerged) {
             if (bOutside(a[2], a[3])) Fail();
         }

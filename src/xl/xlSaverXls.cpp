@@ -123,6 +123,7 @@ enum : uint16_t {
 constexpr uint32_t kDefaultXf = 15;  // the cell format of cells without one of their own
 constexpr size_t kRowsPerBlock = 32;
 constexpr size_t kMaxFonts = 510;
+constexpr size_t kMaxFormats = 218;
 constexpr size_t kMaxMergesPerRecord = 1026;
 const char16_t kFontName[] = u"Calibri";
 
@@ -244,7 +245,9 @@ public:
         std::vector<Bytes> arrXf;
         for (uint32_t lId : arrCellXfs_)
             arrXf.push_back(CellXf(t_.Get(lId)));
-        if (arrFonts_.size() > kMaxFonts) Fail();
+        // What the file can hold: 510 FONT and 218 FORMAT records.
+        if (arrFonts_.size() + 3 > kMaxFonts) Fail();
+        if (kStandardFormats.size() + arrFormats_.size() > kMaxFormats) Fail();
         for (const FontKey& f : arrFonts_) {
             w.Record(kFont, FontRecord(f));
             if (&f == &arrFonts_.front()) {

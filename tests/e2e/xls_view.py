@@ -168,20 +168,22 @@ class StreamFacts:
             n = struct.unpack_from("<H", data, at)[0]
             high = data[at + 2] & 1
             at += 3
-            got = ""
-            while len(got) < n:
+            got = b""  # as UTF-16: the count is in UTF-16 units
+            while len(got) < 2 * n:
                 if at >= len(data):
                     rec_i += 1
                     pos, data = parts[rec_i]
                     high = data[0] & 1  # a continued string starts with its flags
                     at = 1
                 size = 2 if high else 1
-                take = min(n - len(got), (len(data) - at) // size)
+                take = min(n - len(got) // 2, (len(data) - at) // size)
                 if take == 0:
                     self.problems.append("SST string %d is cut" % k)
                     return
-                got += data[at:at + take * size].decode("utf-16-le" if high else "latin-1")
+                raw = data[at:at + take * size]
+                got += raw if high else raw.decode("latin-1").encode("utf-16-le")
                 at += take * size
+            got = got.decode("utf-16-le")
             strings.append(got)
             k += 1
         self.sst_strings = strings
@@ -201,8 +203,9 @@ class _Obj:
 
 class Book:
     def __init__(self, path):
-        self.xl = xlrd.open_workbook(path, formatting_info=True)
+        self.xl = xlrd.open_workbook(path, formatting_info=True, ragged_rows=True)
         self.facts = StreamFacts(path)
+        self._styles = {}
         self.worksheets = [Sheet(self, i) for i in range(self.xl.nsheets)]
         names = []
         for n in self.xl.name_obj_list:
@@ -238,6 +241,11 @@ class Book:
         return sheet + "!" + a if with_sheet else a
 
     def style(self, xf_index):
+        if xf_index not in self._styles:
+            self._styles[xf_index] = self._make_style(xf_index)
+        return self._styles[xf_index]
+
+    def _make_style(self, xf_index):
         xf = self.xl.xf_list[xf_index]
         f = self.xl.font_list[xf.font_index]
         fmt = self.xl.format_map[xf.format_key].format_str
@@ -267,7 +275,7 @@ class Cell:
         self.row, self.column = r + 1, c + 1
         self.coordinate = "%s%d" % (col_letters(c), r + 1)
         xs = sheet.xs
-        if r < xs.nrows and c < xs.ncols:
+        if r < xs.nrows and c < xs.row_len(r):
             t = xs.cell_type(r, c)
             v = xs.cell_value(r, c)
             xf = xs.cell_xf_index(r, c)
@@ -343,7 +351,8 @@ class Sheet:
     def background_xf(self, r, c):
         """The format a cell without a record shows: its row's, else its column's."""
         info = self.xs.rowinfo_map.get(r)
-        if info is not None and not info.has_default_xf_index:
+        # xlrd's "has_default_xf_index" is the ROW record's bit for "the row has a format".
+        if info is not None and info.has_default_xf_index:
             return info.xf_index
         ci = self.xs.colinfo_map.get(c)
         return ci.xf_index if ci is not None else 15
@@ -355,8 +364,9 @@ class Sheet:
         return Cell(self, row - 1, column - 1)
 
     def iter_rows(self):
+        """The cells of each row up to its last record (rows are not padded to the widest)."""
         for r in range(self.xs.nrows):
-            yield [Cell(self, r, c) for c in range(self.xs.ncols)]
+            yield [Cell(self, r, c) for c in range(self.xs.row_len(r))]
 
 
 class _Dims:

@@ -95,7 +95,11 @@ def dump_sheet(book, ws):
 
 
 def main():
-    book = xls_view.load_workbook(sys.argv[1])
+    main_to(sys.argv[1], sys.stdout)
+
+
+def main_to(path, out, indent=None):
+    book = xls_view.load_workbook(path)
     sheets, raws = [], []
     for ws in book.worksheets:
         s, r = dump_sheet(book, ws)
@@ -103,14 +107,14 @@ def main():
         raws.append(r)
     names = [{"name": n.name, "local_sheet": n.localSheetId, "refers_to": n.attr_text}
              for n in book.defined_names.definedName]
-    out = {
+    result = {
         "sheets": sheets,
         "raw": raws,
         "names": names,
         "cell_formats": sum(1 for xf in book.xl.xf_list if not xf.is_style),
         "problems": book.facts.problems,
     }
-    sys.stdout.write(json.dumps(out, default=str))
+    out.write(json.dumps(result, default=str, indent=indent, sort_keys=indent is not None))
 
 
 if __name__ == "__main__":

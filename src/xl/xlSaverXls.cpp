@@ -13,6 +13,7 @@
 #include <fcntl.h>
 #include <gsf/gsf-outfile-msole.h>
 #include <gsf/gsf-outfile.h>
+#include <gsf/gsf-output-memory.h>
 #include <gsf/gsf-output-stdio.h>
 #include <gsf/gsf-utils.h>
 #include <unistd.h>
@@ -1122,13 +1123,31 @@ std::FILE* SpoolFile(const std::filesystem::path& dir) {
     return p;
 }
 
+// Sets libgsf up once per process, and with it every class a save uses: GLib guards the data of
+// its classes with locks of its own, so saves on several threads only make objects of classes
+// that are complete before any of them starts.
+void SetUpLibrary() {
+    gsf_init();
+    g_type_class_ref(GSF_OUTPUT_STDIO_TYPE);
+    GsfOutput* pMemory = gsf_output_memory_new();
+    GsfOutfile* pOle = gsf_outfile_msole_new(pMemory);
+    GsfOutput* pStream = gsf_outfile_new_child(pOle, "Workbook", FALSE);
+    const guint8 b[1] = {0};
+    gsf_output_write(pStream, sizeof b, b);
+    gsf_output_close(pStream);
+    gsf_output_close(GSF_OUTPUT(pOle));
+    g_object_unref(pStream);
+    g_object_unref(pOle);
+    g_object_unref(pMemory);
+}
+
 // The container: libgsf objects released in reverse order; a stream not closed by the normal
 // path is closed here, so that nothing is left open.
 class Container {
 public:
     explicit Container(const std::string& sFile) {
         static std::once_flag once;
-        std::call_once(once, [] { gsf_init(); });
+        std::call_once(once, SetUpLibrary);
         std::FILE* f = std::fopen(sFile.c_str(), "wb");
         if (!f) Fail();
         sink_ = gsf_output_stdio_new_FILE(sFile.c_str(), f, FALSE);
@@ -1137,28 +1156,36 @@ public:
             Fail();
         }
         ole_ = gsf_outfile_msole_new(sink_);
-        if (!ole_) Fail();
-        stream_ = gsf_outfile_new_child(ole_, "Workbook", FALSE);
-        if (!stream_) Fail();
-    }
-    ~Container() {
-        if (stream_) {
-            if (!gsf_output_is_closed(stream_)) gsf_output_close(stream_);
-            g_object_unref(stream_);
-        }
-        if (ole_) {
-            if (!gsf_output_is_closed(GSF_OUTPUT(ole_))) gsf_output_close(GSF_OUTPUT(ole_));
-            g_object_unref(ole_);
-        }
-        if (sink_) {
-            if (!gsf_output_is_closed(sink_)) gsf_output_close(sink_);
-            g_object_unref(sink_);
+        if (ole_) stream_ = gsf_outfile_new_child(ole_, "Workbook", FALSE);
+        if (!stream_) {
+            Release();  // a constructor that fails runs no destructor
+            Fail();
         }
     }
+    ~Container() { Release(); }
     Container(const Container&) = delete;
     Container& operator=(const Container&) = delete;
 
     GsfOutput* Stream() { return stream_; }
+
+    // Closes what is still open and lets go of everything.
+    void Release() {
+        if (stream_) {
+            if (!gsf_output_is_closed(stream_)) gsf_output_close(stream_);
+            g_object_unref(stream_);
+            stream_ = nullptr;
+        }
+        if (ole_) {
+            if (!gsf_output_is_closed(GSF_OUTPUT(ole_))) gsf_output_close(GSF_OUTPUT(ole_));
+            g_object_unref(ole_);
+            ole_ = nullptr;
+        }
+        if (sink_) {
+            if (!gsf_output_is_closed(sink_)) gsf_output_close(sink_);
+            g_object_unref(sink_);
+            sink_ = nullptr;
+        }
+    }
 
     void Close() {
         bool bOk = gsf_output_close(stream_);

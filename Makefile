@@ -13,8 +13,9 @@ BENCH_OUT ?= out/bench
 BENCH_REPS ?= 5
 CMAKE_FLAGS ?=
 
-PACKAGES := g++ cmake make pkg-config python3 python3-openpyxl \
-            libpugixml-dev libxlsxwriter-dev libfmt-dev libcli11-dev libgtest-dev
+PACKAGES := g++ cmake make pkg-config python3 python3-openpyxl python3-xlrd \
+            libpugixml-dev libxlsxwriter-dev libgsf-1-dev libfmt-dev libcli11-dev libgtest-dev \
+            libreoffice-calc-nogui gnumeric
 
 # What the tests compare the workbooks with: LibreOffice Calc with its Python bridge (row heights
 # against its own fit, PDF pages), the metric-compatible Carlito font it draws Calibri with, and

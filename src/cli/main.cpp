@@ -100,7 +100,7 @@ int main(int argc, char** argv) {
     InstallStopHandlers(pStop);
 
     CLI::App app{
-        "Turns a product-data export XML file into a spreadsheet workbook (.xlsx format).\n"
+        "Turns a product-data export XML file into a spreadsheet workbook (.xls or .xlsx).\n"
         "Failures are written to ExportExcel.log in the export folder and to standard error.",
         "orv-export-excel"};
     std::string sData, sSettings, sSetup, sExtension;
@@ -112,8 +112,9 @@ int main(int argc, char** argv) {
                    "The setup XML text (when it starts with '<') or a file holding it")
         ->required();
     app.add_option("EXTENSION", sExtension,
-                   "Extension of the workbook file, with its dot (default .xls; the file is "
-                   "an Office Open XML workbook whatever the extension)");
+                   "Extension of the workbook file, with its dot (default .xls: an Excel "
+                   "97-2003 workbook; any other extension, .xlsx included, gives an Office Open "
+                   "XML workbook)");
     app.add_option("--refdes-grouping", sGrouping,
                    "How reference designators are grouped: 'ranges' (R1-R3) or 'none'")
         ->check(CLI::IsMember({"ranges", "none"}));

@@ -140,11 +140,10 @@ TEST(Saver, SaveAsWritesAnEmptyWorkbookAtOnce) {
     testutil::TempDir d;
     xl::xlApplication app;
     xl::xlWorkbook& book = app.Workbooks().Add();
-    const std::string sFile = d.File("Export.xls");
+    const std::string sFile = d.File("Export.xlsx");
     book.SaveAs(sFile, xlNoChange);
     EXPECT_EQ(book.FullName(), sFile);
-    EXPECT_EQ(Entries(d.Str()), std::set<std::string>{"Export.xls"});
-    // An Office Open XML workbook, whatever the extension says.
+    EXPECT_EQ(Entries(d.Str()), std::set<std::string>{"Export.xlsx"});
     EXPECT_TRUE(IsZip(sFile));
     const Value v = Dump(sFile);
     ASSERT_EQ(v["sheets"].Size(), 1u);
@@ -156,7 +155,7 @@ TEST(Saver, TheWholeWorkbookReadsBack) {
     testutil::TempDir d;
     xl::xlApplication app;
     xl::xlWorkbook& book = app.Workbooks().Add();
-    const std::string sFile = d.File("Export.xls");
+    const std::string sFile = d.File("Export.xlsx");
     book.SaveAs(sFile);
     xlWorksheet& ws = book.Worksheets()(1);
     FillLikeTheBuilder(ws);
@@ -167,7 +166,7 @@ TEST(Saver, TheWholeWorkbookReadsBack) {
     book.Close();
     app.Quit();
 
-    EXPECT_EQ(Entries(d.Str()), std::set<std::string>{"Export.xls"});
+    EXPECT_EQ(Entries(d.Str()), std::set<std::string>{"Export.xlsx"});
     const Value v = Dump(sFile);
     ASSERT_EQ(v["sheets"].Size(), 2u);
     const Value& s = v["sheets"][0];
@@ -374,15 +373,15 @@ TEST(Saver, AnUnwritablePlaceFailsAtOnceAndLeavesNothing) {
     testutil::TempDir d;
     xl::xlApplication app;
     xl::xlWorkbook& book = app.Workbooks().Add();
-    EXPECT_RUN_ERROR(book.SaveAs(d.File("missing/Export.xls")), 1004);
+    EXPECT_RUN_ERROR(book.SaveAs(d.File("missing/Export.xlsx")), 1004);
     testutil::WriteFile(d.File("plain"), "a file, not a folder");
-    EXPECT_RUN_ERROR(book.SaveAs(d.File("plain/Export.xls")), 1004);
+    EXPECT_RUN_ERROR(book.SaveAs(d.File("plain/Export.xlsx")), 1004);
     EXPECT_EQ(book.FullName(), "");
     EXPECT_EQ(Entries(d.Str()), std::set<std::string>{"plain"});
     if (::geteuid() != 0) {  // permissions do not stop the superuser
         fs::create_directory(d.File("ro"));
         fs::permissions(d.File("ro"), fs::perms::owner_read | fs::perms::owner_exec);
-        EXPECT_RUN_ERROR(book.SaveAs(d.File("ro/Export.xls")), 1004);
+        EXPECT_RUN_ERROR(book.SaveAs(d.File("ro/Export.xlsx")), 1004);
         fs::permissions(d.File("ro"), fs::perms::owner_all);
         EXPECT_TRUE(Entries(d.File("ro")).empty());
     }
@@ -405,7 +404,7 @@ TEST(Saver, AFailedSaveLeavesNoTemporaryFile) {
 
 TEST(Saver, SavingOverAFileReplacesItWhole) {
     testutil::TempDir d;
-    const std::string sFile = d.File("Export.xls");
+    const std::string sFile = d.File("Export.xlsx");
     testutil::WriteFile(sFile, "the old contents");
     struct stat before {};
     ASSERT_EQ(::stat(sFile.c_str(), &before), 0);
@@ -421,13 +420,13 @@ TEST(Saver, SavingOverAFileReplacesItWhole) {
     EXPECT_EQ(sOld, "the old contents");
     EXPECT_TRUE(IsZip(sFile));
     EXPECT_EQ(Dump(sFile)["sheets"][0]["cells"]["A1"]["value"].Str(), "new");
-    EXPECT_EQ(Entries(d.Str()), std::set<std::string>{"Export.xls"});
+    EXPECT_EQ(Entries(d.Str()), std::set<std::string>{"Export.xlsx"});
 
     // And again over the workbook itself.
     book.Worksheets()(1).Cells(1, 1).Value("newer");
     book.Save();
     EXPECT_EQ(Dump(sFile)["sheets"][0]["cells"]["A1"]["value"].Str(), "newer");
-    EXPECT_EQ(Entries(d.Str()), std::set<std::string>{"Export.xls"});
+    EXPECT_EQ(Entries(d.Str()), std::set<std::string>{"Export.xlsx"});
 }
 
 namespace {

@@ -1500,14 +1500,14 @@ double xlWorksheet::ColumnWidthOf(long lCol) const {
 }
 
 double xlWorksheet::EffectiveRowHeight(long lRow) const {
-    CheckRow(lRow);
+    CheckRow(*pImpl_, lRow);
     if (HasOwnRowHeight(lRow)) return RowHeightOf(lRow);
     const double dFitted = detail::RowFitter(*pImpl_).Fit(lRow);
     return dFitted > 0 ? dFitted : pImpl_->dDefaultRowHeight;
 }
 
 bool xlWorksheet::HasOwnRowHeight(long lRow) const {
-    CheckRow(lRow);
+    CheckRow(*pImpl_, lRow);
     const RowRec* p = pImpl_->FindRow(lRow);
     return p && p->nHeightTwips != detail::kNoHeight;
 }

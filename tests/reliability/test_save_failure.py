@@ -25,6 +25,9 @@ import tempfile
 import time
 import unittest
 
+sys.path.insert(0, os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+import testreport  # noqa: E402
+
 CLI = None
 SEAM_CLI = None
 SOURCE = None
@@ -175,10 +178,11 @@ def main():
     ap.add_argument("--cli", required=True)
     ap.add_argument("--seam-cli", required=True)
     ap.add_argument("--source", required=True)
-    args, rest = ap.parse_known_args()
+    args = ap.parse_args()
     CLI, SEAM_CLI, SOURCE = (os.path.abspath(args.cli), os.path.abspath(args.seam_cli),
                              os.path.abspath(args.source))
-    return 0 if unittest.main(argv=[sys.argv[0]] + rest, exit=False).result.wasSuccessful() else 1
+    suite = unittest.TestLoader().loadTestsFromModule(sys.modules[__name__])
+    return testreport.run(suite, "save_failure")
 
 
 if __name__ == "__main__":

@@ -2,10 +2,12 @@
 #include "xl/xlBiffWriter.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 #include "support/clsRunError.h"
 #include "support/modConst.h"
+#include "support/modSaveFile.h"
 
 namespace xl::biff {
 
@@ -113,7 +115,7 @@ void FileSink::Write(const void* p, size_t n) {
     if (lUsed_ + n > kFileBuffer) {
         Flush();
         if (n > kFileBuffer) {
-            if (std::fwrite(b, 1, n, p_) != n) RaiseError(errAppDefined);
+            if (std::fwrite(b, 1, n, p_) != n) modSaveFile::RaiseWriteFailure(errno);
             return;
         }
     }
@@ -122,9 +124,11 @@ void FileSink::Write(const void* p, size_t n) {
 }
 
 void FileSink::Flush() {
-    if (lUsed_ && std::fwrite(buf_.get(), 1, lUsed_, p_) != lUsed_) RaiseError(errAppDefined);
+    if (lUsed_ && std::fwrite(buf_.get(), 1, lUsed_, p_) != lUsed_) {
+        modSaveFile::RaiseWriteFailure(errno);
+    }
     lUsed_ = 0;
-    if (std::fflush(p_) != 0) RaiseError(errAppDefined);
+    if (std::fflush(p_) != 0) modSaveFile::RaiseWriteFailure(errno);
 }
 
 // ------------------------------------------------------------------------------------------------

@@ -8,8 +8,9 @@
 // is known), then each sheet's BOF and INDEX (which hold stream positions) and its spooled
 // records. Record layouts follow [MS-XLS] and, for hyperlinks, [MS-OSHARED].
 //
-// The file is written under a temporary name in the target's folder and renamed over the target
-// when complete: a reader never sees half a workbook, and a failed save leaves nothing behind.
+// The file is written through modSaveFile: under a temporary name in the target's folder, renamed
+// over the target when complete, so a reader never sees half a workbook and a failed save leaves
+// nothing behind; a write the system refuses fails the save with the system's reason.
 #include <fcntl.h>
 #include <gsf/gsf-outfile-msole.h>
 #include <gsf/gsf-outfile.h>
@@ -20,6 +21,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -27,15 +29,16 @@
 #include <map>
 #include <mutex>
 #include <string_view>
-#include <thread>
 #include <unordered_map>
 #include <vector>
 
 #include "support/clsRunError.h"
 #include "support/modConst.h"
+#include "support/modSaveFile.h"
 #include "xl/xlBiffWriter.h"
 #include "xl/xlModelData.h"
 #include "xl/xlObjectModel.h"
+#include "xl/xlRowFit.h"
 
 namespace xl {
 
@@ -413,13 +416,24 @@ private:
 // What the sheet records read from the model: one place each for the page fit, the used area and
 // the row heights.
 
+// A zoom of 0 prints to the given pages (0 of either: as many as needed); any other zoom is the
+// print scale, which a fit leaves at 100.
 struct PageFit {
     bool bFit = false;  // scale to fit pages instead of a percentage
     long lWide = 1, lTall = 1;
+    long lScale = 100;
 };
 
-PageFit PageFitOf(const xlPageSetup&) {
-    return {};  // the model has no fit-to-page setting yet
+PageFit PageFitOf(const xlPageSetup& p) {
+    PageFit f;
+    if (p.lZoom == 0) {
+        f.bFit = true;
+        f.lWide = std::clamp(p.lFitToPagesWide, 0L, 32767L);
+        f.lTall = std::clamp(p.lFitToPagesTall, 0L, 32767L);
+    } else {
+        f.lScale = std::clamp(p.lZoom, 10L, 400L);
+    }
+    return f;
 }
 
 // Rows and columns (0-based, last ones plus one) that hold cell records.
@@ -434,8 +448,15 @@ struct RowHeight {
     bool bCustom;
 };
 
-RowHeight RowHeightOf(const xlWorksheet::Impl& d, const detail::Row& o) {
+// A row's own height wins; else the height its text needs when more than one standard line (as
+// the .xlsx saver fits it, so both files show the same rows); else the sheet's standard height.
+RowHeight RowHeightOf(const xlWorksheet::Impl& d, const detail::RowFitter& oFitter,
+                      const detail::Row& o, size_t i) {
     if (o.nHeightTwips != detail::kNoHeight) return {o.nHeightTwips, true};
+    if (!o.arrCells.empty()) {
+        const double dFitted = oFitter.Fit(static_cast<long>(i) + 1);
+        if (dFitted > 0) return {static_cast<uint32_t>(std::lround(dFitted * 20)), true};
+    }
     return {static_cast<uint32_t>(std::lround(d.dDefaultRowHeight * 20)), false};
 }
 
@@ -571,6 +592,7 @@ public:
         : w_(w),
           ws_(oSheet),
           d_(oSheet.Data()),
+          oFitter_(d_),
           bFirst_(bFirst),
           xfs_(xfs),
           sst_(sst),
@@ -689,7 +711,7 @@ private:
         const PageFit f = PageFitOf(p);
         Bytes b;
         b.U16(9);  // A4: the file must name a paper for the orientation to count
-        b.U16(100);
+        b.U16(static_cast<uint32_t>(f.lScale));
         b.U16(1);
         b.U16(static_cast<uint32_t>(f.lWide));
         b.U16(static_cast<uint32_t>(f.lTall));
@@ -747,7 +769,7 @@ private:
     void RowRecord(size_t i) {
         const detail::Row& o = d_.arrRows[i];
         const RowPlan& p = arrPlan_[i];
-        const RowHeight h = RowHeightOf(d_, o);
+        const RowHeight h = RowHeightOf(d_, oFitter_, o, i);
         const bool bHidden = h.lTwips == 0;
         Bytes b;
         b.U16(static_cast<uint32_t>(i));
@@ -898,6 +920,7 @@ private:
     RecordWriter& w_;
     const xlWorksheet& ws_;
     const xlWorksheet::Impl& d_;
+    const detail::RowFitter oFitter_;
     bool bFirst_;
     XfTable& xfs_;
     SharedStrings& sst_;
@@ -1113,7 +1136,7 @@ struct FileHandle {
 std::FILE* SpoolFile(const std::filesystem::path& dir) {
     std::string s = (dir / ".xls-spool-XXXXXX").string();
     const int fd = ::mkstemp(s.data());
-    if (fd < 0) Fail();
+    if (fd < 0) modSaveFile::RaiseWriteFailure(errno);
     ::unlink(s.c_str());
     std::FILE* p = ::fdopen(fd, "w+b");
     if (!p) {
@@ -1149,7 +1172,7 @@ public:
         static std::once_flag once;
         std::call_once(once, SetUpLibrary);
         std::FILE* f = std::fopen(sFile.c_str(), "wb");
-        if (!f) Fail();
+        if (!f) modSaveFile::RaiseWriteFailure(errno);
         sink_ = gsf_output_stdio_new_FILE(sFile.c_str(), f, FALSE);
         if (!sink_) {
             std::fclose(f);
@@ -1188,10 +1211,11 @@ public:
     }
 
     void Close() {
+        errno = 0;
         bool bOk = gsf_output_close(stream_);
         bOk = gsf_output_close(GSF_OUTPUT(ole_)) && bOk;  // closes the file as well
         if (!gsf_output_is_closed(sink_)) bOk = gsf_output_close(sink_) && bOk;
-        if (!bOk) Fail();
+        if (!bOk) modSaveFile::RaiseWriteFailure(errno);
     }
 
 private:
@@ -1204,7 +1228,10 @@ class GsfSink : public biff::Sink {
 public:
     explicit GsfSink(GsfOutput* p) : p_(p) {}
     void Write(const void* p, size_t n) override {
-        if (n && !gsf_output_write(p_, n, static_cast<const guint8*>(p))) Fail();
+        errno = 0;
+        if (n && !gsf_output_write(p_, n, static_cast<const guint8*>(p))) {
+            modSaveFile::RaiseWriteFailure(errno);
+        }
     }
 
 private:
@@ -1285,47 +1312,13 @@ void WriteXls(const xlWorkbook& oBook, const std::string& sFile, const std::file
     oProgress.Report();
 }
 
-std::filesystem::path TempNameBeside(const std::filesystem::path& target) {
-    // Process, thread and a per-thread counter make the name unique without shared state.
-    thread_local unsigned lCounter = 0;
-    const std::string sThread =
-        std::to_string(std::hash<std::thread::id>{}(std::this_thread::get_id()));
-    const std::filesystem::path dir = target.parent_path();
-    std::error_code ec;
-    for (;;) {
-        std::string sName(".");
-        sName += target.filename().string();
-        sName += ".~";
-        sName += std::to_string(static_cast<long>(::getpid()));
-        sName += '-';
-        sName += sThread;
-        sName += '-';
-        sName += std::to_string(lCounter++);
-        sName += ".tmp";
-        std::filesystem::path p = dir / sName;
-        if (!std::filesystem::exists(p, ec)) return p;
-    }
-}
-
 }  // namespace
 
 void SaveWorkbookFileXls(const xlWorkbook& oBook, const std::string& sPath) {
-    namespace fs = std::filesystem;
-    std::error_code ec;
-    fs::path target = fs::absolute(fs::path(sPath), ec);
-    if (ec || sPath.empty() || target.filename().empty()) Fail();
-    const fs::path dir = target.parent_path();
-    if (!fs::is_directory(dir, ec)) Fail();
-    const fs::path tmp = TempNameBeside(target);
-    try {
-        WriteXls(oBook, tmp.string(), dir);
-        fs::rename(tmp, target, ec);
-        if (ec) Fail();
-    } catch (...) {
-        std::error_code ec2;
-        fs::remove(tmp, ec2);
-        throw;
-    }
+    modSaveFile::WriteThroughTempFile(
+        sPath, [&](const std::string& sTempFile, const std::string& sFolder) {
+            WriteXls(oBook, sTempFile, std::filesystem::path(sFolder));
+        });
 }
 
 }  // namespace xl

@@ -116,6 +116,7 @@ class StreamFacts:
                 flags = struct.unpack_from("<H", data, 10)[0]
                 sheet["landscape"] = not flags & 0x02 and not flags & 0x04
                 sheet["fit_pages"] = struct.unpack_from("<HH", data, 6)
+                sheet["scale"] = struct.unpack_from("<H", data, 2)[0]
             elif rt == 0x0081:
                 sheet["fit"] = bool(struct.unpack_from("<H", data)[0] & 0x0100)
             elif rt == 0x020B:

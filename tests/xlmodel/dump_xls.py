@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 """Prints a JSON description of an Excel 97-2003 (.xls) workbook, as xlrd reads it, for the saver
 tests: the same shape as dump_xlsx.py gives for an .xlsx (see there), plus "problems" (what the
-record checks of xls_view found wrong with the INDEX, DBCELL and EXTSST records) and
-"fit_to_page" per sheet.
+record checks of xls_view found wrong with the INDEX, DBCELL and EXTSST records) and, per sheet,
+"fit_to_page", "fit_to_width", "fit_to_height" and the print "scale" of its page set-up.
 
 Usage: dump_xls.py FILE
 """
@@ -91,6 +91,9 @@ def dump_sheet(book, ws):
         "footer_center": ws.oddFooter.center.text,
         "orientation": ws.page_setup.orientation,
         "fit_to_page": ws.facts["fit"],
+        "fit_to_width": ws.facts.get("fit_pages", (None, None))[0],
+        "fit_to_height": ws.facts.get("fit_pages", (None, None))[1],
+        "scale": ws.facts.get("scale"),
     }, raw
 
 

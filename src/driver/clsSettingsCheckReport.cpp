@@ -1,7 +1,10 @@
 // The report of the settings check, as text for people and as JSON for tools.
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <string>
 
+#include "orvExportExcel.h"
 #include "orvSettingsCheck.h"
 
 namespace {
@@ -182,4 +185,25 @@ std::string FormatSettingsCheckJson(const clsSettingsCheckResult& r) {
     }
     s += r.arrFindings.empty() ? "]\n}\n" : "\n  ]\n}\n";
     return s;
+}
+
+extern "C" int orvExportExcel_CheckSettings(const char* sXIniFullPath, const char* sSetupXString,
+                                            int bJson, char* sReport, size_t lSize,
+                                            size_t* lNeeded) {
+    try {
+        const clsSettingsCheckResult r =
+            CheckSettings(sXIniFullPath ? sXIniFullPath : "", sSetupXString ? sSetupXString : "");
+        const std::string s = bJson ? FormatSettingsCheckJson(r) : FormatSettingsCheckText(r);
+        if (lNeeded) *lNeeded = s.size() + 1;
+        if (sReport && lSize > 0) {
+            const size_t n = std::min(s.size(), lSize - 1);
+            std::memcpy(sReport, s.data(), n);
+            sReport[n] = '\0';
+        }
+        return r.iStatus;
+    } catch (...) {
+        if (lNeeded) *lNeeded = 1;
+        if (sReport && lSize > 0) sReport[0] = '\0';
+        return 2;
+    }
 }

@@ -11,6 +11,7 @@
 
 #include "TestUtil.h"
 #include "driver/clsSettingsCheck.h"
+#include "orvExportExcel.h"
 #include "orvSettingsCheck.h"
 #include "support/modEnvironment.h"
 #include "xlmodel/JsonLite.h"
@@ -385,6 +386,24 @@ TEST_F(SettingsCheckTest, TheCheckWritesNothing) {
     EXPECT_EQ(arrFiles, (std::vector<std::string>{
                             "Korvane", "Korvane/Addin Modules", "Korvane/Addin Modules/Zenfold",
                             "Korvane/Addin Modules/Zenfold/Export", "settings.xml"}));
+}
+
+TEST_F(SettingsCheckTest, TheCEntryPointGivesTheSameReport) {
+    const std::string sPath = tmp.File("settings.xml");
+    testutil::WriteFile(sPath, BrokenSettings());
+    const std::string sText = FormatSettingsCheckText(CheckSettings(sPath));
+    size_t lNeeded = 0;
+    EXPECT_EQ(orvExportExcel_CheckSettings(sPath.c_str(), nullptr, 0, nullptr, 0, &lNeeded), 1);
+    EXPECT_EQ(lNeeded, sText.size() + 1);
+    std::vector<char> buf(lNeeded);
+    EXPECT_EQ(orvExportExcel_CheckSettings(sPath.c_str(), "", 0, buf.data(), buf.size(), nullptr),
+              1);
+    EXPECT_EQ(std::string(buf.data()), sText);
+    char sShort[8];
+    EXPECT_EQ(orvExportExcel_CheckSettings(sPath.c_str(), "", 1, sShort, sizeof sShort, &lNeeded),
+              1);
+    EXPECT_EQ(std::string(sShort), "{\n  \"st");  // seven bytes and the NUL
+    EXPECT_EQ(orvExportExcel_CheckSettings(nullptr, nullptr, 1, sShort, sizeof sShort, nullptr), 2);
 }
 
 namespace {

@@ -13,9 +13,17 @@ BENCH_OUT ?= out/bench
 BENCH_REPS ?= 5
 CMAKE_FLAGS ?=
 
-PACKAGES := g++ cmake make pkg-config python3 python3-openpyxl \
-            libpugixml-dev libxlsxwriter-dev libfmt-dev libcli11-dev libgtest-dev \
-            libreoffice-calc-nogui
+PACKAGES := g++ cmake make pkg-config python3 python3-openpyxl python3-xlrd \
+            libpugixml-dev libxlsxwriter-dev libgsf-1-dev libfmt-dev libcli11-dev libgtest-dev \
+            libreoffice-calc-nogui gnumeric
+
+# What the tests compare the workbooks with: LibreOffice Calc with its Python bridge (row heights
+# against its own fit, PDF pages), the metric-compatible Carlito font it draws Calibri with, and
+# poppler's pdftotext. Tests that need them are skipped where they are missing.
+TEST_PACKAGES := libreoffice-calc-nogui python3-uno fonts-crosextra-carlito poppler-utils
+
+# The generator of src/xl/xlFontMetrics.h (`make fontmetrics`).
+FONT_PACKAGES := python3-fonttools fonts-crosextra-carlito
 
 # clang with its libFuzzer and sanitizer runtimes, for `make fuzz` only.
 FUZZ_PACKAGES := clang libclang-rt-14-dev
@@ -35,12 +43,20 @@ define install_missing
 	fi
 endef
 
-.PHONY: all deps deps-fuzz build build-asan test test-normal test-asan tsan fuzz demo bench format clean
+.PHONY: all deps deps-test fontmetrics deps-fuzz build build-asan test test-normal test-asan tsan fuzz demo bench format clean
 
 all: build
 
 deps:
 	$(call install_missing,$(PACKAGES))
+
+deps-test:
+	$(call install_missing,$(TEST_PACKAGES))
+
+# Writes the character widths of the workbook's font into src/xl/xlFontMetrics.h.
+fontmetrics:
+	$(call install_missing,$(FONT_PACKAGES))
+	/usr/bin/python3 tools/gen_font_metrics.py
 
 build: deps
 	cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_FLAGS)
@@ -54,11 +70,11 @@ build-asan: deps
 # suites) into the build's test-reports folder; `make test` ends with their summary.
 reports_env = GTEST_OUTPUT=xml:$(CURDIR)/$(1)/test-reports/ ORV_TEST_REPORTS=$(CURDIR)/$(1)/test-reports
 
-test-normal: build
+test-normal: build deps-test
 	rm -rf $(BUILD_DIR)/test-reports
 	$(call reports_env,$(BUILD_DIR)) ctest --test-dir $(BUILD_DIR) --output-on-failure -j $(JOBS)
 
-test-asan: build-asan
+test-asan: build-asan deps-test
 	rm -rf $(ASAN_DIR)/test-reports
 	$(call reports_env,$(ASAN_DIR)) \
 	ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \

@@ -158,6 +158,20 @@ int main(int argc, char** argv) {
             case 'L':
                 worksheet_set_landscape(ws);
                 break;
+            case 'G':
+                worksheet_fit_to_pages(ws, static_cast<uint16_t>(U(a[0])),
+                                       static_cast<uint16_t>(U(a[1])));
+                break;
+            case 'Q':
+                worksheet_set_print_scale(ws, static_cast<uint16_t>(U(a[0])));
+                break;
+            case 'X':
+                // The used range replaces the dimension that formatted columns widened.
+                ws->dim_rowmin = 0;
+                ws->dim_colmin = 0;
+                ws->dim_rowmax = U(a[0]);
+                ws->dim_colmax = static_cast<lxw_col_t>(U(a[1]));
+                break;
             case 'T':
                 err |= worksheet_repeat_rows(ws, U(a[0]), U(a[1]));
                 break;

@@ -63,7 +63,7 @@ int main(int argc, char** argv) {
 
     auto t0 = Clock::now();
     if (!oExport.GetIniXML(sSettings)) return 1;
-    modResources::InitResources(ctx);
+    modResources::InitResources(ctx, ctx.IniData.get());
     if (!clsExportExcel::FillExcellCap(ctx, sSetup) || !clsExportExcel::FillAttrLabels(ctx)) {
         std::cerr << "orv-model-dump: the settings or the setup string are not usable\n";
         return 1;

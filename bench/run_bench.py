@@ -8,6 +8,8 @@ its model dump with orv-model-dump, then runs the export (orv-export-excel) and 
 (orv-baseline on the dump) in turn, several times, and prints the medians: objects, rows,
 cells, the export's wall seconds and peak resident memory, the baseline's seconds and the
 ratio of the two. The parse case loads and walks a large data file without building anything.
+The .xls cases time the Excel 97-2003 export against the .xlsx export of the same data (their
+size is the largest the format's 65,536 rows hold).
 Ends with the goals and whether each one holds; the exit status is 1 when one does not.
 """
 
@@ -42,6 +44,12 @@ CASES = [
       "--fanout", "1"] + ITEM_MIX),
     ("doc-structure-20k", "doc-structure.xml",
      ["--kind", "document", "--objects", "20000", "--depth", "7", "--fanout", "4"] + DOC_MIX),
+]
+# Excel 97-2003 exports: the largest item structure of the benchmark's mix that fits the
+# format's 65,536 rows (about 60,000 rows).
+XLS_CASES = [
+    ("item-structure-4800", "item-structure.xml",
+     ["--kind", "item", "--objects", "4800", "--depth", "7", "--fanout", "4"] + ITEM_MIX),
 ]
 PARSE_CASE = ("parse-100mb", "item-structure.xml",
               ["--kind", "item", "--mb", "100", "--depth", "5", "--fanout", "4", "--attrs", "6"])
@@ -143,6 +151,38 @@ def main():
         sys.stdout.flush()
         rows_out.append(name)
 
+    # The .xls cases: the same export as .xls and as .xlsx, interleaved.
+    xls_cases = [c for c in XLS_CASES if not a.only or a.only in c[0] + "-xls"]
+    if xls_cases:
+        print()
+        header = "%-20s %8s %9s %9s %9s %9s %7s" % (
+            "case (.xls)", "objects", "rows", "xls s", "peak MB", "xlsx s", "ratio")
+        print(header)
+        print("-" * len(header))
+        sys.stdout.flush()
+    for name, setup, gen_args in xls_cases:
+        data = generate(out_dir, name, gen_args, settings)
+        setup_file = os.path.join(out_dir, "setup", setup)
+        dump = os.path.join(out_dir, name + ".dump")
+        p = subprocess.run([dump_tool, data, settings, setup_file, dump], env=env,
+                           capture_output=True, text=True, check=True)
+        rows = int(p.stderr.strip().splitlines()[-1].split()[3])
+        with open(dump, "rb") as f:
+            objects = sum(1 for line in f if line.startswith(b"D\t"))
+        xls, xlsx, rss = [], [], []
+        for _ in range(a.reps):
+            _, wall, peak = run_rss([cli, "--quiet", data, settings, setup_file, ".xls"], env)
+            xls.append(wall)
+            rss.append(peak)
+            _, wall, _ = run_rss([cli, "--quiet", data, settings, setup_file, ".xlsx"], env)
+            xlsx.append(wall)
+        t, b = statistics.median(xls), statistics.median(xlsx)
+        results[name + "-xls"] = dict(objects=objects, rows=rows, wall=t, rss=max(rss),
+                                      xlsx=b, ratio=t / b)
+        print("%-20s %8d %9d %9.2f %9.0f %9.2f %7.2f" % (
+            name, objects, rows, t, max(rss), b, t / b))
+        sys.stdout.flush()
+
     if not a.only or a.only in PARSE_CASE[0]:
         name, setup, gen_args = PARSE_CASE
         data = generate(out_dir, name, gen_args, os.path.join(out_dir, "settings-parse.xml"))
@@ -181,6 +221,12 @@ def main():
     if big and mid:
         g = (big["wall"] / big["objects"]) / (mid["wall"] / mid["objects"])
         goal("time per object at 50k / at 10k: %.2f <= 1.3" % g, g <= 1.3)
+    for name, _, _ in XLS_CASES:
+        r = results.get(name + "-xls")
+        if r:
+            goal("%s .xls: %.2f s <= %.2f s of the .xlsx" % (name, r["wall"], r["xlsx"]),
+                 r["wall"] <= r["xlsx"])
+            goal("%s .xls: %d rows <= 65,536" % (name, r["rows"]), r["rows"] <= 65536)
     p = results.get(PARSE_CASE[0])
     if p:
         goal("parse and walk of %.0f MB: %.2f s <= 3 s" % (p["mb"], p["wall"]), p["wall"] <= 3)

@@ -74,7 +74,8 @@ Outcome RunInput(const uint8_t* pData, size_t nSize, const std::string& sWork,
             o.sViolation = "a temporary file left behind: " + s;
         }
     }
-    if (o.bResult && oExport->LastWorkbookPath().empty()) {
+    // A filled workbook whose final save failed returns true too, and says so in its state.
+    if (o.bResult && oExport->LastWorkbookState().bWritten && oExport->LastWorkbookPath().empty()) {
         o.sViolation = "true without a workbook";
     }
     return o;

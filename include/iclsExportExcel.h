@@ -25,6 +25,13 @@ struct clsProgress {
     long lTotal = 0;  // total when known, else 0
 };
 
+// What became of the workbook file of a call.
+struct clsWorkbookState {
+    std::string sPath;      // the workbook's path; empty when the call started none
+    bool bWritten = false;  // the complete workbook reached the disk under sPath
+    std::string sFailure;   // why it could not be written: the system's reason, else empty
+};
+
 class iclsExportExcel {
 public:
     virtual ~iclsExportExcel() = default;
@@ -54,6 +61,12 @@ public:
 
     // The full path of the workbook written by the last successful ParseMain, else "".
     virtual std::string LastWorkbookPath() const = 0;
+
+    // The workbook file of the last ParseMain call. ParseMain's result says whether the
+    // workbook was filled; a final save that fails is logged and leaves that result as it is,
+    // so this tells whether the workbook also reached the disk, and if not, why (for instance
+    // "No space left on device"). A workbook whose final save failed is removed.
+    virtual clsWorkbookState LastWorkbookState() const = 0;
 };
 
 // A new export object. Each ParseMain call on it runs one complete export.

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,10 @@ void WriteFile(const std::string& sPath, const std::string& sText);
 // The lines of a log file (CR LF line ends removed).
 std::vector<std::string> ReadLogLines(const std::string& sPath);
 
+// The bytes of a log file with each date-time written as "{now}": the whole file, line ends
+// included, for comparing it exactly. Empty when there is no file.
+std::string ReadLogMasked(const std::string& sPath);
+
 // Sets an environment variable for the life of the object, then restores it.
 class ScopedEnv {
 public:
@@ -39,6 +44,21 @@ private:
     bool bHad_ = false;
     std::string sOld_;
 };
+
+// Runs fn in a child process on whose folder dir a file system of its own, lBytes in size (a
+// tmpfs), is mounted: in a mount namespace of the child's own, so the mount goes with the child
+// whatever becomes of it. What fn returns comes back in sReport (with a note when the child did not
+// end normally). False when no such file system can be mounted here (it takes the privilege to
+// mount); sReport then says why.
+bool RunOnSmallDisk(const std::filesystem::path& dir, long lBytes,
+                    const std::function<std::string()>& fn, std::string& sReport);
+
+// The names in a folder (hidden ones included), sorted, joined with ",".
+std::string NamesIn(const std::filesystem::path& dir);
+
+// The process's open descriptors that refer to files in dir (deleted ones included), joined
+// with ",": none once a save is over.
+std::string OpenFilesIn(const std::filesystem::path& dir);
 
 // The repository's folders.
 std::string SourceDir();

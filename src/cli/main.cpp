@@ -131,7 +131,7 @@ int main(int argc, char** argv) {
     InstallStopHandlers(pStop);
 
     CLI::App app{
-        "Turns a product-data export XML file into a spreadsheet workbook (.xlsx format).\n"
+        "Turns a product-data export XML file into a spreadsheet workbook (.xls or .xlsx).\n"
         "Failures are written to ExportExcel.log in the export folder and to standard error.",
         "orv-export-excel"};
     std::string sData, sSettings, sSetup, sExtension;
@@ -146,8 +146,9 @@ int main(int argc, char** argv) {
         "SETUP", sSetup, "The setup XML text (when it starts with '<') or a file holding it");
     CLI::Option* optExtension =
         app.add_option("EXTENSION", sExtension,
-                       "Extension of the workbook file, with its dot (default .xls; the file is "
-                       "an Office Open XML workbook whatever the extension)");
+                       "Extension of the workbook file, with its dot (default .xls: an Excel "
+                       "97-2003 workbook; any other extension, .xlsx included, gives an Office "
+                       "Open XML workbook)");
     CLI::Option* optCheck =
         app.add_option("--check-settings", arrCheck,
                        "Check a settings file instead of exporting (no data file needed): every "
@@ -166,8 +167,9 @@ int main(int argc, char** argv) {
     app.set_version_flag("--version", std::string("orv-export-excel ") + orvExportExcelVersion());
     app.footer(
         "Exit status: 0 when the workbook was written, 1 when the export failed (see the log "
-        "lines), 2 for a usage error or an unreadable setup file, 130 or 143 when SIGINT or "
-        "SIGTERM stopped it (nothing is written then).\n"
+        "lines) or the workbook could not be saved (a last line says why), 2 for a usage error "
+        "or an unreadable setup file, 130 or 143 when SIGINT or SIGTERM stopped it (nothing is "
+        "written then).\n"
         "With --check-settings: 0 when no label falls back and nothing is unused, 1 when the "
         "check found something, 2 when the settings or the setup cannot be read.");
 
@@ -212,13 +214,19 @@ int main(int argc, char** argv) {
 
     bool bResult = oExport->ParseMain(sData, sSettings, sSetupXml, sExtension);
     oProgress.Clear();
-    if (!bResult) {
-        if (g_nSignal != 0) {
-            std::cerr << "orv-export-excel: interrupted, no workbook written" << std::endl;
-            return 128 + static_cast<int>(g_nSignal);
-        }
+    if (!bResult && g_nSignal != 0) {
+        std::cerr << "orv-export-excel: interrupted, no workbook written" << std::endl;
+        return 128 + static_cast<int>(g_nSignal);
+    }
+    // A workbook that was filled but could not be saved is a failure here, whatever the result.
+    const clsWorkbookState oBook = oExport->LastWorkbookState();
+    if (!oBook.sFailure.empty() || (bResult && !oBook.bWritten)) {
+        std::cerr << "orv-export-excel: cannot write the workbook '" << oBook.sPath << "': "
+                  << (oBook.sFailure.empty() ? "the save did not complete" : oBook.sFailure)
+                  << std::endl;
         return 1;
     }
+    if (!bResult) return 1;
     std::cout << oExport->LastWorkbookPath() << std::endl;
     return 0;
 }

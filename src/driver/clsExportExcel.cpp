@@ -53,10 +53,12 @@ bool clsExportExcel::ParseMain(const std::string& sXFullPath, const std::string&
     try {
         // Every call runs on a fresh object: nothing of one export reaches the next.
         sLastWorkbookPath_.clear();
+        oWorkbookState_ = {};
         auto oExport = std::make_unique<clsExportExcel>(ctx_.Options);
         bool bResult =
             oExport->ParseXML2Excel(sXFullPath, sXIniFullPath, sSetupXString, sExtension);
         if (bResult) sLastWorkbookPath_ = oExport->ctx_.WorkbookPath;
+        oWorkbookState_ = oExport->oWorkbookState_;
         return bResult;
     } catch (...) {
         return false;
@@ -218,21 +220,33 @@ bool clsExportExcel::BuildExcel(const std::string& sXFullPath, const std::string
             if (!fs::remove(sOutputPath, ec) || ec) RaiseError(modConst::errPermissionDenied);
         }
         bool bResult = false;
+        bool bStarted = false;
+        oWorkbookState_.sPath = sOutputPath;
         {
             clsBldExcel oBuilder(ctx_);
-            if (oBuilder.InitExl(sOutputPath)) {
+            bStarted = oBuilder.InitExl(sOutputPath);
+            if (bStarted) {
                 bResult = oBuilder.FillExlFile();
                 // An interrupted export is not saved: the builder is released unsaved.
                 if (!ctx_.CancelRequested()) oBuilder.ExitExl();
             }
+            oWorkbookState_.bWritten = oBuilder.WorkbookSaved();
+            oWorkbookState_.sFailure = oBuilder.SaveFailure();
         }
         if (ctx_.CancelRequested()) {
             // The workbook that InitExl wrote under the final name goes again, whatever it holds.
             std::error_code ec;
             fs::remove(sOutputPath, ec);
+            oWorkbookState_.bWritten = false;
             RaiseError(modConst::errUserInterrupt);
         }
-        if (bResult) ctx_.WorkbookPath = sOutputPath;
+        if (bStarted && !oWorkbookState_.bWritten && FileMatches(sOutputPath)) {
+            // The final save failed (and was logged): what lies under the final name is the
+            // empty workbook of the start, which nobody may take for the export.
+            std::error_code ec;
+            fs::remove(sOutputPath, ec);
+        }
+        if (bResult && oWorkbookState_.bWritten) ctx_.WorkbookPath = sOutputPath;
         return bResult;
     });
 }

@@ -21,6 +21,7 @@ public:
                        std::function<std::unique_ptr<IclsGroup>()> fnFactory) override;
     void SetCancelFlag(std::shared_ptr<std::atomic<bool>> pFlag) override;
     std::string LastWorkbookPath() const override { return sLastWorkbookPath_; }
+    clsWorkbookState LastWorkbookState() const override { return oWorkbookState_; }
 
     // One whole export.
     bool ParseXML2Excel(const std::string& sXFullPath, const std::string& sXIniFullPath,
@@ -60,4 +61,5 @@ private:
     clsExportContext ctx_;
     std::string sLastWorkbookPath_;
     std::string sXIniFullPath_;  // the settings file of the call, set by GetIniXML
+    clsWorkbookState oWorkbookState_;
 };

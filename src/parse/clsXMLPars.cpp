@@ -163,19 +163,16 @@ bool clsXMLPars::MainXStruct(const pugi::xml_document& document) {
             ReportTopLevelFault(ctx_, JoinBlank({r.MsgRootNodeNotFound, r.MsgErrorXmlStructure}));
             return false;
         }
+        // A root without child nodes holds nothing to read: nothing is filled and nothing is
+        // logged (the object count stays -1, so no workbook is made). Whitespace between tags
+        // is no node; a comment or a processing instruction is one, and is the first child.
         pugi::xml_node oFirst = oRoot.first_child();
-        if (oFirst) ctx_.Model.RootObjName = NodeName(oFirst);
+        if (!oFirst) return false;
+        ctx_.Model.RootObjName = NodeName(oFirst);
         const int16_t iKind = ctx_.Model.ExportKind;
-        if (oFirst && IsElementNamed(oFirst, r.NameItem) && iKind == 1) {
-            return FillXItemStruct(oFirst);
-        }
-        if (oFirst && IsElementNamed(oFirst, r.NameDoc) && iKind == 2) {
-            return FillXDocStruct(oFirst);
-        }
-        if (oFirst && IsElementNamed(oFirst, r.NameFolder) && iKind == 3) {
-            return FillXFoldStruct(oFirst);
-        }
-        // A root without children is reported like a first child of the wrong kind.
+        if (IsElementNamed(oFirst, r.NameItem) && iKind == 1) return FillXItemStruct(oFirst);
+        if (IsElementNamed(oFirst, r.NameDoc) && iKind == 2) return FillXDocStruct(oFirst);
+        if (IsElementNamed(oFirst, r.NameFolder) && iKind == 3) return FillXFoldStruct(oFirst);
         ReportTopLevelFault(ctx_, JoinBlank({ctx_.Model.ObjectType, r.MsgFirstChildNodeNot,
                                              r.MsgErrorXmlStructure}));
         return false;
@@ -559,7 +556,7 @@ bool clsXMLPars::FillLAIAndRefDes(pugi::xml_node oParentNode, long lIndex) {
 // Manufacturers and vendors
 
 long clsXMLPars::FillMNFArray(pugi::xml_node oNode, long lIndex) {
-    return TrapRun(ctx_, kModule, "FillMNFArray", -1L, [&] {
+    return TrapRun(ctx_, kModule, "FillMNFArray", 0L, [&] {
         XItemStruct& oRec = At(ctx_.Model.XItems, lIndex);
         const auto& arrKeys = ctx_.Labels.MnfKeyFields;
         std::vector<pugi::xml_node> arrMnf = SelectChildren(oNode, ctx_.Res.NameItemMnf);
@@ -617,7 +614,7 @@ void clsXMLPars::ReadVendor(pugi::xml_node oVendor, ItemStruct& oRec) {
 }
 
 long clsXMLPars::FillVNDOfMNF(pugi::xml_node oNode, long lIndex, long lMnf) {
-    return TrapRun(ctx_, kModule, "FillVNDOfMNF", -1L, [&] {
+    return TrapRun(ctx_, kModule, "FillVNDOfMNF", 0L, [&] {
         MNFStruct& oMnfRec = At(At(ctx_.Model.XItems, lIndex).MNFs, lMnf);
         if (!oVndOfMnfQuery_) {
             // The manufacturer's key is a variable of the query, never part of its text, so any
@@ -641,7 +638,7 @@ long clsXMLPars::FillVNDOfMNF(pugi::xml_node oNode, long lIndex, long lMnf) {
 }
 
 long clsXMLPars::FillVNDOfItem(pugi::xml_node oNode, long lIndex, long lMnfVendors) {
-    return TrapRun(ctx_, kModule, "FillVNDOfItem", -1L, [&] {
+    return TrapRun(ctx_, kModule, "FillVNDOfItem", 0L, [&] {
         XItemStruct& oRec = At(ctx_.Model.XItems, lIndex);
         std::vector<pugi::xml_node> arrVnd = SelectChildren(oNode, ctx_.Res.NameItmVndMnf);
         // The vendors not attached to a manufacturer: all vendor elements less those found under
@@ -666,7 +663,7 @@ long clsXMLPars::FillVNDOfItem(pugi::xml_node oNode, long lIndex, long lMnfVendo
 template <class XRec, class Rec>
 long clsXMLPars::FillRelation(pugi::xml_node oNode, long lIndex,
                               const clsRelationKind<XRec, Rec>& oKind) {
-    return TrapRun(ctx_, kModule, oKind.sProc, -1L, [&] {
+    return TrapRun(ctx_, kModule, oKind.sProc, 0L, [&] {
         std::vector<Rec>& arrTarget = At(ctx_.Model.*oKind.pArr, lIndex).*oKind.pTarget;
         const std::string& sObjName = ctx_.Res.*oKind.pObjName;
         std::vector<pugi::xml_node> arrRel = SelectChildren(oNode, ctx_.Res.*oKind.pRelName);

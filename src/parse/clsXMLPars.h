@@ -54,6 +54,10 @@ public:
     // Local alternates and reference designators of item lIndex, read on its structure parent.
     bool FillLAIAndRefDes(pugi::xml_node oParentNode, long lIndex);
 
+    // The list fillers below return the highest index they filled, -1 for none. One that fails
+    // returns 0, as every trap does: the entries read before the error stay in the record and
+    // the count lets the workbook show the first of them.
+
     // Manufacturers of item lIndex with their vendors, MnfVndFlag and the item's own vendors.
     // Returns the highest manufacturer index, -1 for none.
     long FillMNFArray(pugi::xml_node oNode, long lIndex);
@@ -65,7 +69,7 @@ public:
     // 0 none yet; 1 all manufacturers without vendors; 2 all with vendors; 3 both.
     void MergeMnfVndFlag(int16_t& iFlag, int16_t iValue);
 
-    // Relation lists: each returns the highest index filled, -1 for none.
+    // Relation lists: each returns the highest index filled, -1 for none (0 on a failure).
     long FillDocArrayForItem(pugi::xml_node oNode, long lIndex);
     long FillFolderArrayForItem(pugi::xml_node oNode, long lIndex);
     long FillItemArrayForDoc(pugi::xml_node oNode, long lIndex);

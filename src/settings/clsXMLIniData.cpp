@@ -24,27 +24,39 @@ unsigned int clsXMLIniData::ParseOptions() {
 
 namespace {
 
-// 1-based line and column of a byte offset in the parsed text.
-void LineAndColumn(const char* pData, size_t nSize, ptrdiff_t lOffset, long& lLine, long& lPos) {
-    size_t lEnd = std::min(nSize, static_cast<size_t>(std::max<ptrdiff_t>(0, lOffset)));
-    lLine = 1;
-    size_t lLineStart = 0;
-    for (size_t i = 0; i < lEnd; ++i) {
-        if (pData[i] == '\n') {
-            ++lLine;
-            lLineStart = i + 1;
-        }
-    }
-    lPos = static_cast<long>(lEnd - lLineStart) + 1;
+bool StartsWith(std::string_view s, std::string_view sPrefix) {
+    return s.size() >= sPrefix.size() && s.substr(0, sPrefix.size()) == sPrefix;
 }
 
-bool StartsWith(const std::string& s, std::string_view sPrefix) {
-    return s.size() >= sPrefix.size() && std::string_view(s).substr(0, sPrefix.size()) == sPrefix;
+// Whether the byte continues a UTF-8 character rather than starting one.
+bool IsContinuationByte(unsigned char c) {
+    return (c & 0xC0) == 0x80;
+}
+
+// 1-based line and position of a byte offset in a UTF-8 text. The position counts characters as
+// the system's DOM counts them, in UTF-16 code units: "é" is one, like "e", and a character
+// beyond the Basic Multilingual Plane two. A line ends with LF, CR LF or a lone CR.
+void LineAndColumn(std::string_view s, ptrdiff_t lOffset, long& lLine, long& lPos) {
+    const size_t lEnd = std::min(s.size(), static_cast<size_t>(std::max<ptrdiff_t>(0, lOffset)));
+    lLine = 1;
+    long lCol = 0;
+    for (size_t i = 0; i < lEnd; ++i) {
+        const unsigned char c = static_cast<unsigned char>(s[i]);
+        if (c == '\n' || (c == '\r' && (i + 1 >= s.size() || s[i + 1] != '\n'))) {
+            ++lLine;
+            lCol = 0;
+        } else if (c == '\r' || IsContinuationByte(c)) {
+            // the CR of a CR LF, and the rest of a character already counted
+        } else {
+            lCol += (c >= 0xF0 && c <= 0xF7) ? 2 : 1;
+        }
+    }
+    lPos = lCol + 1;
 }
 
 // The code units of a text: their width in bytes and their byte order, from the byte-order mark
 // or the first character ("<"); one byte for everything else.
-void UnitLayout(const std::string& s, size_t& nWidth, bool& bBigEndian) {
+void UnitLayout(std::string_view s, size_t& nWidth, bool& bBigEndian) {
     using namespace std::string_view_literals;
     nWidth = 1;
     bBigEndian = false;
@@ -61,45 +73,98 @@ void UnitLayout(const std::string& s, size_t& nWidth, bool& bBigEndian) {
     }
 }
 
-// Finds a character that XML 1.0 does not allow (a control character other than tab, line feed
-// and carriage return, NUL included): the parser would take it as text, a conforming reader
-// refuses the document. Gives its 1-based line and position and its code.
-bool FindIllegalCharacter(const std::string& s, size_t nWidth, bool bBigEndian, long& lLine,
-                          long& lPos, unsigned& nCode) {
-    lLine = 1;
-    long lCol = 0;
+void AppendUtf8(std::string& sOut, uint32_t cp) {
+    if (cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) cp = 0xFFFD;
+    if (cp < 0x80) {
+        sOut.push_back(static_cast<char>(cp));
+    } else if (cp < 0x800) {
+        sOut.push_back(static_cast<char>(0xC0 | (cp >> 6)));
+        sOut.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+    } else if (cp < 0x10000) {
+        sOut.push_back(static_cast<char>(0xE0 | (cp >> 12)));
+        sOut.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+        sOut.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+    } else {
+        sOut.push_back(static_cast<char>(0xF0 | (cp >> 18)));
+        sOut.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
+        sOut.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+        sOut.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+    }
+}
+
+// A UTF-16 or UTF-32 text (code units of nWidth bytes) as UTF-8, without its byte-order mark.
+// An unpaired surrogate, or a value beyond U+10FFFF, becomes U+FFFD; a last incomplete unit is
+// dropped.
+std::string WideToUtf8(std::string_view s, size_t nWidth, bool bBigEndian) {
     const size_t nUnits = s.size() / nWidth;
-    for (size_t i = 0; i < nUnits; ++i) {
+    auto Unit = [&](size_t i) {
         uint32_t u = 0;
         for (size_t k = 0; k < nWidth; ++k) {
             const uint32_t b = static_cast<unsigned char>(s[i * nWidth + k]);
             u |= b << (8 * (bBigEndian ? nWidth - 1 - k : k));
         }
-        ++lCol;
-        if (u == '\n') {
-            ++lLine;
-            lCol = 0;
-        } else if (u < 0x20 && u != '\t' && u != '\r') {
-            lPos = lCol;
-            nCode = u;
+        return u;
+    };
+    std::string sOut;
+    sOut.reserve(nUnits + nUnits / 4);
+    size_t i = (nUnits > 0 && Unit(0) == 0xFEFF) ? 1 : 0;
+    for (; i < nUnits; ++i) {
+        uint32_t u = Unit(i);
+        if (nWidth == 2 && u >= 0xD800 && u <= 0xDBFF && i + 1 < nUnits) {
+            const uint32_t v = Unit(i + 1);
+            if (v >= 0xDC00 && v <= 0xDFFF) {
+                u = 0x10000 + ((u - 0xD800) << 10) + (v - 0xDC00);
+                ++i;
+            }
+        }
+        AppendUtf8(sOut, u);
+    }
+    return sOut;
+}
+
+// An 8-bit text as UTF-8: ISO-8859-1, or Windows-1252, whose five unused positions stand for
+// the C1 controls of that number.
+std::string SingleByteToUtf8(std::string_view s, bool bCp1252) {
+    static const char16_t kHigh[32] = {
+        0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
+        0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
+        0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+    std::string sOut;
+    sOut.reserve(s.size() + s.size() / 8);
+    for (unsigned char ch : s) {
+        AppendUtf8(sOut, (bCp1252 && ch >= 0x80 && ch < 0xA0) ? kHigh[ch - 0x80] : ch);
+    }
+    return sOut;
+}
+
+// Finds a character that XML 1.0 does not allow (a control character other than tab, line feed
+// and carriage return, NUL included): the parser would take it as text, a conforming reader
+// refuses the document. Gives its byte offset in the UTF-8 text and its code.
+bool FindIllegalCharacter(std::string_view s, size_t& lOffset, unsigned& nCode) {
+    for (size_t i = 0; i < s.size(); ++i) {
+        const unsigned char c = static_cast<unsigned char>(s[i]);
+        if (c < 0x20 && c != '\t' && c != '\n' && c != '\r') {
+            lOffset = i;
+            nCode = c;
             return true;
         }
     }
     return false;
 }
 
-bool LoadBufferInto(pugi::xml_document& oDoc, const std::string& sData, pugi::xml_encoding eEnc,
-                    std::string& sReason, long& lLine, long& lPos) {
-    size_t nWidth = 1;
-    bool bBigEndian = false;
-    if (eEnc == pugi::encoding_auto) UnitLayout(sData, nWidth, bBigEndian);
+// Parses a UTF-8 text. Every position reported is counted in that text, which is what the
+// parser's offsets refer to.
+bool LoadBufferInto(pugi::xml_document& oDoc, std::string_view sData, std::string& sReason,
+                    long& lLine, long& lPos) {
+    size_t lOffset = 0;
     unsigned nCode = 0;
-    if (FindIllegalCharacter(sData, nWidth, bBigEndian, lLine, lPos, nCode)) {
+    if (FindIllegalCharacter(sData, lOffset, nCode)) {
         sReason = "Invalid character (code " + std::to_string(nCode) + ") in the document";
+        LineAndColumn(sData, static_cast<ptrdiff_t>(lOffset), lLine, lPos);
         return false;
     }
-    pugi::xml_parse_result res =
-        oDoc.load_buffer(sData.data(), sData.size(), clsXMLIniData::ParseOptions(), eEnc);
+    pugi::xml_parse_result res = oDoc.load_buffer(
+        sData.data(), sData.size(), clsXMLIniData::ParseOptions(), pugi::encoding_utf8);
     if (res) {
         // The parser takes a sequence of elements; a document has exactly one.
         pugi::xml_node oFirst =
@@ -110,59 +175,25 @@ bool LoadBufferInto(pugi::xml_document& oDoc, const std::string& sData, pugi::xm
         }
         if (!oSecond) return true;
         sReason = "More than one document element";
-        LineAndColumn(sData.data(), sData.size(), oSecond.offset_debug(), lLine, lPos);
+        LineAndColumn(sData, oSecond.offset_debug(), lLine, lPos);
         oDoc.reset();
         return false;
     }
     sReason = res.description();
-    LineAndColumn(sData.data(), sData.size(), res.offset, lLine, lPos);
+    LineAndColumn(sData, res.offset, lLine, lPos);
     return false;
 }
 
-// Windows-1252 to UTF-8. The five unused positions stand for the C1 controls of that number.
-std::string Cp1252ToUtf8(const std::string& s) {
-    static const char16_t kHigh[32] = {
-        0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
-        0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
-        0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
-    std::string sOut;
-    sOut.reserve(s.size() + s.size() / 8);
-    for (unsigned char ch : s) {
-        const unsigned cp = (ch >= 0x80 && ch < 0xA0) ? kHigh[ch - 0x80] : ch;
-        if (cp < 0x80) {
-            sOut.push_back(static_cast<char>(cp));
-        } else if (cp < 0x800) {
-            sOut.push_back(static_cast<char>(0xC0 | (cp >> 6)));
-            sOut.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-        } else {
-            sOut.push_back(static_cast<char>(0xE0 | (cp >> 12)));
-            sOut.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-            sOut.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-        }
-    }
-    return sOut;
-}
+enum class FileCoding { Utf8, Latin1, Cp1252, Unknown };
 
-enum class FileCoding { Auto, Utf8, Latin1, Cp1252, Unknown };
-
-// How a file's bytes are to be read. A byte-order mark decides (UTF-8, UTF-16 or UTF-32), as do
-// the first bytes of a UTF-16 or UTF-32 text without one; otherwise the encoding named in the
-// XML declaration, UTF-8 when it names none. A name this reader cannot decode gives Unknown, with
-// the name and its place: the text is never read as something it is not.
-FileCoding FileCodingOf(const std::string& sData, std::string& sName, long& lPos) {
-    static const std::string_view kMarks[] = {"\xEF\xBB\xBF",
-                                              std::string_view("\xFF\xFE", 2),
-                                              std::string_view("\xFE\xFF", 2),
-                                              std::string_view("\x00\x00\xFE\xFF", 4),
-                                              std::string_view("\x3C\x00", 2),
-                                              std::string_view("\x00\x3C", 2)};
-    for (std::string_view m : kMarks) {
-        if (StartsWith(sData, m)) return FileCoding::Auto;
-    }
+// The encoding an 8-bit file declares: the one named in the XML declaration, UTF-8 when it
+// names none. A name this reader cannot decode gives Unknown, with the name and its place: the
+// text is never read as something it is not.
+FileCoding DeclaredCoding(std::string_view sData, std::string& sName, long& lPos) {
     if (!StartsWith(sData, "<?xml")) return FileCoding::Utf8;
     const size_t lEnd = sData.find("?>");
     if (lEnd == std::string::npos) return FileCoding::Utf8;  // the parser reports it
-    const std::string sDecl = sData.substr(0, lEnd);
+    const std::string_view sDecl = sData.substr(0, lEnd);
     size_t p = sDecl.find("encoding");
     if (p == std::string::npos) return FileCoding::Utf8;
     p += 8;
@@ -172,7 +203,7 @@ FileCoding FileCodingOf(const std::string& sData, std::string& sName, long& lPos
     if (p >= sDecl.size() || (sDecl[p] != '"' && sDecl[p] != '\'')) return FileCoding::Utf8;
     const size_t lClose = sDecl.find(sDecl[p], p + 1);
     if (lClose == std::string::npos) return FileCoding::Utf8;
-    sName = sDecl.substr(p + 1, lClose - p - 1);
+    sName = std::string(sDecl.substr(p + 1, lClose - p - 1));
     lPos = static_cast<long>(p) + 2;
     std::string sUpper;
     for (char ch : sName) {
@@ -208,18 +239,29 @@ bool clsXMLIniData::LoadFileInto(pugi::xml_document& oDoc, const std::string& sP
         lLine = lPos = 0;
         return false;
     }
+    // Every file is parsed as UTF-8 text, so that a position is counted in the text the parser
+    // reads. A byte-order mark decides (UTF-8, UTF-16 or UTF-32), as do the first bytes of a
+    // UTF-16 or UTF-32 text without one; otherwise the declared encoding.
+    size_t nWidth = 1;
+    bool bBigEndian = false;
+    UnitLayout(sData, nWidth, bBigEndian);
+    if (nWidth > 1) {
+        return LoadBufferInto(oDoc, WideToUtf8(sData, nWidth, bBigEndian), sReason, lLine, lPos);
+    }
+    const std::string_view sUtf8Bom = "\xEF\xBB\xBF";
+    if (StartsWith(sData, sUtf8Bom)) {
+        return LoadBufferInto(oDoc, std::string_view(sData).substr(sUtf8Bom.size()), sReason, lLine,
+                              lPos);
+    }
     std::string sName;
     long lNamePos = 0;
-    switch (FileCodingOf(sData, sName, lNamePos)) {
-        case FileCoding::Auto:
-            return LoadBufferInto(oDoc, sData, pugi::encoding_auto, sReason, lLine, lPos);
+    switch (DeclaredCoding(sData, sName, lNamePos)) {
         case FileCoding::Utf8:
-            return LoadBufferInto(oDoc, sData, pugi::encoding_utf8, sReason, lLine, lPos);
+            return LoadBufferInto(oDoc, sData, sReason, lLine, lPos);
         case FileCoding::Latin1:
-            return LoadBufferInto(oDoc, sData, pugi::encoding_latin1, sReason, lLine, lPos);
+            return LoadBufferInto(oDoc, SingleByteToUtf8(sData, false), sReason, lLine, lPos);
         case FileCoding::Cp1252:
-            return LoadBufferInto(oDoc, Cp1252ToUtf8(sData), pugi::encoding_utf8, sReason, lLine,
-                                  lPos);
+            return LoadBufferInto(oDoc, SingleByteToUtf8(sData, true), sReason, lLine, lPos);
         case FileCoding::Unknown:
             break;
     }
@@ -232,7 +274,7 @@ bool clsXMLIniData::LoadFileInto(pugi::xml_document& oDoc, const std::string& sP
 bool clsXMLIniData::LoadStringInto(pugi::xml_document& oDoc, const std::string& sText,
                                    std::string& sReason, long& lLine, long& lPos) {
     // A text handed over in memory is UTF-8 already; an encoding its declaration names is moot.
-    return LoadBufferInto(oDoc, sText, pugi::encoding_utf8, sReason, lLine, lPos);
+    return LoadBufferInto(oDoc, sText, sReason, lLine, lPos);
 }
 
 bool clsXMLIniData::LoadDocument(
@@ -284,8 +326,9 @@ const pugi::xpath_query& clsXMLIniData::Query(const std::string& sXPath) {
     return *queries_.emplace(sXPath, std::move(q)).first->second;
 }
 
-pugi::xml_node clsXMLIniData::SelectFirst(const pugi::xml_node& oFrom, const std::string& sXPath) {
-    if (!oFrom) return pugi::xml_node();
+pugi::xpath_node clsXMLIniData::SelectFirst(const pugi::xml_node& oFrom,
+                                            const std::string& sXPath) {
+    if (!oFrom) return pugi::xpath_node();
     // The same expression on the same node always selects the same node: the document does not
     // change. Keyed by the node (not by the current node), so a section change is no concern.
     std::string sKey(sizeof(void*), '\0');
@@ -294,9 +337,15 @@ pugi::xml_node clsXMLIniData::SelectFirst(const pugi::xml_node& oFrom, const std
     sKey += sXPath;
     auto it = selected_.find(sKey);
     if (it != selected_.end()) return it->second;
-    pugi::xml_node oFound = Query(sXPath).evaluate_node(oFrom).node();
+    pugi::xpath_node oFound = Query(sXPath).evaluate_node(oFrom);
     selected_.emplace(std::move(sKey), oFound);
     return oFound;
+}
+
+std::string clsXMLIniData::NodeText(const pugi::xpath_node& oFound) {
+    // An attribute's text is its value.
+    if (oFound.attribute()) return oFound.attribute().value();
+    return NodeText(oFound.node());
 }
 
 std::string clsXMLIniData::NodeText(const pugi::xml_node& oNode) {
@@ -322,7 +371,10 @@ std::string clsXMLIniData::NodeText(const pugi::xml_node& oNode) {
 
 bool clsXMLIniData::SetCurNode(const std::string& sNodePath) {
     try {
-        oCurNode_ = SelectFirst(DocumentElement(), sNodePath);
+        // Only an element can be a section: an attribute has no child nodes, so a path that
+        // selects one leaves no current node, as a path that selects nothing does.
+        pugi::xpath_node oFound = SelectFirst(DocumentElement(), sNodePath);
+        oCurNode_ = oFound.node();
         if (pRecorder_)
             pRecorder_->OnSection(sNodePath, oCurNode_, static_cast<bool>(oCurNode_.first_child()));
         if (!oCurNode_) return false;
@@ -348,9 +400,16 @@ long clsXMLIniData::CurNodeChildNumber() const {
 
 namespace {
 
-void ReplaceIndex(const pugi::xml_node& oMatch, std::string* sIndex, const std::string& sIndAttr) {
+// The element a lookup found: the attribute's element when the path selected an attribute.
+pugi::xml_node MatchedElement(const pugi::xpath_node& oMatch) {
+    return oMatch.attribute() ? oMatch.parent() : oMatch.node();
+}
+
+// An attribute that a path selected has no attributes of its own: the index becomes empty.
+void ReplaceIndex(const pugi::xpath_node& oMatch, std::string* sIndex,
+                  const std::string& sIndAttr) {
     if (sIndex && !sIndex->empty() && oMatch) {
-        *sIndex = oMatch.attribute(sIndAttr.c_str()).value();
+        *sIndex = oMatch.node().attribute(sIndAttr.c_str()).value();
     }
 }
 
@@ -359,11 +418,15 @@ void ReplaceIndex(const pugi::xml_node& oMatch, std::string* sIndex, const std::
 std::string clsXMLIniData::GetLabelUseCurNode(const std::string& lblCap, std::string* sIndex,
                                               const std::string& sIndAttr) {
     try {
-        // Without a current node nothing is selected (and the expression is not compiled).
-        pugi::xml_node oMatch = SelectFirst(oCurNode_, lblCap);
+        if (!oCurNode_) {
+            // Without a current node nothing is selected (and the expression is not compiled).
+            if (pRecorder_) pRecorder_->OnLabel(lblCap, true, oCurNode_, pugi::xml_node(), "");
+            return std::string();
+        }
+        pugi::xpath_node oMatch = SelectFirst(oCurNode_, lblCap);
         ReplaceIndex(oMatch, sIndex, sIndAttr);
         std::string sText = NodeText(oMatch);
-        if (pRecorder_) pRecorder_->OnLabel(lblCap, true, oCurNode_, oMatch, sText);
+        if (pRecorder_) pRecorder_->OnLabel(lblCap, true, oCurNode_, MatchedElement(oMatch), sText);
         return sText;
     } catch (...) {
         return std::string();
@@ -382,10 +445,11 @@ std::string clsXMLIniData::GetLabelUseCurNodeByID(long lInd, std::string* sIndex
 std::string clsXMLIniData::GetLabelUsePath(const std::string& sLblCapPath, std::string* sIndex,
                                            const std::string& sIndAttr) {
     try {
-        pugi::xml_node oMatch = SelectFirst(DocumentElement(), sLblCapPath);
+        pugi::xpath_node oMatch = SelectFirst(DocumentElement(), sLblCapPath);
         ReplaceIndex(oMatch, sIndex, sIndAttr);
         std::string sText = NodeText(oMatch);
-        if (pRecorder_) pRecorder_->OnLabel(sLblCapPath, false, DocumentElement(), oMatch, sText);
+        if (pRecorder_)
+            pRecorder_->OnLabel(sLblCapPath, false, DocumentElement(), MatchedElement(oMatch), sText);
         return sText;
     } catch (...) {
         return std::string();
@@ -401,7 +465,8 @@ std::string clsXMLIniData::GetLabelUsePathByID(const std::string& sParentPath, l
 std::string clsXMLIniData::GetFieldNameUseCurNodeByID(long lInd, const std::string& sAlterName) {
     try {
         const std::string sExpression = OrderExpression(lInd);
-        pugi::xml_node oMatch = SelectFirst(oCurNode_, sExpression);
+        pugi::xml_node oMatch;
+        if (oCurNode_) oMatch = SelectFirst(oCurNode_, sExpression).node();
         std::string sField = oMatch ? oMatch.attribute("FIELD").value() : sAlterName;
         if (pRecorder_) pRecorder_->OnField(sExpression, oCurNode_, oMatch, sField);
         return sField;
@@ -413,7 +478,7 @@ std::string clsXMLIniData::GetFieldNameUseCurNodeByID(long lInd, const std::stri
 pugi::xml_node clsXMLIniData::MatchByLabel(const std::string& sLabel) {
     // The label is inserted as it is: one holding an apostrophe finds nothing.
     if (!oCurNode_) return pugi::xml_node();
-    return SelectFirst(oCurNode_, "*[. = '" + sLabel + "']");
+    return SelectFirst(oCurNode_, "*[. = '" + sLabel + "']").node();
 }
 
 std::string clsXMLIniData::GetNodeNameUseCurNodeByLabel(const std::string& sLabel,

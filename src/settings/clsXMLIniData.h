@@ -66,8 +66,10 @@ public:
     // The expression of the lookups by ID: the child whose ORDER equals lInd.
     static std::string OrderExpression(long lInd);
 
-    // The text of a node: its XPath string-value, all descendant text in document order.
+    // The text of a node: its XPath string-value, all descendant text in document order; the
+    // value of an attribute.
     static std::string NodeText(const pugi::xml_node& oNode);
+    static std::string NodeText(const pugi::xpath_node& oFound);
 
     // Parse options used for every XML document of the library: whitespace-only text is not a
     // node, comments and processing instructions are, no DTD is processed.
@@ -87,7 +89,8 @@ private:
         const std::function<bool(pugi::xml_document&, std::string&, long&, long&)>& fnLoad,
         const std::string& sWhat, std::string& sErrMsg);
     const pugi::xpath_query& Query(const std::string& sXPath);
-    pugi::xml_node SelectFirst(const pugi::xml_node& oFrom, const std::string& sXPath);
+    // The first node or attribute the expression selects from oFrom.
+    pugi::xpath_node SelectFirst(const pugi::xml_node& oFrom, const std::string& sXPath);
     pugi::xml_node MatchByLabel(const std::string& sLabel);
     pugi::xpath_node_set SelectOrderedList(const std::string& sAttrPath, long& lAttrCount,
                                            clsOrderArray& arrOrder);
@@ -99,6 +102,6 @@ private:
     std::unordered_map<std::string, std::unique_ptr<pugi::xpath_query>> queries_;
     // The node each expression selected from each node (key: the node's address, then the
     // expression), for the same reason.
-    std::unordered_map<std::string, pugi::xml_node> selected_;
+    std::unordered_map<std::string, pugi::xpath_node> selected_;
     clsLookupRecorder* pRecorder_ = nullptr;
 };

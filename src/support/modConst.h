@@ -21,6 +21,8 @@ constexpr long xlEdgeBottom = 9;
 constexpr long xlEdgeRight = 10;
 constexpr long xlColorIndexNone = -4142;
 constexpr long xlColorIndexAutomatic = -4105;
+constexpr long xlOpenXMLWorkbook = 51;  // FileFormat of an .xlsx workbook
+constexpr long xlExcel8 = 56;           // FileFormat of an Excel 97-2003 (.xls) workbook
 
 // Limits of one worksheet.
 constexpr long xlMaxRows = 1048576;
@@ -28,6 +30,10 @@ constexpr long xlMaxColumns = 16384;
 constexpr long xlMaxCellText = 32767;
 constexpr long xlMaxHyperlinks = 65530;
 constexpr long xlMaxNameLength = 255;
+// The limits of an Excel 97-2003 (.xls) workbook where they are smaller.
+constexpr long xlMaxRowsXls = 65536;
+constexpr long xlMaxColumnsXls = 256;
+constexpr long xlMaxFormatsXls = 4000;  // distinct cell formats of the workbook
 
 // Run-time error numbers, as the log lines show them.
 constexpr long errInvalidCall = 5;         // "Invalid procedure call or argument"

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <iostream>
 #include <system_error>
+#include <vector>
 
 #include "support/clsRunError.h"
 #include "support/modConst.h"
@@ -116,6 +117,43 @@ bool CopyFolder(const std::string& sFrom, const std::string& sTo) {
     return !ec;
 }
 
+std::string ResolvePathText(const std::string& sPath) {
+    const bool bAbsolute = !sPath.empty() && sPath.front() == PATH_SEP;
+    std::vector<std::string> arrParts;
+    size_t lStart = 0;
+    while (lStart <= sPath.size()) {
+        size_t lEnd = sPath.find(PATH_SEP, lStart);
+        if (lEnd == std::string::npos) lEnd = sPath.size();
+        std::string sPart = sPath.substr(lStart, lEnd - lStart);
+        lStart = lEnd + 1;
+        if (sPart.empty() || sPart == ".") continue;
+        if (sPart == "..") {
+            if (!arrParts.empty() && arrParts.back() != "..") {
+                arrParts.pop_back();
+            } else if (!bAbsolute) {
+                arrParts.push_back(sPart);  // above a relative start; above the root is the root
+            }
+            continue;
+        }
+        // The trailing dots of a name are no part of it: "bin.." names "bin".
+        sPart.erase(sPart.find_last_not_of('.') + 1);
+        if (!sPart.empty()) arrParts.push_back(sPart);
+    }
+    std::string sOut = bAbsolute ? std::string(1, PATH_SEP) : std::string();
+    for (size_t i = 0; i < arrParts.size(); ++i) {
+        if (i > 0) sOut += PATH_SEP;
+        sOut += arrParts[i];
+    }
+    return sOut.empty() ? std::string(".") : sOut;
+}
+
+std::string GetReleaseFallback(const std::string& sProgramDir) {
+    // No separator between the program folder and the relative part: the last name of the
+    // program folder takes the two dots ("bin.."), which the resolution drops again, so the
+    // three steps up end in the program folder's grandparent.
+    return GetFolderPath(ResolvePathText(sProgramDir + Native("..\\..\\..\\Release")));
+}
+
 std::string GetReleaseDir() {
     // Never a development environment: the release folder is the program folder.
     return GetProgramDir() + PATH_SEP;
@@ -141,7 +179,7 @@ std::string GetAppDataRoot() {
             }
             sRoot = sUserRoot;
         } else {
-            sRoot = GetFolderPath(GetProgramDir() + Native("..\\..\\..\\Release"));
+            sRoot = GetReleaseFallback(GetProgramDir());
         }
     }
     AppDataRoot = WithTrailingSep(sRoot);

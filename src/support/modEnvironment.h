@@ -27,6 +27,16 @@ std::string GetAllUsersAppData();
 std::string GetAppDataTail(const std::string& sAppData);
 std::string AddTrailingSlashParent(const std::string& sPath);
 
+// A path resolved in text, as the platform the folders come from resolves it: "." and ".."
+// steps are taken on the names before them (never above the root), runs of separators count as
+// one, and the trailing dots of a name are dropped. Nothing needs to exist.
+std::string ResolvePathText(const std::string& sPath);
+
+// The folder that stands in for the data root when there is neither a per-user nor an all-users
+// one: sProgramDir immediately followed by "..\..\..\Release", resolved in text, so the
+// program folder's grandparent + "Release"; empty when that folder does not exist.
+std::string GetReleaseFallback(const std::string& sProgramDir);
+
 // The folder of the running library (or executable), without a trailing separator.
 std::string GetProgramDir();
 

@@ -5,6 +5,7 @@
 #include "support/clsRunError.h"
 #include "support/modConst.h"
 #include "support/modProgress.h"
+#include "support/modSaveFile.h"
 
 using namespace modConst;
 
@@ -17,7 +18,7 @@ bool clsBldExcel::InitExl(const std::string& sFileName) {
     return TrapRun(ctx_, "clsBldExcel", "InitExl", false, [&] {
         oExlApp_ = std::make_unique<xl::xlApplication>();
         oWorkbook_ = &oExlApp_->Workbooks().Add();
-        oWorkbook_->SaveAs(sFileName, xlNoChange);
+        WriteWorkbookFile([&] { oWorkbook_->SaveAs(sFileName, xlNoChange); });
         return true;
     });
 }
@@ -112,6 +113,11 @@ bool clsBldExcel::FillExlFile() {
 
         oSheet.Cells().VerticalAlignment(xlTop);
         oSheet.PageSetup().Orientation(xlLandscape);
+        // All columns on one page width, as many pages down as needed: every printed page
+        // carries the labels of column A, on any paper.
+        oSheet.PageSetup().Zoom(false);
+        oSheet.PageSetup().FitToPagesWide(1);
+        oSheet.PageSetup().FitToPagesTall(false);
         // Rows 1 to 3 repeat on every printed page; the print area is always columns A to F.
         oSheet.PageSetup().PrintTitleRows(
             oSheet.Range(oSheet.Cells(1, 1), oSheet.Cells(3, 4)).Address());
@@ -132,7 +138,8 @@ void clsBldExcel::ExitExl() {
             oWorkbook_->OnSaveProgress = [this](long lDone, long lTotal) {
                 modProgress::ReportProgress(ctx_, clsProgress::Stage::Writing, lDone, lTotal);
             };
-            oWorkbook_->Save();
+            WriteWorkbookFile([&] { oWorkbook_->Save(); });
+            bSaved_ = true;
             oWorkbook_->Close();
             oWorkbook_ = nullptr;
         }
@@ -141,6 +148,15 @@ void clsBldExcel::ExitExl() {
             oExlApp_.reset();
         }
     });
+}
+
+void clsBldExcel::WriteWorkbookFile(const std::function<void()>& fnSave) {
+    try {
+        fnSave();
+    } catch (const modSaveFile::clsWriteError& e) {
+        sSaveFailure_ = e.Reason;
+        throw;
+    }
 }
 
 xl::xlWorksheet& clsBldExcel::Sheet() const {

@@ -6,6 +6,7 @@
 // (usually the first free row after what it wrote).
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <source_location>
 #include <string>
@@ -31,6 +32,11 @@ public:
     bool InitExlInMemory();
     bool FillExlFile();
     void ExitExl();
+
+    // The workbook file: whether the final save of ExitExl wrote it whole, and the system's
+    // reason when a save could not write it ("" when none failed that way).
+    bool WorkbookSaved() const { return bSaved_; }
+    const std::string& SaveFailure() const { return sSaveFailure_; }
 
     // Main panel.
     void FillMainPanelCaption(long nRow);
@@ -120,6 +126,10 @@ private:
     std::string AnchorNameOf(long nIndex);
     long LevelOf(long nIndex) const;
 
+    // Runs one save of the workbook file; a file that cannot be written leaves its reason in
+    // SaveFailure before the error goes on to the procedure's trap.
+    void WriteWorkbookFile(const std::function<void()>& fnSave);
+
     // Makes a settings section current; the result is the switch for labels from the settings
     // of the list or line being written.
     void SelectLabels(const std::string& sNodePath,
@@ -156,4 +166,6 @@ private:
     xl::xlWorkbook* oWorkbook_ = nullptr;
     xl::xlWorksheet* oSheet_ = nullptr;
     bool bLblFromIni_ = false;  // the switch for labels from the settings
+    bool bSaved_ = false;
+    std::string sSaveFailure_;
 };

@@ -121,17 +121,18 @@ char32_t NextCodePoint(const std::string& s, size_t& i) {
 
 }  // namespace
 
-// Makes a text safe as a defined name: ASCII digits and the characters from "A" to "z" (the
-// letters, and "[", "\", "]", "^", "_" and the back-quote between them) are kept; every other
+// Makes a text safe as a defined name: ASCII digits, letters, "_" and "\" are kept; every other
 // character becomes "_" followed by its Windows-1252 code in decimal (a space gives _32, a
-// hyphen _45, an A with diaeresis _196). Nothing is cut: uniqueness comes from the object
-// index that every anchor name ends with.
+// hyphen _45, "[" _91, a back-quote _96, an A with diaeresis _196). "[", "]", "^" and the
+// back-quote lie between the letters but no defined name may hold them. Nothing is cut:
+// uniqueness comes from the object index that every anchor name ends with.
 std::string clsBldExcel::SanitizeName(const std::string& sName) {
     std::string sResult;
     size_t i = 0;
     while (i < sName.size()) {
         char32_t c = NextCodePoint(sName, i);
-        if ((c >= U'0' && c <= U'9') || (c >= U'A' && c <= U'z')) {
+        const bool bNameChar = c != U'[' && c != U']' && c != U'^' && c != U'`';
+        if ((c >= U'0' && c <= U'9') || (c >= U'A' && c <= U'z' && bNameChar)) {
             sResult += static_cast<char>(c);
         } else {
             sResult += '_';

@@ -31,6 +31,7 @@ namespace xl {
 struct xlStyleTable {
     xlStyleTable();
 
+    // A format not yet in the table raises 1004 when the table holds lMaxCount already.
     uint32_t Intern(const xlStyle& oStyle);
     const xlStyle& Get(uint32_t lId) const { return arrStyles[lId]; }
     size_t Count() const { return arrStyles.size(); }
@@ -53,6 +54,7 @@ struct xlStyleTable {
         size_t operator()(const ChangeKey& k) const noexcept;
     };
 
+    size_t lMaxCount = std::numeric_limits<size_t>::max();
     std::vector<xlStyle> arrStyles;  // id 0: the default format
     std::unordered_map<xlStyle, uint32_t, StyleHash> mapStyles;
     std::vector<xlStyleChange> arrChanges;
@@ -151,6 +153,8 @@ struct xlWorksheet::Impl {
     std::vector<float> arrColWidth;     // index: column; negative unless set
     std::vector<uint16_t> arrFormattedCols;
     double dDefaultRowHeight = detail::kDefaultRowHeight;
+    long lMaxRows = modConst::xlMaxRows;  // the sheet's size, which the file format sets
+    long lMaxCols = modConst::xlMaxColumns;
     detail::TextArena oText;
 
     // Merged areas (row1, col1, row2, col2), and for each row the areas that cover it.

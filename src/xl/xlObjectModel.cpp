@@ -15,6 +15,7 @@
 #include "support/clsRunError.h"
 #include "support/modConst.h"
 #include "xl/xlModelData.h"
+#include "xl/xlRowFit.h"
 #include "xl/xlText.h"
 
 namespace xl {
@@ -36,11 +37,12 @@ constexpr uint64_t kMaxCellsPerCall = uint64_t{1} << 26;
     RaiseError(errAppDefined);
 }
 
-void CheckRow(long lRow) {
-    if (lRow < 1 || lRow > xlMaxRows) Fail();
+// A row or column of the sheet; its size depends on the workbook's file format.
+void CheckRow(const xlWorksheet::Impl& d, long lRow) {
+    if (lRow < 1 || lRow > d.lMaxRows) Fail();
 }
-void CheckCol(long lCol) {
-    if (lCol < 1 || lCol > xlMaxColumns) Fail();
+void CheckCol(const xlWorksheet::Impl& d, long lCol) {
+    if (lCol < 1 || lCol > d.lMaxCols) Fail();
 }
 
 // The default palette of 56 colours, index 1 first.
@@ -184,31 +186,32 @@ bool IsDigit(char ch) {
     return ch >= '0' && ch <= '9';
 }
 
-// Column number of letters "A".."XFD"; 0 when not a column of the sheet.
-long ColumnOfLetters(std::string_view s) {
+// Column number of letters "A".."XFD"; 0 when not a column of a sheet of lMaxCols columns.
+long ColumnOfLetters(std::string_view s, long lMaxCols = xlMaxColumns) {
     if (s.empty() || s.size() > 3) return 0;
     long n = 0;
     for (char ch : s) {
         if (!IsAsciiLetter(ch)) return 0;
         n = n * 26 + (Upper(std::string(1, ch))[0] - 'A' + 1);
     }
-    return n <= xlMaxColumns ? n : 0;
+    return n <= lMaxCols ? n : 0;
 }
 
-// Row number of decimal digits; 0 when not a row of the sheet.
-long RowOfDigits(std::string_view s) {
+// Row number of decimal digits; 0 when not a row of a sheet of lMaxRows rows.
+long RowOfDigits(std::string_view s, long lMaxRows = xlMaxRows) {
     if (s.empty()) return 0;
     long n = 0;
     for (char ch : s) {
         if (!IsDigit(ch)) return 0;
         n = n * 10 + (ch - '0');
-        if (n > xlMaxRows) return 0;
+        if (n > lMaxRows) return 0;
     }
     return n;
 }
 
 // One end of an A1 address: "A1", "$A$1", "A", "$5". Sets what it names; false if malformed.
-bool ParseRef(std::string_view s, long& lRow, long& lCol) {
+bool ParseRef(std::string_view s, long& lRow, long& lCol, long lMaxRows = xlMaxRows,
+              long lMaxCols = xlMaxColumns) {
     lRow = 0;
     lCol = 0;
     size_t i = 0;
@@ -217,7 +220,7 @@ bool ParseRef(std::string_view s, long& lRow, long& lCol) {
     while (j < s.size() && IsAsciiLetter(s[j]))
         ++j;
     if (j > i) {
-        lCol = ColumnOfLetters(s.substr(i, j - i));
+        lCol = ColumnOfLetters(s.substr(i, j - i), lMaxCols);
         if (lCol == 0) return false;
     }
     i = j;
@@ -226,7 +229,7 @@ bool ParseRef(std::string_view s, long& lRow, long& lCol) {
         ++i;
     }
     if (i < s.size()) {
-        lRow = RowOfDigits(s.substr(i));
+        lRow = RowOfDigits(s.substr(i), lMaxRows);
         if (lRow == 0) return false;
     } else if (i > 0 && s[i - 1] == '$') {
         return false;
@@ -234,17 +237,19 @@ bool ParseRef(std::string_view s, long& lRow, long& lCol) {
     return lRow != 0 || lCol != 0;
 }
 
-// An A1 address of a rectangle: "A1", "A1:D3", "$5:$7", "$A:$C" (no sheet, no lists).
-bool ParseAddress(const std::string& sAddress, long& r1, long& c1, long& r2, long& c2) {
+// An A1 address of a rectangle on a sheet of lMaxRows rows and lMaxCols columns: "A1", "A1:D3",
+// "$5:$7", "$A:$C" (no sheet, no lists).
+bool ParseAddress(const std::string& sAddress, long lMaxRows, long lMaxCols, long& r1, long& c1,
+                  long& r2, long& c2) {
     std::string_view s(sAddress);
     size_t k = s.find(':');
     long ra, ca, rb, cb;
-    if (!ParseRef(s.substr(0, k), ra, ca)) return false;
+    if (!ParseRef(s.substr(0, k), ra, ca, lMaxRows, lMaxCols)) return false;
     if (k == std::string_view::npos) {
         if (ra == 0 || ca == 0) return false;
         rb = ra;
         cb = ca;
-    } else if (!ParseRef(s.substr(k + 1), rb, cb)) {
+    } else if (!ParseRef(s.substr(k + 1), rb, cb, lMaxRows, lMaxCols)) {
         return false;
     }
     const bool bCellA = ra != 0 && ca != 0, bCellB = rb != 0 && cb != 0;
@@ -253,9 +258,9 @@ bool ParseAddress(const std::string& sAddress, long& r1, long& c1, long& r2, lon
         c1 = std::min(ca, cb), c2 = std::max(ca, cb);
     } else if (ca == 0 && cb == 0 && ra != 0 && rb != 0) {  // whole rows
         r1 = std::min(ra, rb), r2 = std::max(ra, rb);
-        c1 = 1, c2 = xlMaxColumns;
+        c1 = 1, c2 = lMaxCols;
     } else if (ra == 0 && rb == 0 && ca != 0 && cb != 0) {  // whole columns
-        r1 = 1, r2 = xlMaxRows;
+        r1 = 1, r2 = lMaxRows;
         c1 = std::min(ca, cb), c2 = std::max(ca, cb);
     } else {
         return false;
@@ -263,9 +268,9 @@ bool ParseAddress(const std::string& sAddress, long& r1, long& c1, long& r2, lon
     return true;
 }
 
-std::string AddressOf(long r1, long c1, long r2, long c2) {
-    const bool bRows = c1 == 1 && c2 == xlMaxColumns;
-    const bool bCols = r1 == 1 && r2 == xlMaxRows;
+std::string AddressOf(const xlWorksheet::Impl& d, long r1, long c1, long r2, long c2) {
+    const bool bRows = c1 == 1 && c2 == d.lMaxCols;
+    const bool bCols = r1 == 1 && r2 == d.lMaxRows;
     if (bRows) return "$" + std::to_string(r1) + ":$" + std::to_string(r2);
     if (bCols) return "$" + ColumnLetters(c1) + ":$" + ColumnLetters(c2);
     std::string s = "$" + ColumnLetters(c1) + "$" + std::to_string(r1);
@@ -391,7 +396,7 @@ uint32_t PaletteRGB(long lColorIndex) {
 }
 
 std::string ColumnLetters(long lColumn) {
-    CheckCol(lColumn);
+    if (lColumn < 1 || lColumn > xlMaxColumns) Fail();
     std::string s;
     for (long n = lColumn; n > 0; n = (n - 1) / 26) {
         s.insert(s.begin(), static_cast<char>('A' + (n - 1) % 26));
@@ -536,6 +541,7 @@ size_t xlStyleTable::ChangeHash::operator()(const ChangeKey& k) const noexcept {
 uint32_t xlStyleTable::Intern(const xlStyle& oStyle) {
     auto it = mapStyles.find(oStyle);
     if (it != mapStyles.end()) return it->second;
+    if (arrStyles.size() >= lMaxCount) Fail();  // too many different cell formats
     const uint32_t lId = static_cast<uint32_t>(arrStyles.size());
     arrStyles.push_back(oStyle);
     mapStyles.emplace(oStyle, lId);
@@ -860,17 +866,18 @@ xlRange::xlRange(xlWorksheet* pSheet, long lRow1, long lCol1, long lRow2, long l
       lRow2_(std::max(lRow1, lRow2)),
       lCol2_(std::max(lCol1, lCol2)) {
     if (!pSheet_) RaiseError(errObjectNotSet);
-    CheckRow(lRow1_);
-    CheckRow(lRow2_);
-    CheckCol(lCol1_);
-    CheckCol(lCol2_);
+    const xlWorksheet::Impl& d = pSheet_->Data();
+    CheckRow(d, lRow1_);
+    CheckRow(d, lRow2_);
+    CheckCol(d, lCol1_);
+    CheckCol(d, lCol2_);
 }
 
 bool xlRange::IsWholeRows() const {
-    return lCol1_ == 1 && lCol2_ == xlMaxColumns;
+    return lCol1_ == 1 && lCol2_ == pSheet_->Data().lMaxCols;
 }
 bool xlRange::IsWholeColumns() const {
-    return lRow1_ == 1 && lRow2_ == xlMaxRows;
+    return lRow1_ == 1 && lRow2_ == pSheet_->Data().lMaxRows;
 }
 
 void xlRange::Value(const xlVariant& v) {
@@ -1026,7 +1033,7 @@ void xlRange::ColumnWidth(double dWidth) {
 }
 
 std::string xlRange::Address() const {
-    return AddressOf(lRow1_, lCol1_, lRow2_, lCol2_);
+    return AddressOf(pSheet_->Data(), lRow1_, lCol1_, lRow2_, lCol2_);
 }
 
 void xlRange::Copy(const xlRange& oDestination) const {
@@ -1039,7 +1046,7 @@ void xlRange::Copy(const xlRange& oDestination) const {
     if (!bOneCell && (oDestination.lRow2_ - R + 1 != h || oDestination.lCol2_ - C + 1 != w)) {
         Fail();
     }
-    if (R - 1 > xlMaxRows - h || C - 1 > xlMaxColumns - w) Fail();
+    if (R - 1 > t.lMaxRows - h || C - 1 > t.lMaxCols - w) Fail();
     const long dr = R - lRow1_, dc = C - lCol1_;
     const long R2 = R + h - 1, C2 = C + w - 1;
     const bool bRows = IsWholeRows(), bCols = IsWholeColumns();
@@ -1368,9 +1375,11 @@ void xlPageSetup::PrintTitleRows(const std::string& sAddress) {
         lTitleRow1 = lTitleRow2 = 0;
         return;
     }
+    const long lMaxRows = pSheet_ ? pSheet_->MaxRows() : xlMaxRows;
+    const long lMaxCols = pSheet_ ? pSheet_->MaxColumns() : xlMaxColumns;
     long r1, c1, r2, c2;
-    if (!ParseAddress(sAddress, r1, c1, r2, c2)) Fail();
-    if (r1 == 1 && r2 == xlMaxRows) Fail();  // columns are not title rows
+    if (!ParseAddress(sAddress, lMaxRows, lMaxCols, r1, c1, r2, c2)) Fail();
+    if (r1 == 1 && r2 == lMaxRows) Fail();  // columns are not title rows
     sPrintTitleRows = sAddress;
     lTitleRow1 = r1;
     lTitleRow2 = r2;
@@ -1389,9 +1398,27 @@ void xlPageSetup::PrintArea(const std::string& sAddress) {
         return;
     }
     long r1, c1, r2, c2;
-    if (!ParseAddress(sAddress, r1, c1, r2, c2)) Fail();
+    if (!ParseAddress(sAddress, pSheet_ ? pSheet_->MaxRows() : xlMaxRows,
+                      pSheet_ ? pSheet_->MaxColumns() : xlMaxColumns, r1, c1, r2, c2)) {
+        Fail();
+    }
     sPrintArea = sAddress;
     lAreaRow1 = r1, lAreaCol1 = c1, lAreaRow2 = r2, lAreaCol2 = c2;
+}
+
+void xlPageSetup::Zoom(long lPercent) {
+    if (lPercent != 0 && (lPercent < 10 || lPercent > 400)) Fail();
+    lZoom = lPercent;
+}
+
+void xlPageSetup::FitToPagesWide(long lPages) {
+    if (lPages < 0 || lPages > 32767) Fail();
+    lFitToPagesWide = lPages;
+}
+
+void xlPageSetup::FitToPagesTall(long lPages) {
+    if (lPages < 0 || lPages > 32767) Fail();
+    lFitToPagesTall = lPages;
 }
 
 // ----------------------------------------------------------------------------------------------
@@ -1400,14 +1427,20 @@ void xlPageSetup::PrintArea(const std::string& sAddress) {
 xlWorksheet::xlWorksheet(xlWorkbook* pBook, std::string sName)
     : pBook_(pBook),
       sName_(std::move(sName)),
+      oPageSetup_(this),
       oNames_(this),
       oHyperlinks_(this),
-      pImpl_(std::make_unique<Impl>(pBook ? pBook->Styles() : std::make_shared<xlStyleTable>())) {}
+      pImpl_(std::make_unique<Impl>(pBook ? pBook->Styles() : std::make_shared<xlStyleTable>())) {
+    if (pBook && pBook->FileFormat() == xlExcel8) {
+        pImpl_->lMaxRows = xlMaxRowsXls;
+        pImpl_->lMaxCols = xlMaxColumnsXls;
+    }
+}
 
 xlWorksheet::~xlWorksheet() = default;
 
 xlRange xlWorksheet::Cells() {
-    return xlRange(this, 1, 1, xlMaxRows, xlMaxColumns);
+    return xlRange(this, 1, 1, pImpl_->lMaxRows, pImpl_->lMaxCols);
 }
 xlRange xlWorksheet::Cells(long lRow, long lCol) {
     return xlRange(this, lRow, lCol, lRow, lCol);
@@ -1421,7 +1454,7 @@ xlRange xlWorksheet::Range(const xlRange& a, const xlRange& b) {
 
 xlRange xlWorksheet::Range(const std::string& sAddress) {
     long r1, c1, r2, c2;
-    if (!ParseAddress(sAddress, r1, c1, r2, c2)) Fail();
+    if (!ParseAddress(sAddress, pImpl_->lMaxRows, pImpl_->lMaxCols, r1, c1, r2, c2)) Fail();
     return xlRange(this, r1, c1, r2, c2);
 }
 
@@ -1429,44 +1462,71 @@ xlRange xlWorksheet::Rows() {
     return Cells();
 }
 xlRange xlWorksheet::Rows(long lRow) {
-    return xlRange(this, lRow, 1, lRow, xlMaxColumns);
+    return xlRange(this, lRow, 1, lRow, pImpl_->lMaxCols);
 }
 xlRange xlWorksheet::Columns() {
     return Cells();
 }
 xlRange xlWorksheet::Columns(long lCol) {
-    return xlRange(this, 1, lCol, xlMaxRows, lCol);
+    return xlRange(this, 1, lCol, pImpl_->lMaxRows, lCol);
 }
 
 std::optional<xlCellView> xlWorksheet::GetCell(long lRow, long lCol) const {
-    if (lRow < 1 || lRow > xlMaxRows || lCol < 1 || lCol > xlMaxColumns) return std::nullopt;
+    if (lRow < 1 || lRow > pImpl_->lMaxRows || lCol < 1 || lCol > pImpl_->lMaxCols) {
+        return std::nullopt;
+    }
     const Cell* c = pImpl_->FindCell(lRow, lCol);
     if (!c) return std::nullopt;
     return xlCellView{pImpl_->ValueOf(*c), pImpl_->pStyles->Get(c->lStyle)};
 }
 
 xlStyle xlWorksheet::EffectiveStyle(long lRow, long lCol) const {
-    CheckRow(lRow);
-    CheckCol(lCol);
+    CheckRow(*pImpl_, lRow);
+    CheckCol(*pImpl_, lCol);
     return pImpl_->pStyles->Get(pImpl_->EffectiveStyleId(lRow, lCol));
 }
 
 double xlWorksheet::RowHeightOf(long lRow) const {
-    CheckRow(lRow);
+    CheckRow(*pImpl_, lRow);
     const RowRec* p = pImpl_->FindRow(lRow);
     if (p && p->nHeightTwips != detail::kNoHeight) return p->nHeightTwips / 20.0;
     return pImpl_->dDefaultRowHeight;
 }
 
 double xlWorksheet::ColumnWidthOf(long lCol) const {
-    CheckCol(lCol);
+    CheckCol(*pImpl_, lCol);
     const float w = pImpl_->arrColWidth[lCol];
     return w >= 0 ? static_cast<double>(w) : detail::kDefaultColumnWidth;
 }
 
+double xlWorksheet::EffectiveRowHeight(long lRow) const {
+    CheckRow(*pImpl_, lRow);
+    if (HasOwnRowHeight(lRow)) return RowHeightOf(lRow);
+    const double dFitted = detail::RowFitter(*pImpl_).Fit(lRow);
+    return dFitted > 0 ? dFitted : pImpl_->dDefaultRowHeight;
+}
+
+bool xlWorksheet::HasOwnRowHeight(long lRow) const {
+    CheckRow(*pImpl_, lRow);
+    const RowRec* p = pImpl_->FindRow(lRow);
+    return p && p->nHeightTwips != detail::kNoHeight;
+}
+
+namespace {
+
+// The last column of a row holding a cell that shows something, 0 when none does.
+long LastShownColumn(const xlWorksheet::Impl& d, const RowRec& o) {
+    for (auto it = o.arrCells.rbegin(); it != o.arrCells.rend(); ++it) {
+        if (it->eType != kEmpty || it->lStyle != d.Background(o, it->nCol)) return it->nCol;
+    }
+    return 0;
+}
+
+}  // namespace
+
 long xlWorksheet::UsedLastRow() const {
     for (size_t r = pImpl_->arrRows.size(); r > 0; --r) {
-        if (!pImpl_->arrRows[r - 1].arrCells.empty()) return static_cast<long>(r);
+        if (LastShownColumn(*pImpl_, pImpl_->arrRows[r - 1]) != 0) return static_cast<long>(r);
     }
     return 0;
 }
@@ -1474,9 +1534,19 @@ long xlWorksheet::UsedLastRow() const {
 long xlWorksheet::UsedLastColumn() const {
     long n = 0;
     for (const RowRec& o : pImpl_->arrRows) {
-        if (!o.arrCells.empty()) n = std::max<long>(n, o.arrCells.back().nCol);
+        if (!o.arrCells.empty() && o.arrCells.back().nCol > n) {
+            n = std::max(n, LastShownColumn(*pImpl_, o));
+        }
     }
     return n;
+}
+
+long xlWorksheet::MaxRows() const {
+    return pImpl_->lMaxRows;
+}
+
+long xlWorksheet::MaxColumns() const {
+    return pImpl_->lMaxCols;
 }
 
 const std::vector<std::array<long, 4>>& xlWorksheet::MergedAreas() const {
@@ -1514,19 +1584,74 @@ xlWorkbook::xlWorkbook() : pStyles_(std::make_shared<xlStyleTable>()), oSheets_(
 
 xlWorkbook::~xlWorkbook() = default;
 
+long FileFormatOfName(const std::string& sFileName) {
+    const std::string sExt = ".xls";
+    if (sFileName.size() < sExt.size()) return xlOpenXMLWorkbook;
+    const std::string sTail = Upper(sFileName.substr(sFileName.size() - sExt.size()));
+    return sTail == Upper(sExt) ? xlExcel8 : xlOpenXMLWorkbook;
+}
+
 void xlWorkbook::SaveAs(const std::string& sFileName, long lAccessMode) {
     if (bClosed_ || sFileName.empty()) Fail();
     if (lAccessMode < 1 || lAccessMode > 3) Fail();  // xlNoChange, xlShared, xlExclusive
     std::error_code ec;
     const std::filesystem::path p = std::filesystem::absolute(sFileName, ec);
     if (ec) Fail();
-    SaveWorkbookFile(*this, p.string());
+    const long lFormat = FileFormatOfName(p.filename().string());
+    SaveInFormat(p.string(), lFormat);
+    // The workbook now has the file's format, and its limits.
+    SetFileFormat(lFormat);
     sFullName_ = p.string();
 }
 
 void xlWorkbook::Save() {
     if (bClosed_ || sFullName_.empty()) Fail();
-    SaveWorkbookFile(*this, sFullName_);
+    SaveInFormat(sFullName_, lFileFormat_);
+}
+
+void xlWorkbook::SaveInFormat(const std::string& sPath, long lFormat) {
+    if (lFormat != xlExcel8) {
+        SaveWorkbookFile(*this, sPath);
+        return;
+    }
+    // What the format cannot hold is refused before anything is written.
+    if (pStyles_->Count() > static_cast<size_t>(xlMaxFormatsXls)) Fail();
+    for (long i = 1; i <= oSheets_.Count(); ++i) {
+        const xlWorksheet& ws = oSheets_.Item(i);
+        const xlWorksheet::Impl& d = ws.Data();
+        auto bOutside = [](long r, long c) { return r > xlMaxRowsXls || c > xlMaxColumnsXls; };
+        // Values beyond the format's sheet would be lost (formats there are left behind).
+        for (size_t r = 0; r < d.arrRows.size(); ++r) {
+            for (const Cell& c : d.arrRows[r].arrCells) {
+                if (c.eType != kEmpty && bOutside(static_cast<long>(r) + 1, c.nCol)) Fail();
+            }
+        }
+        for (const auto& a : d.arrMerged) {
+            if (bOutside(a[2], a[3])) Fail();
+        }
+        for (const xlHyperlinkEntry& e : ws.Hyperlinks().Items()) {
+            if (bOutside(e.lRow, e.lCol)) Fail();
+        }
+        for (const xlNameEntry& e : ws.Names().Items()) {
+            if (bOutside(e.lRow1, e.lCol1)) Fail();
+        }
+        const xlPageSetup& ps = ws.PageSetup();
+        if (bOutside(ps.lTitleRow1, 1) || bOutside(ps.lAreaRow1, ps.lAreaCol1)) Fail();
+    }
+    SaveWorkbookFileXls(*this, sPath);
+}
+
+void xlWorkbook::SetFileFormat(long lFormat) {
+    if (lFormat == lFileFormat_) return;
+    lFileFormat_ = lFormat;
+    const bool bXls = lFormat == xlExcel8;
+    pStyles_->lMaxCount =
+        bXls ? static_cast<size_t>(xlMaxFormatsXls) : std::numeric_limits<size_t>::max();
+    for (long i = 1; i <= oSheets_.Count(); ++i) {
+        xlWorksheet::Impl& d = oSheets_.Item(i).Data();
+        d.lMaxRows = bXls ? xlMaxRowsXls : xlMaxRows;
+        d.lMaxCols = bXls ? xlMaxColumnsXls : xlMaxColumns;
+    }
 }
 
 void xlWorkbook::Close() {

@@ -1,7 +1,9 @@
 // An in-memory spreadsheet object model that behaves like the spreadsheet application the
 // builder was written for: application, workbooks, worksheets, ranges, fonts, fills, borders,
 // merges, names, hyperlinks and page set-up, with the application's limits and errors (what it
-// would refuse raises run-time error 1004). Saving renders the model as an .xlsx file.
+// would refuse raises run-time error 1004). Saving renders the model as an .xlsx file, or as an
+// Excel 97-2003 (.xls) file when the name ends in ".xls"; the limits of that format (65,536 rows,
+// 256 columns, 4,000 cell formats) are then the limits of the workbook.
 //
 // Rows and columns are 1-based. Settings on the whole sheet, on rows, columns and ranges apply in
 // the order they are made; a later one wins for the cells it covers.
@@ -15,6 +17,8 @@
 #include <string>
 #include <variant>
 #include <vector>
+
+#include "support/modConst.h"
 
 namespace xl {
 
@@ -225,10 +229,17 @@ private:
 
 class xlPageSetup {
 public:
+    explicit xlPageSetup(const xlWorksheet* pSheet = nullptr) : pSheet_(pSheet) {}
     void Orientation(long l);                          // xlPortrait (1) or xlLandscape (2)
     void PrintTitleRows(const std::string& sAddress);  // a range address; its rows repeat
     void CenterFooter(const std::string& s);           // header/footer codes, such as "&P"
     void PrintArea(const std::string& sAddress);       // "" removes it
+    // Printing scale in percent (10 to 400), or False (0): the sheet is printed scaled to fit
+    // FitToPagesWide pages across and FitToPagesTall pages down.
+    void Zoom(long lPercent);
+    // Pages across / down when Zoom is False: 1 to 32767, or False (0) for as many as needed.
+    void FitToPagesWide(long lPages);
+    void FitToPagesTall(long lPages);
 
     long lOrientation = 1;        // xlPortrait
     std::string sPrintTitleRows;  // as set, e.g. "$A$1:$D$3"
@@ -236,6 +247,11 @@ public:
     std::string sCenterFooter;
     std::string sPrintArea;
     long lAreaRow1 = 0, lAreaCol1 = 0, lAreaRow2 = 0, lAreaCol2 = 0;
+    long lZoom = 100;                               // 0: False, fitted to pages
+    long lFitToPagesWide = 1, lFitToPagesTall = 1;  // 0: False, as many as needed
+
+private:
+    const xlWorksheet* pSheet_;  // whose limits addresses are read against
 };
 
 // One stored cell, for readers of the model (tests, the saver).
@@ -275,8 +291,19 @@ public:
     xlStyle EffectiveStyle(long lRow, long lCol) const;             // also for cells never touched
     double RowHeightOf(long lRow) const;                            // 15 unless set
     double ColumnWidthOf(long lCol) const;                          // 8.43 unless set
-    long UsedLastRow() const;  // 0 when the sheet holds nothing
+    // The height the row has in the workbook: its own height when one was set (RowHeight),
+    // else the height its cells need when that is more than the standard height (fitted as the
+    // application fits a row to its text, see xlRowFit.h), else the standard height.
+    double EffectiveRowHeight(long lRow) const;
+    bool HasOwnRowHeight(long lRow) const;  // a height was set for this row
+    // The used range: the last row and column holding a cell that shows something (a value, or
+    // a format other than its row's, column's or sheet's); 0 when the sheet holds nothing. The
+    // used range of a sheet runs from A1 to there.
+    long UsedLastRow() const;
     long UsedLastColumn() const;
+    // The size of the sheet, which the workbook's file format sets.
+    long MaxRows() const;
+    long MaxColumns() const;
     // Merged areas as (row1, col1, row2, col2); never overlapping.
     const std::vector<std::array<long, 4>>& MergedAreas() const;
 
@@ -324,6 +351,8 @@ public:
     void Close();
     const std::string& FullName() const { return sFullName_; }
     bool IsClosed() const { return bClosed_; }
+    // xlOpenXMLWorkbook (51), or xlExcel8 (56) once saved under a name ending in ".xls".
+    long FileFormat() const { return lFileFormat_; }
 
     // The formats of all cells of the workbook's sheets, each distinct one held once.
     const std::shared_ptr<xlStyleTable>& Styles() const { return pStyles_; }
@@ -336,6 +365,10 @@ private:
     xlWorksheets oSheets_;
     std::string sFullName_;
     bool bClosed_ = false;
+    long lFileFormat_ = modConst::xlOpenXMLWorkbook;
+
+    void SaveInFormat(const std::string& sPath, long lFormat);
+    void SetFileFormat(long lFormat);
 };
 
 class xlWorkbooks {
@@ -367,5 +400,14 @@ private:
 // Writes a workbook to an .xlsx file through libxlsxwriter, rows in order (constant memory),
 // one format object per distinct style. Raises 1004 when the file cannot be written.
 void SaveWorkbookFile(const xlWorkbook& oBook, const std::string& sPath);
+
+// Writes a workbook to an Excel 97-2003 (.xls) file: BIFF8 records in an OLE2 compound file
+// (xlSaverXls.cpp). The workbook must fit the format's limits. Raises 1004 when the file cannot
+// be written.
+void SaveWorkbookFileXls(const xlWorkbook& oBook, const std::string& sPath);
+
+// The file format a workbook saved under this name takes: xlExcel8 for a name ending in ".xls"
+// (any case), else xlOpenXMLWorkbook.
+long FileFormatOfName(const std::string& sFileName);
 
 }  // namespace xl

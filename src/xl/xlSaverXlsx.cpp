@@ -3,26 +3,34 @@
 // The writer runs in its constant-memory mode: each row is complete before the next one starts
 // and goes to a temporary file at once. So for every row, in order: its height and format, the
 // merged areas that start on it, then its cells in column order, a hyperlink being written with
-// its cell. One writer format serves every cell of one distinct format.
+// its cell. One writer format serves every cell of one distinct format. A row whose height was
+// never set gets the height its text needs (xlRowFit.h), as the application stores it.
 //
-// The file is written under a temporary name in the target's folder and renamed over the target
-// when complete: a reader never sees half a workbook, and a failed save leaves nothing behind.
+// The sheet's dimension is its used range, from A1 to the last row and column that show
+// something: the formats given to whole columns do not widen it, as they would in the writer.
+//
+// The file is written through modSaveFile: under a temporary name in the target's folder, renamed
+// over the target when complete, so a reader never sees half a workbook and a failed save leaves
+// nothing behind. What the system refused (a full disk, a folder gone) is raised with its reason.
+#include <sys/stat.h>
 #include <unistd.h>
 #include <xlsxwriter.h>
 
 #include <algorithm>
-#include <atomic>
+#include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <optional>
-#include <thread>
 #include <unordered_map>
 #include <vector>
 
 #include "support/clsRunError.h"
 #include "support/modConst.h"
+#include "support/modSaveFile.h"
 #include "xl/xlModelData.h"
 #include "xl/xlObjectModel.h"
+#include "xl/xlRowFit.h"
 
 namespace xl {
 
@@ -183,8 +191,14 @@ public:
         return f;
     }
     void Sheet(const std::string& sName, double dDefaultRowHeight) {
+        errno = 0;
         ws_ = workbook_add_worksheet(wb_, sName.c_str());
-        if (!ws_) Fail();  // also when the folder takes no temporary file
+        if (!ws_) {
+            // The folder takes no temporary file for the rows, or the name is refused.
+            if (errno != 0) modSaveFile::RaiseWriteFailure(errno);
+            Fail();
+        }
+        arrSheets_.push_back(ws_);
         if (dDefaultRowHeight != detail::kDefaultRowHeight) {
             worksheet_set_default_row(ws_, dDefaultRowHeight, LXW_FALSE);
         }
@@ -209,6 +223,15 @@ public:
         Check(worksheet_set_column(ws_, c1, c2, dWidth, f));
     }
     void Landscape() { worksheet_set_landscape(ws_); }
+    void FitToPages(uint16_t nWide, uint16_t nTall) { worksheet_fit_to_pages(ws_, nWide, nTall); }
+    void PrintScale(uint16_t nScale) { worksheet_set_print_scale(ws_, nScale); }
+    // The writer widens the dimension for every formatted column; the used range replaces it.
+    void Dimension(lxw_row_t r2, lxw_col_t c2) {
+        ws_->dim_rowmin = 0;
+        ws_->dim_colmin = 0;
+        ws_->dim_rowmax = r2;
+        ws_->dim_colmax = c2;
+    }
     void RepeatRows(lxw_row_t r1, lxw_row_t r2) { Check(worksheet_repeat_rows(ws_, r1, r2)); }
     void PrintArea(lxw_row_t r1, lxw_col_t c1, lxw_row_t r2, lxw_col_t c2) {
         Check(worksheet_print_area(ws_, r1, c1, r2, c2));
@@ -217,10 +240,44 @@ public:
     void Name(const char* sName, const char* sFormula) {
         Check(workbook_define_name(wb_, sName, sFormula));
     }
+    // The writer does not check its writes into the temporary files that hold the rows: rows it
+    // could not store (a full disk) would be missing from a file that closes without error.
+    void CheckRowFiles() {
+        for (lxw_worksheet* ws : arrSheets_) {
+            std::FILE* f = ws->optimize_tmpfile;
+            if (!f) continue;
+            errno = 0;
+            if (std::fflush(f) != 0 || std::ferror(f)) modSaveFile::RaiseWriteFailure(errno);
+        }
+    }
+    // The size of each sheet's row file, in the order of the sheets.
+    std::vector<uintmax_t> RowFileSizes() const {
+        std::vector<uintmax_t> arr;
+        for (lxw_worksheet* ws : arrSheets_) {
+            struct stat st {};
+            const bool b =
+                ws->optimize_tmpfile && ::fstat(::fileno(ws->optimize_tmpfile), &st) == 0;
+            arr.push_back(b ? static_cast<uintmax_t>(st.st_size) : 0);
+        }
+        return arr;
+    }
+    // The writer closes a sheet's row file only when it copies rows out of it: the file of a
+    // sheet without rows, and every one of a save that stops before closing, would stay open (an
+    // unlinked file that keeps a descriptor, and its disk space, until the process ends).
+    void CloseRowFiles(bool bAll) {
+        for (lxw_worksheet* ws : arrSheets_) {
+            std::FILE* f = ws->optimize_tmpfile;
+            if (!f || (!bAll && ws->dim_rowmin != LXW_ROW_MAX)) continue;
+            std::fclose(f);
+            if (ws->file == f) ws->file = nullptr;
+            ws->optimize_tmpfile = nullptr;
+        }
+    }
 
 private:
     lxw_workbook* wb_;
     lxw_worksheet* ws_ = nullptr;
+    std::vector<lxw_worksheet*> arrSheets_;
 };
 
 // The dump: one line per call, tab-separated, texts with backslash, tab, CR and LF escaped.
@@ -275,6 +332,11 @@ public:
         std::fprintf(p_, "C\t%u\t%u\t%.17g\t%ld\n", c1, c2, dWidth, f);
     }
     void Landscape() { std::fputs("L\n", p_); }
+    void FitToPages(uint16_t nWide, uint16_t nTall) {
+        std::fprintf(p_, "G\t%u\t%u\n", nWide, nTall);
+    }
+    void PrintScale(uint16_t nScale) { std::fprintf(p_, "Q\t%u\n", nScale); }
+    void Dimension(lxw_row_t r2, lxw_col_t c2) { std::fprintf(p_, "X\t%u\t%u\n", r2, c2); }
     void RepeatRows(lxw_row_t r1, lxw_row_t r2) { std::fprintf(p_, "T\t%u\t%u\n", r1, r2); }
     void PrintArea(lxw_row_t r1, lxw_col_t c1, lxw_row_t r2, lxw_col_t c2) {
         std::fprintf(p_, "A\t%u\t%u\t%u\t%u\n", r1, c1, r2, c2);
@@ -430,6 +492,7 @@ void WriteCells(Sink& sink, const xlWorksheet& oSheet, Formats<Sink>& fmts,
     std::vector<std::pair<uint64_t, uint32_t>> arrLinkCells(d.mapLinks.begin(), d.mapLinks.end());
     std::sort(arrLinkCells.begin(), arrLinkCells.end());
     size_t lNextLink = 0;
+    const detail::RowFitter oFitter(d);
 
     for (size_t i = 0; i < d.arrRows.size(); ++i) {
         oProgress.Row();
@@ -441,10 +504,11 @@ void WriteCells(Sink& sink, const xlWorksheet& oSheet, Formats<Sink>& fmts,
             !bMerge) {
             continue;
         }
-        if (o.lStyle != kUnformatted || o.nHeightTwips != detail::kNoHeight) {
-            const double h =
-                o.nHeightTwips != detail::kNoHeight ? o.nHeightTwips / 20.0 : d.dDefaultRowHeight;
-            sink.Row(rr, h,
+        // A row's own height wins; else the height its text needs, when more than standard.
+        double h = o.nHeightTwips != detail::kNoHeight ? o.nHeightTwips / 20.0 : 0;
+        if (h == 0 && !o.arrCells.empty()) h = oFitter.Fit(r);
+        if (o.lStyle != kUnformatted || h != 0) {
+            sink.Row(rr, h != 0 ? h : d.dDefaultRowHeight,
                      o.lStyle != kUnformatted ? fmts.For(*d.pStyles, o.lStyle) : Sink::kNone);
         }
         for (; lNextMerge < arrMerged.size() && arrMerged[lNextMerge][0] == r; ++lNextMerge) {
@@ -494,6 +558,12 @@ void WriteCells(Sink& sink, const xlWorksheet& oSheet, Formats<Sink>& fmts,
 template <class Sink>
 void WritePageSetup(Sink& sink, const xlPageSetup& p) {
     if (p.lOrientation == xlLandscape) sink.Landscape();
+    if (p.lZoom == 0) {
+        sink.FitToPages(static_cast<uint16_t>(p.lFitToPagesWide),
+                        static_cast<uint16_t>(p.lFitToPagesTall));
+    } else if (p.lZoom != 100) {
+        sink.PrintScale(static_cast<uint16_t>(p.lZoom));
+    }
     if (p.lTitleRow1 > 0) {
         sink.RepeatRows(static_cast<lxw_row_t>(p.lTitleRow1 - 1),
                         static_cast<lxw_row_t>(p.lTitleRow2 - 1));
@@ -564,10 +634,67 @@ void WriteBook(Sink& sink, const xlWorkbook& oBook) {
         // Columns go last: a formatted column widens the span of columns that the writer walks
         // for every row it flushes, and columns are only written when the file is closed.
         WriteColumns(sink, d, fmts);
+        const long lLastRow = oSheet.UsedLastRow();
+        if (lLastRow > 0) {
+            sink.Dimension(static_cast<lxw_row_t>(lLastRow - 1),
+                           static_cast<lxw_col_t>(oSheet.UsedLastColumn() - 1));
+        }
         WritePageSetup(sink, oSheet.PageSetup());
     }
     WriteNames(sink, oSheets);
     oProgress.Report();
+}
+
+// Room for what the writer adds to a sheet's rows before it can let go of them (the start of the
+// sheet's part, its write buffers).
+constexpr uintmax_t kAssemblyRoom = 64 << 10;
+
+// The uncompressed size of each part of a finished .xlsx (a zip), by name, read from its central
+// directory; empty when the file cannot be read as one.
+std::unordered_map<std::string, uintmax_t> PartSizes(const std::string& sFile) {
+    std::unordered_map<std::string, uintmax_t> map;
+    std::FILE* f = std::fopen(sFile.c_str(), "rb");
+    if (!f) return map;
+    std::string s;
+    if (std::fseek(f, 0, SEEK_END) == 0) {
+        const long lSize = std::ftell(f);
+        // The end record (22 bytes) follows the directory; a comment of up to 64 KiB may follow.
+        const long lTail = std::min<long>(lSize, 22 + 0xFFFF);
+        s.resize(static_cast<size_t>(std::max<long>(lTail, 0)));
+        if (lTail <= 0 || std::fseek(f, lSize - lTail, SEEK_SET) != 0 ||
+            std::fread(s.data(), 1, s.size(), f) != s.size()) {
+            s.clear();
+        }
+        auto U16 = [&](size_t p) {
+            return static_cast<uint32_t>(static_cast<uint8_t>(s[p])) |
+                   static_cast<uint32_t>(static_cast<uint8_t>(s[p + 1])) << 8;
+        };
+        auto U32 = [&](size_t p) { return U16(p) | U16(p + 2) << 16; };
+        size_t lEnd = std::string::npos;
+        for (size_t p = s.size() >= 22 ? s.size() - 22 + 1 : 0; p-- > 0;) {
+            if (U32(p) == 0x06054b50) {
+                lEnd = p;
+                break;
+            }
+        }
+        if (lEnd != std::string::npos) {
+            const long lDirSize = static_cast<long>(U32(lEnd + 12));
+            const long lDirAt = static_cast<long>(U32(lEnd + 16));
+            s.assign(static_cast<size_t>(lDirSize), '\0');
+            if (lDirAt + lDirSize <= lSize && std::fseek(f, lDirAt, SEEK_SET) == 0 &&
+                std::fread(s.data(), 1, s.size(), f) == s.size()) {
+                size_t p = 0;
+                while (p + 46 <= s.size() && U32(p) == 0x02014b50) {
+                    const size_t n = U16(p + 28), lExtra = U16(p + 30), lComment = U16(p + 32);
+                    if (p + 46 + n > s.size()) break;
+                    map[s.substr(p + 46, n)] = U32(p + 24);
+                    p += 46 + n + lExtra + lComment;
+                }
+            }
+        }
+    }
+    std::fclose(f);
+    return map;
 }
 
 void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::string& sTmpDir) {
@@ -578,31 +705,44 @@ void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::str
     wb.p = workbook_new_opt(sFile.c_str(), &opt);
     if (!wb.p) Fail();
     WriterSink sink(wb.p);
-    WriteBook(sink, oBook);
+    std::vector<uintmax_t> arrRows;
+    try {
+        WriteBook(sink, oBook);
+        sink.CheckRowFiles();
+        // Closing copies each sheet's rows into the sheet's part, a temporary file of its own,
+        // and ignores a write refused there: the copy needs room beside the rows.
+        arrRows = sink.RowFileSizes();
+        const uintmax_t lNeed =
+            (arrRows.empty() ? 0 : *std::max_element(arrRows.begin(), arrRows.end())) +
+            kAssemblyRoom;
+        std::error_code ec;
+        const std::filesystem::space_info si = std::filesystem::space(sTmpDir, ec);
+        const uintmax_t lRoom = ::geteuid() == 0 ? si.free : si.available;
+        if (!ec && lRoom < lNeed) modSaveFile::RaiseWriteFailure(ENOSPC);
+    } catch (...) {
+        sink.CloseRowFiles(true);
+        throw;
+    }
+    sink.CloseRowFiles(false);
     lxw_workbook* p = wb.p;
     wb.p = nullptr;  // closing frees it, whatever the outcome
-    Check(workbook_close(p));
-}
-
-std::filesystem::path TempNameBeside(const std::filesystem::path& target) {
-    // Process, thread and a per-thread counter make the name unique without shared state.
-    thread_local unsigned lCounter = 0;
-    const std::string sThread =
-        std::to_string(std::hash<std::thread::id>{}(std::this_thread::get_id()));
-    const std::filesystem::path dir = target.parent_path();
-    std::error_code ec;
-    for (;;) {
-        std::string sName(".");
-        sName += target.filename().string();
-        sName += ".~";
-        sName += std::to_string(static_cast<long>(::getpid()));
-        sName += '-';
-        sName += sThread;
-        sName += '-';
-        sName += std::to_string(lCounter++);
-        sName += ".tmp";
-        std::filesystem::path p = dir / sName;
-        if (!std::filesystem::exists(p, ec)) return p;
+    // Closing assembles and writes the file; when the system refuses a write, errno says why.
+    errno = 0;
+    const lxw_error err = workbook_close(p);
+    const int nErrno = errno;
+    if (err != LXW_NO_ERROR) {
+        if (nErrno != 0) modSaveFile::RaiseWriteFailure(nErrno);
+        modSaveFile::RaiseWriteFailure(lxw_strerror(err));
+    }
+    // Should the disk have filled all the same (another writer, a quota), a sheet's part holds
+    // fewer bytes than its rows.
+    const auto mapSizes = PartSizes(sFile);
+    for (size_t i = 0; i < arrRows.size(); ++i) {
+        const auto it = mapSizes.find("xl/worksheets/sheet" + std::to_string(i + 1) + ".xml");
+        if (it == mapSizes.end() || it->second < arrRows[i]) {
+            modSaveFile::RaiseWriteFailure(
+                "only part of the file could be written (disk full or over quota)");
+        }
     }
 }
 
@@ -614,22 +754,10 @@ void DumpWorkbook(const xlWorkbook& oBook, std::FILE* pOut) {
 }
 
 void SaveWorkbookFile(const xlWorkbook& oBook, const std::string& sPath) {
-    namespace fs = std::filesystem;
-    std::error_code ec;
-    fs::path target = fs::absolute(fs::path(sPath), ec);
-    if (ec || sPath.empty() || target.filename().empty()) Fail();
-    const fs::path dir = target.parent_path();
-    if (!fs::is_directory(dir, ec)) Fail();
-    const fs::path tmp = TempNameBeside(target);
-    try {
-        WriteXlsx(oBook, tmp.string(), dir.string());
-        fs::rename(tmp, target, ec);
-        if (ec) Fail();
-    } catch (...) {
-        std::error_code ec2;
-        fs::remove(tmp, ec2);
-        throw;
-    }
+    modSaveFile::WriteThroughTempFile(
+        sPath, [&](const std::string& sTempFile, const std::string& sFolder) {
+            WriteXlsx(oBook, sTempFile, sFolder);
+        });
 }
 
 }  // namespace xl

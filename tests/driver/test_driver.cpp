@@ -157,19 +157,40 @@ TEST_F(DriverTest, MalformedDataFileLogsTheParseErrorAndMakesNoWorkbook) {
     EXPECT_FALSE(fs::exists(tmp.File("data/export.xlsx")));
 }
 
-TEST_F(DriverTest, NoExportableObjectReturnsFalseWithoutAWorkbook) {
-    testutil::WriteFile(sData, "<Root_Element/>");
+TEST_F(DriverTest, AnEmptyRootReturnsFalseWithoutAWorkbookAndWithoutALine) {
+    testutil::WriteFile(sData, "<Root_Element>\n</Root_Element>\n");
     EXPECT_FALSE(Run(sData, sSettings, SetupXml("")));
-    // The parser names the problem; the driver adds nothing of its own.
-    auto arr = Log();
-    ASSERT_EQ(arr.size(), 1u);
-    EXPECT_TRUE(
-        std::regex_match(arr[0], std::regex("Item is not the first child node of the root\\. "
-                                            "Error in the XML structure: " +
-                                            kDate)))
-        << arr[0];
+    // Nothing to read is no fault of the file, and the driver adds nothing of its own.
+    EXPECT_FALSE(fs::exists(sExportDir + "ExportExcel.log"));
     EXPECT_EQ(std::distance(fs::directory_iterator(tmp.Path() / "data"), fs::directory_iterator()),
               1);
+}
+
+TEST_F(DriverTest, AFirstChildOfTheWrongKindReturnsFalseWithTheParsersLineOnly) {
+    testutil::WriteFile(sData, "<Root_Element><Document id=\"D-1\"/></Root_Element>");
+    EXPECT_FALSE(Run(sData, sSettings, SetupXml("")));
+    EXPECT_EQ(
+        testutil::ReadLogMasked(sExportDir + "ExportExcel.log"),
+        "Item is not the first child node of the root. Error in the XML structure: {now}\r\n");
+    EXPECT_EQ(std::distance(fs::directory_iterator(tmp.Path() / "data"), fs::directory_iterator()),
+              1);
+}
+
+TEST_F(DriverTest, LoadErrorsOfSettingsAndDataCountCharacters) {
+    // "é" is two bytes and one character: the "C" of "</C>" is the 11th character either way.
+    const std::string sLine = "  <B>\xC3\xA9\xC3\xA9\xC3\xA9</C>\n";
+    std::string sBad = tmp.File("bad-settings.xml");
+    testutil::WriteFile(sBad, "<EXPORT_SETTINGS>\n" + sLine + "</EXPORT_SETTINGS>\n");
+    EXPECT_FALSE(Run(sData, sBad, SetupXml("x")));
+    EXPECT_EQ(testutil::ReadLogMasked(sExportDir + "ExportExcel.log"),
+              "{now} IniDoc Load Parse error: Start-end tags mismatch On Line: 2 At Position: "
+              "11\r\n");
+    fs::remove(sExportDir + "ExportExcel.log");
+    testutil::WriteFile(sData, "<Root_Element>\n" + sLine + "</Root_Element>\n");
+    EXPECT_FALSE(Run(sData, sSettings, SetupXml("x")));
+    EXPECT_EQ(testutil::ReadLogMasked(sExportDir + "ExportExcel.log"),
+              "The data file could not be parsed: Start-end tags mismatch on line 2 at position 11 "
+              "{now}\r\n");
 }
 
 TEST_F(DriverTest, FewerThanTwoCaptionsFailBuildExcelWithARunTimeError) {
@@ -203,7 +224,9 @@ TEST_F(DriverTest, WorkbookIsNamedAfterTheCaptionValueInTheDataFolder) {
 TEST_F(DriverTest, EmptyExtensionGivesXls) {
     ASSERT_TRUE(Run(sData, sSettings, SetupXml(""), ""));
     EXPECT_TRUE(fs::is_regular_file(tmp.File("data/export.xls")));
-    EXPECT_EQ(testutil::ReadFile(tmp.File("data/export.xls")).substr(0, 2), "PK");
+    // An Excel 97-2003 workbook: an OLE2 compound file.
+    EXPECT_EQ(testutil::ReadFile(tmp.File("data/export.xls")).substr(0, 8),
+              std::string("\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1", 8));
 }
 
 TEST_F(DriverTest, ExtensionWithoutDotIsUsedAsGiven) {

@@ -1,5 +1,7 @@
 """Exports of small crafted data files, read back with openpyxl: cell texts and positions,
-fonts, fills, borders, merged areas, sizes, defined names, hyperlinks and page set-up."""
+fonts, fills, borders, merged areas, sizes, defined names, hyperlinks and page set-up. Every
+test runs twice: on the .xlsx export, and on the .xls export of the same data read back with xlrd
+(through xls_view, which shows it the way openpyxl shows an .xlsx)."""
 import os
 import re
 import shutil
@@ -8,6 +10,7 @@ import unittest
 
 import openpyxl
 
+import xls_view
 from e2e_common import CliCase, Config
 
 BLACK, WHITE, GREY25, GREY40 = "FF000000", "FFFFFFFF", "FFC0C0C0", "FF969696"
@@ -24,6 +27,7 @@ class WorkbookCase(CliCase):
     data_name = None
     object_type = None
     space_type = None
+    ext = ".xlsx"
 
     def setUp(self):
         super().setUp()
@@ -32,12 +36,16 @@ class WorkbookCase(CliCase):
         self.data = os.path.join(folder, self.data_name)
         shutil.copy(os.path.join(Config.source, "tests", "data", self.data_name), self.data)
         r = self.run_cli(self.data, self.settings, setup_xml(self.object_type, self.space_type),
-                         ".xlsx")
+                         self.ext)
         self.assertEqual(r.returncode, 0, r.stderr)
         self.path = r.stdout.strip()
-        self.assertEqual(self.path, self.data[:-4] + ".xlsx")
+        self.assertEqual(self.path, self.data[:-4] + self.ext)
         self.assertEqual(self.log_lines(), [])
-        self.wb = openpyxl.load_workbook(self.path)
+        if self.ext == ".xls":
+            self.wb = xls_view.load_workbook(self.path)
+            self.assertEqual(self.wb.facts.problems, [])
+        else:
+            self.wb = openpyxl.load_workbook(self.path)
         self.ws = self.wb.worksheets[0]
 
     # Helpers -----------------------------------------------------------------------------
@@ -288,6 +296,18 @@ class TestFolderStructureWorkbook(WorkbookCase):
         self.assertRow(first, ["Folder ID", "F-1", "Revision", "1", "Description", "Programme"])
         column_a = [self.ws.cell(row=r, column=1).value for r in range(first, first + 8)]
         self.assertIn("Child Folders", column_a)
+
+
+class TestItemStructureWorkbookXls(TestItemStructureWorkbook):
+    ext = ".xls"
+
+
+class TestDocumentCollectionWorkbookXls(TestDocumentCollectionWorkbook):
+    ext = ".xls"
+
+
+class TestFolderStructureWorkbookXls(TestFolderStructureWorkbook):
+    ext = ".xls"
 
 
 class TestLibreOfficeOpensTheDemoWorkbook(CliCase):

@@ -392,6 +392,32 @@ TEST_F(FillersTest, ItemVendorsBesideManufacturerVendors) {
     EXPECT_EQ(oRec.VNDs[0].Key3, "S2");
 }
 
+TEST_F(FillersTest, AnItemVendorListThatFailsKeepsWhatItReadWithCountZero) {
+    Init("item-structure.xml");
+    // Two vendor elements of one child node each; the first names the listed manufacturer, so
+    // it counts among the manufacturer's vendors and VNDs has room for one vendor only. The
+    // first vendor fills it, the second does not fit.
+    ASSERT_TRUE(Parse(Root(
+        "<Item id=\"T\">" + Mnf("P1", "M1") +
+        R"(<Item_Vendor supplier_part_number="S1" mnf_part_number="P1" lead_time="1w" price="2">)"
+        R"(<Vendor id="V1" name="Vendor V1"/></Item_Vendor>)" +
+        ItemVendor("S2", "V2") + "</Item>")));
+    const XItemStruct& oRec = ctx.Model.XItems[0];
+    ASSERT_EQ(oRec.MNFCount, 0);
+    ASSERT_EQ(oRec.MNFs[0].VendorCount, 0);
+    EXPECT_EQ(oRec.MNFs[0].Vendors[0].Key1, "V1");
+    EXPECT_EQ(oRec.MnfVndFlag, 2);
+    ASSERT_EQ(oRec.VNDCount, 0);
+    ASSERT_EQ(oRec.VNDs.size(), 1u);
+    EXPECT_EQ(oRec.VNDs[0].Key1, "V1");
+    EXPECT_EQ(oRec.VNDs[0].Key2, "Vendor V1");
+    EXPECT_EQ(oRec.VNDs[0].Key3, "S1");
+    EXPECT_EQ(*oRec.VNDs[0].Attrs, (Strings{"1w", "2"}));
+    EXPECT_EQ(testutil::ReadLogMasked(ctx.LogFilePath),
+              "Run-time error: Subscript out of range 9 {now} in "
+              "orvExportExcel:clsXMLPars[FillVNDOfItem]\r\n");
+}
+
 TEST_F(FillersTest, CommentCountsAsAChildNodeOfAVendor) {
     Init("item-structure.xml");
     ASSERT_TRUE(Parse(Root(R"(<Item id="T">
@@ -598,8 +624,37 @@ TEST_F(FillersTest, ErrorInAFillerIsLoggedWithItsTag) {
     pugi::xml_document oDoc;
     ASSERT_TRUE(oDoc.load_string("<Item id='x'/>"));
     // No record at index 5.
-    EXPECT_EQ(oPars.FillMNFArray(oDoc.first_child(), 5), -1);
+    EXPECT_EQ(oPars.FillMNFArray(oDoc.first_child(), 5), 0);
     EXPECT_FALSE(oPars.FillItemOfObjItem(oDoc.first_child(), 5, 0));
     ExpectLog({ErrorLine("Run-time error: Subscript out of range", 9, "FillMNFArray"),
                ErrorLine("Run-time error: Subscript out of range", 9, "FillItemOfObjItem")});
+}
+
+TEST_F(FillersTest, EveryListFillerThatFailsReturnsZero) {
+    Init("item-structure.xml");
+    clsXMLPars oPars(ctx);
+    pugi::xml_document oDoc;
+    ASSERT_TRUE(oDoc.load_string("<Item id='x'/>"));
+    const pugi::xml_node n = oDoc.first_child();
+    // No record at index 5, in any of the three arrays.
+    const std::vector<std::pair<std::string, long>> arr = {
+        {"FillMNFArray", oPars.FillMNFArray(n, 5)},
+        {"FillVNDOfMNF", oPars.FillVNDOfMNF(n, 5, 0)},
+        {"FillVNDOfItem", oPars.FillVNDOfItem(n, 5, 0)},
+        {"FillDocArrayForItem", oPars.FillDocArrayForItem(n, 5)},
+        {"FillFolderArrayForItem", oPars.FillFolderArrayForItem(n, 5)},
+        {"FillItemArrayForDoc", oPars.FillItemArrayForDoc(n, 5)},
+        {"FillFolderArrayForDoc", oPars.FillFolderArrayForDoc(n, 5)},
+        {"FillDocArrayForDoc", oPars.FillDocArrayForDoc(n, 5)},
+        {"FillItemArrayForFold", oPars.FillItemArrayForFold(n, 5)},
+        {"FillDocArrayForFold", oPars.FillDocArrayForFold(n, 5)},
+        {"FillFolderArrayForFolder", oPars.FillFolderArrayForFolder(n, 5)}};
+    std::string sExpected;
+    for (const auto& [sProc, lResult] : arr) {
+        EXPECT_EQ(lResult, 0) << sProc;
+        sExpected +=
+            "Run-time error: Subscript out of range 9 {now} in orvExportExcel:clsXMLPars[" + sProc +
+            "]\r\n";
+    }
+    EXPECT_EQ(testutil::ReadLogMasked(ctx.LogFilePath), sExpected);
 }

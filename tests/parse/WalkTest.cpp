@@ -198,12 +198,36 @@ TEST_F(WalkTest, WhitespaceBeforeTheFirstObjectIsNoNode) {
     ExpectNoLog();
 }
 
-TEST_F(WalkTest, EmptyRoot) {
+TEST_F(WalkTest, EmptyRootFillsNothingAndLogsNothing) {
     Init("item-structure.xml");
-    EXPECT_FALSE(Parse("<Root_Element/>"));
+    for (const char* sXml : {"<Root_Element/>", "<Root_Element></Root_Element>",
+                             "<Root_Element>\n  \t\r\n</Root_Element>"}) {
+        SCOPED_TRACE(sXml);
+        EXPECT_FALSE(Parse(sXml));
+        EXPECT_EQ(ctx.Model.ObjCount, -1);
+        EXPECT_TRUE(ctx.Model.XItems.empty());
+        EXPECT_EQ(ctx.Model.RootObjName, "");
+        EXPECT_FALSE(std::filesystem::exists(ctx.LogFilePath));
+    }
+}
+
+TEST_F(WalkTest, RootHoldingOnlyACommentHasAFirstChildOfTheWrongKind) {
+    Init("item-structure.xml");
+    EXPECT_FALSE(Parse(Root("<!-- nothing exported -->")));
     EXPECT_EQ(ctx.Model.ObjCount, -1);
-    ExpectLog(
-        {PlainLine("Item is not the first child node of the root. Error in the XML structure:")});
+    EXPECT_EQ(ctx.Model.RootObjName, "#comment");
+    EXPECT_EQ(
+        testutil::ReadLogMasked(ctx.LogFilePath),
+        "Item is not the first child node of the root. Error in the XML structure: {now}\r\n");
+}
+
+TEST_F(WalkTest, ElementsInADefaultNamespaceAreMatchedByTheirNames) {
+    Init("item-structure.xml");
+    ASSERT_TRUE(Parse("<Root_Element xmlns=\"urn:example:plm\">" +
+                      Item("T", PS(Item("A")) + PS(Item("B"))) + "</Root_Element>"));
+    ASSERT_EQ(ctx.Model.ObjCount, 2);
+    EXPECT_EQ(ctx.Model.XItems[2].Head.Key1, "B");
+    ExpectNoLog();
 }
 
 TEST_F(WalkTest, EmptyFirstStructureElementIsLoggedAndSkipped) {
@@ -259,6 +283,23 @@ TEST_F(WalkTest, MalformedFileLogsReasonLineAndPosition) {
     EXPECT_EQ(ctx.Model.ObjCount, -1);
     ExpectLog({PlainLine(
         "The data file could not be parsed: Start-end tags mismatch on line 3 at position 5")});
+}
+
+TEST_F(WalkTest, LoadErrorPositionCountsCharacters) {
+    Init("item-structure.xml");
+    const std::string sExpected =
+        "The data file could not be parsed: Start-end tags mismatch on line 2 at position 23 "
+        "{now}\r\n";
+    for (const char* sName : {"Pump", "P\xC3\xBCmp",
+                              "\xE6\xB3\xB5\xE6\xB3\xB5"
+                              "\xE6\xB3\xB5\xE6\xB3\xB5"}) {
+        SCOPED_TRACE(sName);
+        std::filesystem::remove(ctx.LogFilePath);
+        // The "C" of "</C>" is the 23rd character of the second line, whatever the bytes.
+        EXPECT_FALSE(Parse(std::string("<Root_Element>\n  <Item name=\"") + sName +
+                           "\"></C>\n</Root_Element>"));
+        EXPECT_EQ(testutil::ReadLogMasked(ctx.LogFilePath), sExpected);
+    }
 }
 
 TEST_F(WalkTest, MissingFileIsNotLoaded) {

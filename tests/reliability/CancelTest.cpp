@@ -81,3 +81,44 @@ TEST_F(ReliabilityTest, AFlagSetAtEveryProgressPointLeavesNothingBehind) {
         EXPECT_EQ(FilesIn(dataDir), (std::vector<std::string>{"export.xml"}));
     }
 }
+
+TEST_F(ReliabilityTest, AFlagSetWhileWritingAnXlsWorkbookRemovesIt) {
+    pCancel = std::make_shared<std::atomic<bool>>(false);
+    bool bSawWriting = false;
+    bool bFileWhenStopped = false;
+    fnProgress = [&](const clsProgress& p) {
+        if (p.eStage == clsProgress::Stage::Writing && p.lDone >= 1000 && !bSawWriting) {
+            bSawWriting = true;
+            bFileWhenStopped = fs::exists(dataDir / "wb.xls");
+            pCancel->store(true);
+        }
+    };
+    const bool b = RunData(ItemCollection(3000), SetupXml("wb", "Item", "COLLECTION"), ".xls");
+    ASSERT_TRUE(bSawWriting);
+    EXPECT_FALSE(b);
+    EXPECT_TRUE(bFileWhenStopped);  // the empty workbook written at the start
+    EXPECT_EQ(InterruptLines(Log()), 1) << Joined(Log());
+    EXPECT_EQ(FilesIn(dataDir), (std::vector<std::string>{"export.xml"}));
+}
+
+TEST_F(ReliabilityTest, AFlagSetAtEveryProgressPointOfAnXlsExportLeavesNothingBehind) {
+    for (long k : {1L, 5L, 500L, 2000L, 4000L}) {
+        SCOPED_TRACE(k);
+        fs::remove_all(dataDir);
+        fs::create_directories(dataDir);
+        fs::remove(sExportDir + "ExportExcel.log");
+        pCancel = std::make_shared<std::atomic<bool>>(false);
+        long n = 0;
+        fnProgress = [&](const clsProgress&) {
+            if (++n == k) pCancel->store(true);
+        };
+        const bool b = RunData(ItemCollection(1000), SetupXml("wb", "Item", "COLLECTION"), ".xls");
+        if (n < k) {
+            EXPECT_TRUE(b);
+            continue;
+        }
+        EXPECT_FALSE(b);
+        EXPECT_EQ(InterruptLines(Log()), 1) << Joined(Log());
+        EXPECT_EQ(FilesIn(dataDir), (std::vector<std::string>{"export.xml"}));
+    }
+}

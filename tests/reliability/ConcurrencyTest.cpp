@@ -43,38 +43,42 @@ TEST_F(ReliabilityTest, ConcurrentExportsMakeTheSameWorkbooksAsSequentialOnes) {
     auto Contents = [&](const fs::path& p) {
         return std::regex_replace(ReadBack(p.string(), true), reTime, "<time>");
     };
-    const std::vector<std::string> arrSeq = Prepare("seq");
-    for (size_t i = 0; i < kJobs.size(); ++i) {
-        ASSERT_TRUE(Run(arrSeq[i], sSettings, SetupOf(kJobs[i]), ".xlsx")) << Joined(Log());
-    }
-    const int kRounds = 3;
-    for (int r = 0; r < kRounds; ++r) {
-        const std::vector<std::string> arrPar = Prepare("par" + std::to_string(r));
-        std::vector<int> arrOk(kJobs.size(), 0);
-        std::vector<std::thread> arrThreads;
+    // Both file formats: .xlsx, and .xls (read back with xlrd).
+    for (const std::string sExt : {".xlsx", ".xls"}) {
+        SCOPED_TRACE(sExt);
+        const std::vector<std::string> arrSeq = Prepare("seq" + sExt);
         for (size_t i = 0; i < kJobs.size(); ++i) {
-            arrThreads.emplace_back([&, i] {
-                arrOk[i] = Run(arrPar[i], sSettings, SetupOf(kJobs[i]), ".xlsx") ? 1 : 0;
-            });
+            ASSERT_TRUE(Run(arrSeq[i], sSettings, SetupOf(kJobs[i]), sExt)) << Joined(Log());
         }
-        for (auto& t : arrThreads)
-            t.join();
-        for (size_t i = 0; i < kJobs.size(); ++i) {
-            SCOPED_TRACE(kJobs[i].sExample);
-            EXPECT_EQ(arrOk[i], 1);
-            const fs::path seqDir = fs::path(arrSeq[i]).parent_path();
-            const fs::path parDir = fs::path(arrPar[i]).parent_path();
-            ASSERT_EQ(FilesIn(seqDir), FilesIn(parDir));
-            for (const auto& s : FilesIn(seqDir)) {
-                if (s == kJobs[i].sExample) continue;
-                const std::string a = Contents(seqDir / s);
-                const std::string b = Contents(parDir / s);
-                EXPECT_GT(a.size(), 1000u) << a;
-                const size_t p =
-                    std::mismatch(a.begin(), a.end(), b.begin(), b.end()).first - a.begin();
-                EXPECT_TRUE(a == b)
-                    << s << " differs at " << p << ": " << a.substr(p > 80 ? p - 80 : 0, 160)
-                    << "\n vs " << b.substr(p > 80 ? p - 80 : 0, 160);
+        const int kRounds = 3;
+        for (int r = 0; r < kRounds; ++r) {
+            const std::vector<std::string> arrPar = Prepare("par" + std::to_string(r) + sExt);
+            std::vector<int> arrOk(kJobs.size(), 0);
+            std::vector<std::thread> arrThreads;
+            for (size_t i = 0; i < kJobs.size(); ++i) {
+                arrThreads.emplace_back([&, i] {
+                    arrOk[i] = Run(arrPar[i], sSettings, SetupOf(kJobs[i]), sExt) ? 1 : 0;
+                });
+            }
+            for (auto& t : arrThreads)
+                t.join();
+            for (size_t i = 0; i < kJobs.size(); ++i) {
+                SCOPED_TRACE(kJobs[i].sExample);
+                EXPECT_EQ(arrOk[i], 1);
+                const fs::path seqDir = fs::path(arrSeq[i]).parent_path();
+                const fs::path parDir = fs::path(arrPar[i]).parent_path();
+                ASSERT_EQ(FilesIn(seqDir), FilesIn(parDir));
+                for (const auto& s : FilesIn(seqDir)) {
+                    if (s == kJobs[i].sExample) continue;
+                    const std::string a = Contents(seqDir / s);
+                    const std::string b = Contents(parDir / s);
+                    EXPECT_GT(a.size(), 1000u) << a;
+                    const size_t p =
+                        std::mismatch(a.begin(), a.end(), b.begin(), b.end()).first - a.begin();
+                    EXPECT_TRUE(a == b)
+                        << s << " differs at " << p << ": " << a.substr(p > 80 ? p - 80 : 0, 160)
+                        << "\n vs " << b.substr(p > 80 ? p - 80 : 0, 160);
+                }
             }
         }
     }

@@ -244,3 +244,147 @@ TEST(Lookups, NoMatchEmptiesThePositionWhateverTheFlag) {
     EXPECT_EQ(o.GetNodeNameUseCurNodeByLabel("Identifier", false, &sPos, "POS"), "ID");
     EXPECT_EQ(sPos, "old");  // a match without the flag leaves it alone
 }
+
+// ---------------------------------------------------------------------------------------------
+// Positions of load errors count characters
+
+namespace {
+
+// The message of a failed load with its date-time written as "{now}".
+std::string Masked(const std::string& sErr) {
+    return std::regex_replace(sErr, std::regex(testutil::kDateTimeRegex), "{now}");
+}
+
+std::string FileLoadError(const std::string& sBytes) {
+    TempDir tmp;
+    const std::string sPath = tmp.File("settings.xml");
+    testutil::WriteFile(sPath, sBytes);
+    clsXMLIniData o;
+    std::string sErr;
+    EXPECT_FALSE(o.LoadXDoc(sPath, sErr));
+    return Masked(sErr);
+}
+
+std::string StringLoadError(const std::string& sText) {
+    clsXMLIniData o;
+    std::string sErr;
+    EXPECT_FALSE(o.LoadXString(sText, sErr));
+    return Masked(sErr);
+}
+
+// UTF-8 to UTF-16 LE with a byte-order mark (the texts here are within the BMP).
+std::string Utf16Le(const std::string& s) {
+    std::string out = "\xFF\xFE";
+    for (size_t i = 0; i < s.size();) {
+        const unsigned char c = static_cast<unsigned char>(s[i]);
+        char32_t cp = c;
+        size_t n = 1;
+        if (c >= 0xE0) {
+            cp = ((c & 0x0F) << 12) | ((s[i + 1] & 0x3F) << 6) | (s[i + 2] & 0x3F);
+            n = 3;
+        } else if (c >= 0xC0) {
+            cp = ((c & 0x1F) << 6) | (s[i + 1] & 0x3F);
+            n = 2;
+        }
+        out += static_cast<char>(cp & 0xFF);
+        out += static_cast<char>(cp >> 8);
+        i += n;
+    }
+    return out;
+}
+
+}  // namespace
+
+TEST(LoadXDoc, TheErrorPositionCountsCharactersNotBytes) {
+    const std::string sExpected =
+        "{now} IniDoc Load Parse error: Start-end tags mismatch On Line: 2 At Position: 11";
+    // "  <B>" and three letters: the "C" of "</C>" is the 11th character of the line.
+    EXPECT_EQ(FileLoadError("<ROOT>\n  <B>eee</C>\n</ROOT>\n"), sExpected);
+    EXPECT_EQ(FileLoadError("<ROOT>\n  <B>\xC3\xA9\xC3\xA9\xC3\xA9</C>\n</ROOT>\n"), sExpected);
+    // Three-byte characters and the byte-order mark of a UTF-8 file are one character or none.
+    EXPECT_EQ(FileLoadError("\xEF\xBB\xBF<ROOT>\n  <B>\xE2\x82\xAC\xE2\x82\xAC\xE2\x82\xAC</C>\n"
+                            "</ROOT>\n"),
+              sExpected);
+    // The same text in UTF-16 and in ISO-8859-1 is read as characters too.
+    EXPECT_EQ(FileLoadError(Utf16Le("<ROOT>\n  <B>\xC3\xA9\xC3\xA9\xC3\xA9</C>\n</ROOT>\n")),
+              sExpected);
+    EXPECT_EQ(FileLoadError("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n"
+                            "<ROOT>\n  <B>\xE9\xE9\xE9</C>\n</ROOT>\n"),
+              "{now} IniDoc Load Parse error: Start-end tags mismatch On Line: 3 At Position: 11");
+}
+
+TEST(LoadXDoc, ACharacterBeyondTheBmpTakesTwoPositionsAsInUtf16) {
+    EXPECT_EQ(FileLoadError("<ROOT>\n  <B>\xF0\x9F\x98\x80</C>\n</ROOT>\n"),
+              FileLoadError("<ROOT>\n  <B>ee</C>\n</ROOT>\n"));
+}
+
+TEST(LoadXDoc, CrLfAndALoneCrEndALine) {
+    EXPECT_EQ(FileLoadError("<ROOT>\r\n  <B>\xC3\xA9</C>\r\n</ROOT>\r\n"),
+              "{now} IniDoc Load Parse error: Start-end tags mismatch On Line: 2 At Position: 9");
+    EXPECT_EQ(FileLoadError("<ROOT>\r<A/>\r  <B>\xC3\xA9</C>\r</ROOT>\r"),
+              "{now} IniDoc Load Parse error: Start-end tags mismatch On Line: 3 At Position: 9");
+}
+
+TEST(LoadXDoc, AnInvalidCharacterIsPlacedInCharactersToo) {
+    EXPECT_EQ(FileLoadError("<ROOT>\n  <B>\xC3\xA9\xC3\xA9\x01</B>\n</ROOT>\n"),
+              "{now} IniDoc Load Parse error: Invalid character (code 1) in the document On "
+              "Line: 2 At Position: 8");
+}
+
+TEST(LoadXString, TheErrorPositionCountsCharactersNotBytes) {
+    const std::string sExpected =
+        "{now} String Load Parse error: Start-end tags mismatch On Line: 1 At Position: 16";
+    EXPECT_EQ(StringLoadError("<SETUP><B>eee</C></SETUP>"), sExpected);
+    EXPECT_EQ(StringLoadError("<SETUP><B>\xC3\xA9\xC3\xA9\xC3\xA9</C></SETUP>"), sExpected);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Paths that select an attribute
+
+TEST(Lookups, APathThatSelectsAnAttributeGivesItsValue) {
+    clsXMLIniData o;
+    std::string sErr;
+    ASSERT_TRUE(o.LoadXString(kSettings, sErr));
+    EXPECT_EQ(o.GetLabelUsePath("SECTION/DESC/@FIELD"), "desc");
+    EXPECT_EQ(o.GetLabelUsePath("SECTION/*[@POS]/@POS"), "7");
+    EXPECT_EQ(o.GetLabelUsePath("//@FIELD"), "f1");  // the first in document order
+    ASSERT_TRUE(o.SetCurNode("SECTION"));
+    EXPECT_EQ(o.GetLabelUseCurNode("ID/@FIELD"), "id");
+    EXPECT_EQ(o.GetLabelUseCurNode("*[@ORDER = 3]/@POS"), "9");
+    EXPECT_EQ(o.GetLabelUseCurNode("ID/@NOPE"), "");
+    // An attribute has no attributes of its own: an index asked for comes back empty.
+    std::string sIndex = "x";
+    EXPECT_EQ(o.GetLabelUseCurNode("ID/@FIELD", &sIndex, "POS"), "id");
+    EXPECT_EQ(sIndex, "");
+    sIndex = "x";
+    EXPECT_EQ(o.GetLabelUsePath("SECTION/ID/@FIELD", &sIndex, "POS"), "id");
+    EXPECT_EQ(sIndex, "");
+}
+
+TEST(SetCurNode, AnAttributeHasNoChildNodesSoItIsNoSection) {
+    clsXMLIniData o;
+    std::string sErr;
+    ASSERT_TRUE(o.LoadXString(kSettings, sErr));
+    ASSERT_TRUE(o.SetCurNode("SECTION"));
+    EXPECT_FALSE(o.SetCurNode("SECTION/ID/@FIELD"));
+    EXPECT_FALSE(o.CurNode());
+    EXPECT_EQ(o.CurNodeChildNumber(), 0);
+    EXPECT_EQ(o.GetLabelUseCurNode("ID"), "");  // the section chosen before is gone
+    EXPECT_EQ(o.GetLabelUsePathByID("SECTION/ID/@FIELD", 1), "");
+}
+
+// ---------------------------------------------------------------------------------------------
+// Namespaces
+
+TEST(Lookups, ElementsInADefaultNamespaceAreFoundByTheirNames) {
+    clsXMLIniData o;
+    std::string sErr;
+    ASSERT_TRUE(
+        o.LoadXString("<ROOT xmlns=\"urn:example:settings\"><SECTION>"
+                      "<ID ORDER=\"1\" FIELD=\"id\">Identifier</ID></SECTION></ROOT>",
+                      sErr));
+    ASSERT_TRUE(o.SetCurNode("SECTION"));
+    EXPECT_EQ(o.GetLabelUseCurNodeByID(1), "Identifier");
+    EXPECT_EQ(o.GetFieldNameUseCurNodeByID(1), "id");
+    EXPECT_EQ(o.GetLabelUsePath("//ID"), "Identifier");
+}

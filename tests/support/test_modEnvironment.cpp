@@ -111,9 +111,9 @@ TEST_F(DirTest, WithoutAnyDataFolderTheExportDirIsTheProgramFolder) {
     TempDir user, all;
     ScopedEnv env("APPDATA", user.Str());
     ScopedEnv env2("ALLUSERSPROFILE", all.Str());
-    // No Korvane anywhere and no Release folder three levels up: the root is empty.
-    if (fs::exists(GetProgramDir() + "/../../../Release"))
-        GTEST_SKIP() << "a Release folder exists";
+    // No Korvane anywhere and no Release folder beside the program folder's parent: the root
+    // is empty.
+    if (!GetReleaseFallback(GetProgramDir()).empty()) GTEST_SKIP() << "a Release folder exists";
     EXPECT_EQ(GetAppDataRoot(), "/");
     EXPECT_EQ(GetDir("ORV_EXPORT_DIR"), GetProgramDir() + "/");
     EXPECT_EQ(GetDir("ORV_EXPORT_TEMP_DIR"), GetProgramDir() + "/Temp/");
@@ -164,4 +164,33 @@ TEST(FolderHelpers, FolderPathAndCopy) {
     EXPECT_EQ(GetFolderPath(tmp.Str() + "/a/b/.."), fs::canonical(tmp.Path() / "a").string());
     EXPECT_TRUE(CopyFolder((tmp.Path() / "a").string(), (tmp.Path() / "c").string()));
     EXPECT_EQ(testutil::ReadFile((tmp.Path() / "c" / "b" / "f.txt").string()), "1");
+}
+
+TEST(ResolvePathText, StepsDotsAndSeparatorsAreResolvedInText) {
+    // The program folder immediately followed by the release fallback's relative part.
+    EXPECT_EQ(ResolvePathText("/opt/orv/bin../../../Release"), "/opt/Release");
+    EXPECT_EQ(ResolvePathText("/opt/orv/bin/../Release"), "/opt/orv/Release");
+    EXPECT_EQ(ResolvePathText("/opt//orv/./bin/"), "/opt/orv/bin");
+    EXPECT_EQ(ResolvePathText("/opt/orv.../bin."), "/opt/orv/bin");   // trailing dots dropped
+    EXPECT_EQ(ResolvePathText("/a/../../../Release"), "/Release");    // never above the root
+    EXPECT_EQ(ResolvePathText("/..../x"), "/x");                      // a name of dots only
+    EXPECT_EQ(ResolvePathText("bin../../../Release"), "../Release");  // a relative start
+    EXPECT_EQ(ResolvePathText("a/.."), ".");
+    EXPECT_EQ(ResolvePathText("/"), "/");
+}
+
+TEST(ReleaseFallback, IsTheProgramFoldersGrandparentPlusRelease) {
+    TempDir tmp;
+    const fs::path pProgram = tmp.Path() / "orv" / "bin";
+    fs::create_directories(pProgram);
+    // Nothing there yet: empty.
+    EXPECT_EQ(GetReleaseFallback(pProgram.string()), "");
+    // The parent's Release folder is not the one.
+    fs::create_directories(tmp.Path() / "orv" / "Release");
+    EXPECT_EQ(GetReleaseFallback(pProgram.string()), "");
+    // The grandparent's is, found without a folder named "bin.." anywhere.
+    fs::create_directories(tmp.Path() / "Release");
+    EXPECT_EQ(GetReleaseFallback(pProgram.string()),
+              fs::canonical(tmp.Path() / "Release").string());
+    EXPECT_FALSE(fs::exists(tmp.Path() / "orv" / "bin.."));
 }

@@ -13,11 +13,18 @@ std::string San(const std::string& s) {
 
 }  // namespace
 
-TEST_F(LinksTest, SanitiserKeepsDigitsLettersAndTheCharactersBetweenZAndA) {
+TEST_F(LinksTest, SanitiserKeepsDigitsLettersUnderscoreAndBackslash) {
     EXPECT_EQ(San(""), "");
     EXPECT_EQ(San("AbcXYZ019"), "AbcXYZ019");
     EXPECT_EQ(San("A_B"), "A_B");
-    EXPECT_EQ(San("[x]^\\`"), "[x]^\\`");
+    EXPECT_EQ(San("a\\b"), "a\\b");
+}
+
+// "[", "]", "^" and the back-quote lie between "Z" and "a", but a defined name may not hold them.
+TEST_F(LinksTest, SanitiserWritesCharactersNoNameMayHoldAsTheirCode) {
+    EXPECT_EQ(San("[x]"), "_91x_93");
+    EXPECT_EQ(San("^`"), "_94_96");
+    EXPECT_EQ(San("A[1]"), "A_911_93");
 }
 
 TEST_F(LinksTest, SanitiserWritesEveryOtherCharacterAsItsCode) {
@@ -69,9 +76,25 @@ TEST_F(LinksTest, EqualMiddlePartsStayDistinctThroughTheIndex) {
     EXPECT_EQ(bld->GetItemHyperlinkName(1), "ID_A_B_C_1");
 }
 
-TEST_F(LinksTest, AnchorNamesWithKeptPunctuation) {
+TEST_F(LinksTest, AnchorNamesWithBracketsCaretAndBackQuote) {
     M().XItems = {XItem(0, Head("[x]", "", "^`\\"))};
-    EXPECT_EQ(bld->GetItemHyperlinkName(0), "ID_[x]_^`\\_0");
+    EXPECT_EQ(bld->GetItemHyperlinkName(0), "ID__91x_93__94_96\\_0");
+}
+
+// Every object keeps its block and its link, whatever characters its identifier holds.
+TEST_F(LinksTest, PartNumbersWithBracketsKeepTheirBlocksAndLinks) {
+    M().XItems = {XItem(0, Head("A[1]", "", "^`")), XItem(0, Head("B 2", "", "]"))};
+    M().ObjCount = 1;
+    long nRow = 10;
+    bld->FillItemsDetail(nRow);
+    EXPECT_TRUE(bld->FillHyperlinkStruct());
+    ASSERT_EQ(S().Names().Items().size(), 2u);
+    EXPECT_EQ(S().Names().Items()[0].sName, "ID_A_911_93__94_96_0");
+    EXPECT_EQ(S().Names().Items()[1].sName, "ID_B_322__93_1");
+    ASSERT_EQ(S().Hyperlinks().Items().size(), 2u);
+    EXPECT_EQ(S().Hyperlinks().Items()[0].sSubAddress, S().Names().Items()[0].sName);
+    EXPECT_EQ(S().Hyperlinks().Items()[1].sSubAddress, S().Names().Items()[1].sName);
+    EXPECT_TRUE(LogLines().empty());
 }
 
 TEST_F(LinksTest, AnIndexOutsideTheArrayGivesAnEmptyNameAndALogLine) {
@@ -178,7 +201,8 @@ TEST_F(LinksTest, AnchorNamesOfOrdinaryIdentifiersAreAcceptedAsDefinedNames) {
 // in a defined name: that object's block is not written (the failure is logged) and the blocks
 // of the other objects are not affected.
 TEST_F(LinksTest, AnAnchorNameTheSpreadsheetRefusesCostsOnlyThatBlock) {
-    M().XItems = {XItem(0, Head("[1]", "", "A")), XItem(0, Head("P", "", "A"))};
+    // Past 255 characters no name is valid.
+    M().XItems = {XItem(0, Head(std::string(300, 'L'), "", "A")), XItem(0, Head("P", "", "A"))};
     M().ObjCount = 1;
     long nRow = 10;
     bld->FillItemsDetail(nRow);

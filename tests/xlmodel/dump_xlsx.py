@@ -4,7 +4,8 @@
 Usage: dump_xlsx.py FILE
 
 For every sheet: the cells (value, type and format), merged ranges, row heights and row formats,
-column widths and formats, hyperlinks, print titles, print area, footer and orientation; every
+column widths and formats, hyperlinks, print titles, print area, footer, orientation, the
+fit-to-page set-up, the dimension and the rows whose height is stored as set; every
 cell record of the sheet's XML with its format ("raw": openpyxl keeps only the top-left cell of a
 merged area); for the workbook: the defined names with the sheet they are local to, and the
 number of distinct cell formats.
@@ -140,6 +141,9 @@ def dump_sheet(ws):
                 }
             )
     footer = ws.oddFooter
+    xml = ws.parent._orv_archive.read(ws.parent._orv_sheet_paths[ws.title]).decode("utf-8")
+    dimension = re.search(r'<dimension ref="([^"]+)"', xml)
+    pr = ws.sheet_properties.pageSetUpPr
     return {
         "title": ws.title,
         "cells": cells,
@@ -151,6 +155,13 @@ def dump_sheet(ws):
         "print_area": ws.print_area,
         "footer_center": footer.center.text if footer is not None and footer.center else None,
         "orientation": ws.page_setup.orientation,
+        "dimension": dimension.group(1) if dimension else None,
+        "fit_to_page": bool(pr is not None and pr.fitToPage),
+        "fit_to_width": ws.page_setup.fitToWidth,
+        "fit_to_height": ws.page_setup.fitToHeight,
+        "scale": ws.page_setup.scale,
+        "custom_heights": sorted(int(m.group(1)) for m in re.finditer(
+            r'<row r="([0-9]+)"[^>]*customHeight="1"', xml)),
     }
 
 
@@ -159,6 +170,9 @@ def main():
     with open(sys.argv[1], "rb") as f:
         wb = openpyxl.load_workbook(f)
     archive = zipfile.ZipFile(sys.argv[1])
+    wb._orv_archive = archive
+    wb._orv_sheet_paths = {ws.title: "xl/worksheets/sheet%d.xml" % (i + 1)
+                           for i, ws in enumerate(wb.worksheets)}
     names = []
     for dn in wb.defined_names.definedName:
         names.append({"name": dn.name, "local_sheet": dn.localSheetId, "refers_to": dn.attr_text})

@@ -1,0 +1,181 @@
+// Row heights fitted to the text of their cells (see xlRowFit.h).
+#include "xl/xlRowFit.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "support/modConst.h"
+#include "xl/xlFontMetrics.h"
+
+namespace xl::detail {
+
+namespace fm = xl::fontmetrics;
+using modConst::xlMaxColumns;
+
+namespace {
+
+// The padding the application adds to a column's character width, in pixels; a cell's text has
+// the rest.
+constexpr int kColumnPadding = 5;
+constexpr double kMaxRowHeight = 409;
+
+// Advance width, in font units, of code point c in a face.
+int Advance(int nFace, char32_t c) {
+    if (c >= 0x20 && c < 0x7F) return fm::kWidths[nFace][c - 0x20];
+    if (c == 0xA0) c = U' ';  // no-break space: as wide as a space
+    const fm::Run* pEnd = fm::kRuns + sizeof fm::kRuns / sizeof fm::kRuns[0];
+    const fm::Run* p = std::upper_bound(fm::kRuns, pEnd, static_cast<uint32_t>(c),
+                                        [](uint32_t v, const fm::Run& r) { return v < r.lFirst; });
+    if (p == fm::kRuns) return fm::kFallbackWidth;
+    --p;
+    if (c - p->lFirst >= p->nCount) return fm::kFallbackWidth;
+    return fm::kWidths[nFace][p->nIndex + (c - p->lFirst)];
+}
+
+// The font's size in whole pixels on a 96-dpi screen.
+int PixelSize(double dSize) {
+    return std::max(1, static_cast<int>(std::lround(dSize * 96.0 / 72.0)));
+}
+
+// Decodes the UTF-8 sequence at s[i] and advances i past it; a stray byte stands for itself.
+char32_t NextChar(std::string_view s, size_t& i) {
+    const unsigned char c0 = static_cast<unsigned char>(s[i]);
+    if (c0 < 0x80) {
+        ++i;
+        return c0;
+    }
+    int n = c0 >= 0xF0 ? 3 : c0 >= 0xE0 ? 2 : c0 >= 0xC0 ? 1 : 0;
+    char32_t cp = n == 3 ? (c0 & 0x07) : n == 2 ? (c0 & 0x0F) : (c0 & 0x1F);
+    ++i;
+    for (; n > 0 && i < s.size(); --n, ++i) {
+        const unsigned char b = static_cast<unsigned char>(s[i]);
+        if ((b & 0xC0) != 0x80) break;
+        cp = (cp << 6) | (b & 0x3F);
+    }
+    return cp;
+}
+
+}  // namespace
+
+int ColumnPixels(float fWidth) {
+    if (fWidth < 0) return 64;  // the standard width, 8.43 characters
+    if (fWidth == 0) return 0;
+    return static_cast<int>(fWidth * 7.0 + 0.5) + kColumnPadding;
+}
+
+double LinesHeight(long nLines, double dSize) {
+    const double dLinePx =
+        static_cast<double>(fm::kWinAscent + fm::kWinDescent) * PixelSize(dSize) / fm::kUnitsPerEm;
+    const double dPx = std::ceil(static_cast<double>(nLines) * dLinePx + 1.0 - 1e-9);
+    return std::min(dPx * 0.75, kMaxRowHeight);
+}
+
+long TextLines(std::string_view sText, int nFace, double dSize, long lAvailPx, bool bWrap) {
+    if (!bWrap) return 1;
+    const int64_t nPpem = PixelSize(dSize);
+    const int64_t lAvail = std::max<int64_t>(lAvailPx, 1);
+    // Widest ASCII character of the font is narrower than one em: a text that short fits.
+    if (static_cast<int64_t>(sText.size()) * nPpem <= lAvail &&
+        sText.find('\n') == std::string_view::npos) {
+        return 1;
+    }
+    long nLines = 1;
+    int64_t x = 0;        // pixels of the current line so far
+    int64_t xBreak = -1;  // pixels up to the last place the line may break, -1: none
+    for (size_t i = 0; i < sText.size();) {
+        const char32_t c = NextChar(sText, i);
+        if (c == U'\n') {
+            ++nLines;
+            x = 0;
+            xBreak = -1;
+            continue;
+        }
+        if (c == U'\r') continue;
+        const int64_t w = (Advance(nFace, c) * nPpem + fm::kUnitsPerEm / 2) / fm::kUnitsPerEm;
+        if (c == U' ') {
+            // Spaces may run past the edge; the line may break after them.
+            x += w;
+            xBreak = x;
+            continue;
+        }
+        while (x > 0 && x + w > lAvail) {
+            ++nLines;
+            if (xBreak > 0) {
+                x -= xBreak;  // the word since the last break moves down
+                xBreak = -1;
+            } else {
+                x = 0;  // a word longer than a line breaks where it reaches the edge
+            }
+        }
+        x += w;
+        if (c == U'-' || c == U'/' || c == U'\\') xBreak = x;
+    }
+    return nLines;
+}
+
+RowFitter::RowFitter(const xlWorksheet::Impl& d) : d_(d) {
+    arrColLeft_.resize(static_cast<size_t>(xlMaxColumns) + 2, 0);
+    for (long c = 1; c <= xlMaxColumns; ++c) {
+        arrColLeft_[c + 1] = arrColLeft_[c] + ColumnPixels(d_.arrColWidth[c]);
+    }
+}
+
+const RowFitter::StyleFacts& RowFitter::Facts(uint32_t lStyle) const {
+    if (arrFacts_.size() <= lStyle) {
+        arrFacts_.resize(d_.pStyles->Count());
+        arrKnown_.resize(d_.pStyles->Count(), 0);
+    }
+    StyleFacts& f = arrFacts_[lStyle];
+    if (!arrKnown_[lStyle]) {
+        const xlStyle& s = d_.pStyles->Get(lStyle);
+        f.nFace = static_cast<uint8_t>((s.bBold ? fm::kBold : fm::kRegular) +
+                                       (s.bItalic ? fm::kItalic : fm::kRegular));
+        f.bWrap = s.bWrapText;
+        f.dSize = s.dFontSize;
+        arrKnown_[lStyle] = 1;
+    }
+    return f;
+}
+
+long RowFitter::AvailablePixels(long c1, long c2) const {
+    const int64_t w = arrColLeft_[c2 + 1] - arrColLeft_[c1];
+    return static_cast<long>(std::max<int64_t>(w - kColumnPadding, 1));
+}
+
+double RowFitter::Fit(long lRow) const {
+    const Row* pRow = d_.FindRow(lRow);
+    if (!pRow) return 0;
+    const std::vector<uint32_t>* pMerged = static_cast<size_t>(lRow) <= d_.arrMergedRows.size()
+                                               ? &d_.arrMergedRows[lRow - 1]
+                                               : nullptr;
+    double dNeed = 0;
+    for (const Cell& c : pRow->arrCells) {
+        if (c.eType == kEmpty) continue;
+        long c1 = c.nCol, c2 = c.nCol;
+        bool bSkip = false;
+        if (pMerged) {
+            for (uint32_t k : *pMerged) {
+                const auto& a = d_.arrMerged[k];
+                if (c.nCol < a[1] || c.nCol > a[3]) continue;
+                // Hidden under a merged area, or in one that spans rows: not fitted.
+                if (c.nCol != a[1] || a[0] != lRow || a[2] != lRow) {
+                    bSkip = true;
+                } else {
+                    c2 = a[3];
+                }
+                break;
+            }
+        }
+        if (bSkip) continue;
+        const StyleFacts& f = Facts(c.lStyle);
+        long nLines = 1;
+        if (c.eType == kText && f.bWrap) {
+            nLines = TextLines(d_.oText.Get(c.lPayload), f.nFace, f.dSize, AvailablePixels(c1, c2),
+                               true);
+        }
+        dNeed = std::max(dNeed, LinesHeight(nLines, f.dSize));
+    }
+    return dNeed > d_.dDefaultRowHeight ? dNeed : 0;
+}
+
+}  // namespace xl::detail

@@ -1,9 +1,12 @@
-/* orvExportExcel: the C entry point, for hosts in any language.
- * Takes the same four UTF-8 strings as ParseMain (data XML path, settings XML path, setup XML
- * text, workbook extension) and returns -1 (True) when the workbook was written, 0 (False)
- * otherwise. Failures are written to the log file "ExportExcel.log". */
+/* orvExportExcel: the C entry points, for hosts in any language.
+ * orvExportExcel_ParseMain takes the same four UTF-8 strings as ParseMain (data XML path,
+ * settings XML path, setup XML text, workbook extension) and returns -1 (True) when the workbook
+ * was written, 0 (False) otherwise. Failures are written to the log file "ExportExcel.log".
+ * orvExportExcel_CheckSettings runs the settings check (orvSettingsCheck.h). */
 #ifndef ORV_EXPORT_EXCEL_H
 #define ORV_EXPORT_EXCEL_H
+
+#include <stddef.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -11,6 +14,14 @@ extern "C" {
 
 int orvExportExcel_ParseMain(const char* sXFullPath, const char* sXIniFullPath,
                              const char* sSetupXString, const char* sExtension);
+
+/* Checks a settings file (a setup XML text, or NULL or "" for every export kind and mode) and
+ * returns 0 (nothing falls back or is unused), 1 (findings) or 2 (the settings or the setup
+ * cannot be read). The report, as text (bJson 0) or JSON (bJson not 0), is copied into sReport
+ * (lSize bytes, always ended with a NUL, cut short when it does not fit); *lNeeded, when not
+ * NULL, receives the size the whole report needs, its NUL included. Writes no file. */
+int orvExportExcel_CheckSettings(const char* sXIniFullPath, const char* sSetupXString, int bJson,
+                                 char* sReport, size_t lSize, size_t* lNeeded);
 
 #ifdef __cplusplus
 }

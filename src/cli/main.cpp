@@ -9,8 +9,11 @@
 #include <fstream>
 #include <iostream>
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include "iclsExportExcel.h"
+#include "orvSettingsCheck.h"
 #include "support/clsComponentRegistry.h"
 
 namespace {
@@ -92,6 +95,34 @@ bool ReadSetup(const std::string& sSetup, std::string& sXml, std::string& sError
     return true;
 }
 
+const char* const kUsage =
+    "Usage: orv-export-excel [OPTIONS] DATA_XML SETTINGS_XML SETUP [EXTENSION]\n"
+    "       orv-export-excel --check-settings SETTINGS_XML [SETUP] [--format text|json]\n"
+    "Try 'orv-export-excel --help' for more information.\n";
+
+int UsageError(const std::string& sWhat) {
+    std::cerr << "orv-export-excel: " << sWhat << "\n" << kUsage;
+    return 2;
+}
+
+// --check-settings: the report on standard output; 0 nothing found, 1 findings, 2 the settings
+// or the setup cannot be read.
+int RunSettingsCheck(const std::vector<std::string>& arrArgs, bool bJson) {
+    std::string sSetupXml, sError;
+    if (arrArgs.size() > 1 && !ReadSetup(arrArgs[1], sSetupXml, sError)) {
+        std::cerr << "orv-export-excel: " << sError << "\n";
+        return 2;
+    }
+    const clsSettingsCheckResult r = CheckSettings(arrArgs[0], sSetupXml);
+    if (r.iStatus == 2) std::cerr << "orv-export-excel: " << r.sError << "\n";
+    if (bJson) {
+        std::cout << FormatSettingsCheckJson(r) << std::flush;
+    } else if (r.iStatus != 2) {
+        std::cout << FormatSettingsCheckText(r) << std::flush;
+    }
+    return r.iStatus;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -106,15 +137,29 @@ int main(int argc, char** argv) {
     std::string sData, sSettings, sSetup, sExtension;
     std::string sGrouping = "ranges";
     bool bQuiet = false;
-    app.add_option("DATA_XML", sData, "The export data XML file")->required();
-    app.add_option("SETTINGS_XML", sSettings, "The settings XML file")->required();
-    app.add_option("SETUP", sSetup,
-                   "The setup XML text (when it starts with '<') or a file holding it")
-        ->required();
-    app.add_option("EXTENSION", sExtension,
-                   "Extension of the workbook file, with its dot (default .xls: an Excel "
-                   "97-2003 workbook; any other extension, .xlsx included, gives an Office Open "
-                   "XML workbook)");
+    std::vector<std::string> arrCheck;
+    std::string sFormat = "text";
+    // DATA_XML, SETTINGS_XML and SETUP are required for an export, not for the settings check.
+    CLI::Option* optData = app.add_option("DATA_XML", sData, "The export data XML file");
+    CLI::Option* optSettings = app.add_option("SETTINGS_XML", sSettings, "The settings XML file");
+    CLI::Option* optSetup = app.add_option(
+        "SETUP", sSetup, "The setup XML text (when it starts with '<') or a file holding it");
+    CLI::Option* optExtension =
+        app.add_option("EXTENSION", sExtension,
+                       "Extension of the workbook file, with its dot (default .xls: an Excel "
+                       "97-2003 workbook; any other extension, .xlsx included, gives an Office "
+                       "Open XML workbook)");
+    CLI::Option* optCheck =
+        app.add_option("--check-settings", arrCheck,
+                       "Check a settings file instead of exporting (no data file needed): every "
+                       "label the export reads, where it is looked up and what it falls back "
+                       "to, and the elements no export reads. With SETUP, the export kind and "
+                       "mode it names; without, all of them")
+            ->expected(1, 2)
+            ->type_name("SETTINGS_XML [SETUP]");
+    app.add_option("--format", sFormat, "Report format of --check-settings: 'text' or 'json'")
+        ->check(CLI::IsMember({"text", "json"}))
+        ->needs(optCheck);
     app.add_option("--refdes-grouping", sGrouping,
                    "How reference designators are grouped: 'ranges' (R1-R3) or 'none'")
         ->check(CLI::IsMember({"ranges", "none"}));
@@ -124,7 +169,9 @@ int main(int argc, char** argv) {
         "Exit status: 0 when the workbook was written, 1 when the export failed (see the log "
         "lines) or the workbook could not be saved (a last line says why), 2 for a usage error "
         "or an unreadable setup file, 130 or 143 when SIGINT or SIGTERM stopped it (nothing is "
-        "written then).");
+        "written then).\n"
+        "With --check-settings: 0 when no label falls back and nothing is unused, 1 when the "
+        "check found something, 2 when the settings or the setup cannot be read.");
 
     try {
         app.parse(argc, argv);
@@ -133,10 +180,17 @@ int main(int argc, char** argv) {
     } catch (const CLI::CallForVersion& e) {
         return app.exit(e);
     } catch (const CLI::ParseError& e) {
-        std::cerr << "orv-export-excel: " << e.what() << "\n"
-                  << "Usage: orv-export-excel [OPTIONS] DATA_XML SETTINGS_XML SETUP [EXTENSION]\n"
-                  << "Try 'orv-export-excel --help' for more information.\n";
-        return 2;
+        return UsageError(e.what());
+    }
+
+    if (optCheck->count() > 0) {
+        for (const CLI::Option* opt : {optData, optSettings, optSetup, optExtension}) {
+            if (opt->count() > 0) return UsageError("--check-settings takes no " + opt->get_name());
+        }
+        return RunSettingsCheck(arrCheck, sFormat == "json");
+    }
+    for (const CLI::Option* opt : {optData, optSettings, optSetup}) {
+        if (opt->count() == 0) return UsageError(opt->get_name() + " is required");
     }
 
     std::string sSetupXml, sError;

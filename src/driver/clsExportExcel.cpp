@@ -25,6 +25,21 @@ bool FileMatches(const std::string& sPath) {
     return !sPath.empty() && fs::is_regular_file(fs::path(sPath), ec);
 }
 
+// True when two paths name the same file: the same file when both exist (hard links included),
+// else the same absolute path once "." and ".." and the links of the folders are resolved.
+bool SameFile(const std::string& sA, const std::string& sB) {
+    if (sA.empty() || sB.empty()) return false;
+    std::error_code ec;
+    if (fs::exists(sA, ec) && fs::exists(sB, ec)) {
+        const bool bSame = fs::equivalent(sA, sB, ec);
+        if (!ec) return bSame;
+    }
+    std::error_code ecA, ecB;
+    const fs::path a = fs::weakly_canonical(fs::absolute(sA, ecA), ecA);
+    const fs::path b = fs::weakly_canonical(fs::absolute(sB, ecB), ecB);
+    return !ecA && !ecB && a == b;
+}
+
 }  // namespace
 
 clsExportExcel::clsExportExcel() = default;
@@ -139,6 +154,7 @@ bool clsExportExcel::GetIniXML(const std::string& sXIniFullPath) {
             WriteLog(ctx_, "INI FILE " + sXIniFullPath + " WAS NOT FOUND", "", -1, false);
             return false;
         }
+        sXIniFullPath_ = sXIniFullPath;
         ctx_.IniData = std::make_unique<clsXMLIniData>();
         std::string sErrMsg;
         bool bLoaded = ctx_.IniData->LoadXDoc(sXIniFullPath, sErrMsg);
@@ -176,9 +192,29 @@ std::string clsExportExcel::OutputPath(clsExportContext& ctx, const std::string&
     return sXFullPath.substr(0, lDot) + sExt;
 }
 
+std::string clsExportExcel::InputNamedBy(const std::string& sOutputPath,
+                                         const std::string& sXFullPath,
+                                         const std::string& sXIniFullPath,
+                                         const std::string& sLogFilePath) {
+    if (SameFile(sOutputPath, sXFullPath)) return "data file";
+    if (SameFile(sOutputPath, sXIniFullPath)) return "settings file";
+    if (SameFile(sOutputPath, sLogFilePath)) return "log file";
+    return std::string();
+}
+
 bool clsExportExcel::BuildExcel(const std::string& sXFullPath, const std::string& sExtension) {
     return TrapRun(ctx_, "clsExportExcel", "BuildExcel", false, [&] {
         std::string sOutputPath = OutputPath(ctx_, sXFullPath, sExtension);
+        // The workbook never takes the place of a file the export reads or writes.
+        const std::string sInput =
+            InputNamedBy(sOutputPath, sXFullPath, sXIniFullPath_, ctx_.LogFilePath);
+        if (!sInput.empty()) {
+            WriteLog(ctx_,
+                     "The workbook path " + sOutputPath + " names the " + sInput +
+                         " of the export: nothing was deleted or written.",
+                     "", -1, false);
+            return false;
+        }
         if (FileMatches(sOutputPath)) {
             std::error_code ec;
             if (!fs::remove(sOutputPath, ec) || ec) RaiseError(modConst::errPermissionDenied);

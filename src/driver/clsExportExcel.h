@@ -40,6 +40,11 @@ public:
     // folder, else the data file's path with its extension replaced.
     static std::string OutputPath(clsExportContext& ctx, const std::string& sXFullPath,
                                   const std::string& sExtension);
+    // Which file of the export the output path names ("data file", "settings file", "log
+    // file"), after resolving the folders and links of both; "" when none.
+    static std::string InputNamedBy(const std::string& sOutputPath, const std::string& sXFullPath,
+                                    const std::string& sXIniFullPath,
+                                    const std::string& sLogFilePath);
 
     // Caption and label tables (defined in clsExportExcelCaptions.cpp).
     static bool FillExcellCap(clsExportContext& ctx, const std::string& sSetupXString);
@@ -55,5 +60,6 @@ public:
 private:
     clsExportContext ctx_;
     std::string sLastWorkbookPath_;
+    std::string sXIniFullPath_;  // the settings file of the call, set by GetIniXML
     clsWorkbookState oWorkbookState_;
 };

@@ -143,7 +143,7 @@ bool clsExportExcel::FillAttrLabelArray(clsExportContext& ctx, clsVarTable& arr,
         for (long i = 0; i <= lCount; ++i) {
             pugi::xml_node oNode = oList[static_cast<size_t>(arrOrder[i][0])].node();
             arr.Item(0, i) = clsXMLIniData::NodeText(oNode);
-            arr.Item(1, i) = oNode.attribute("FIELD").value();
+            arr.Item(1, i) = ctx.IniData->GetAttrValue(oNode, "FIELD");
         }
         return true;
     });
@@ -161,9 +161,9 @@ bool clsExportExcel::GetAdditionalTags(clsExportContext& ctx, const std::string&
         tbl.ReDim(2, lCount);
         for (long i = 0; i <= lCount; ++i) {
             pugi::xml_node oNode = oList[static_cast<size_t>(arrOrder[i][0])].node();
-            tbl.Item(0, i) = oNode.attribute("FIELD").value();
+            tbl.Item(0, i) = ctx.IniData->GetAttrValue(oNode, "FIELD");
             tbl.Item(1, i) = clsXMLIniData::NodeText(oNode);
-            tbl.Item(2, i) = oNode.attribute("OWNER").value();
+            tbl.Item(2, i) = ctx.IniData->GetAttrValue(oNode, "OWNER");
         }
         return true;
     });

@@ -11,6 +11,7 @@
 #include <sstream>
 #include <string_view>
 
+#include "settings/clsLookupRecorder.h"
 #include "support/modResources.h"
 
 clsXMLIniData::clsXMLIniData() = default;
@@ -374,6 +375,8 @@ bool clsXMLIniData::SetCurNode(const std::string& sNodePath) {
         // selects one leaves no current node, as a path that selects nothing does.
         pugi::xpath_node oFound = SelectFirst(DocumentElement(), sNodePath);
         oCurNode_ = oFound.node();
+        if (pRecorder_)
+            pRecorder_->OnSection(sNodePath, oCurNode_, static_cast<bool>(oCurNode_.first_child()));
         if (!oCurNode_) return false;
         if (!oCurNode_.first_child()) {
             oCurNode_ = pugi::xml_node();
@@ -382,6 +385,7 @@ bool clsXMLIniData::SetCurNode(const std::string& sNodePath) {
         return true;
     } catch (...) {
         oCurNode_ = pugi::xml_node();
+        if (pRecorder_) pRecorder_->OnSection(sNodePath, pugi::xml_node(), false);
         return false;
     }
 }
@@ -396,6 +400,11 @@ long clsXMLIniData::CurNodeChildNumber() const {
 
 namespace {
 
+// The element a lookup found: the attribute's element when the path selected an attribute.
+pugi::xml_node MatchedElement(const pugi::xpath_node& oMatch) {
+    return oMatch.attribute() ? oMatch.parent() : oMatch.node();
+}
+
 // An attribute that a path selected has no attributes of its own: the index becomes empty.
 void ReplaceIndex(const pugi::xpath_node& oMatch, std::string* sIndex,
                   const std::string& sIndAttr) {
@@ -409,18 +418,28 @@ void ReplaceIndex(const pugi::xpath_node& oMatch, std::string* sIndex,
 std::string clsXMLIniData::GetLabelUseCurNode(const std::string& lblCap, std::string* sIndex,
                                               const std::string& sIndAttr) {
     try {
-        if (!oCurNode_) return std::string();
+        if (!oCurNode_) {
+            // Without a current node nothing is selected (and the expression is not compiled).
+            if (pRecorder_) pRecorder_->OnLabel(lblCap, true, oCurNode_, pugi::xml_node(), "");
+            return std::string();
+        }
         pugi::xpath_node oMatch = SelectFirst(oCurNode_, lblCap);
         ReplaceIndex(oMatch, sIndex, sIndAttr);
-        return NodeText(oMatch);
+        std::string sText = NodeText(oMatch);
+        if (pRecorder_) pRecorder_->OnLabel(lblCap, true, oCurNode_, MatchedElement(oMatch), sText);
+        return sText;
     } catch (...) {
         return std::string();
     }
 }
 
+std::string clsXMLIniData::OrderExpression(long lInd) {
+    return "*[@ORDER = " + std::to_string(lInd) + "]";
+}
+
 std::string clsXMLIniData::GetLabelUseCurNodeByID(long lInd, std::string* sIndex,
                                                   const std::string& sIndAttr) {
-    return GetLabelUseCurNode("*[@ORDER = " + std::to_string(lInd) + "]", sIndex, sIndAttr);
+    return GetLabelUseCurNode(OrderExpression(lInd), sIndex, sIndAttr);
 }
 
 std::string clsXMLIniData::GetLabelUsePath(const std::string& sLblCapPath, std::string* sIndex,
@@ -428,7 +447,10 @@ std::string clsXMLIniData::GetLabelUsePath(const std::string& sLblCapPath, std::
     try {
         pugi::xpath_node oMatch = SelectFirst(DocumentElement(), sLblCapPath);
         ReplaceIndex(oMatch, sIndex, sIndAttr);
-        return NodeText(oMatch);
+        std::string sText = NodeText(oMatch);
+        if (pRecorder_)
+            pRecorder_->OnLabel(sLblCapPath, false, DocumentElement(), MatchedElement(oMatch), sText);
+        return sText;
     } catch (...) {
         return std::string();
     }
@@ -442,11 +464,12 @@ std::string clsXMLIniData::GetLabelUsePathByID(const std::string& sParentPath, l
 
 std::string clsXMLIniData::GetFieldNameUseCurNodeByID(long lInd, const std::string& sAlterName) {
     try {
-        if (!oCurNode_) return sAlterName;
-        pugi::xml_node oMatch =
-            SelectFirst(oCurNode_, "*[@ORDER = " + std::to_string(lInd) + "]").node();
-        if (!oMatch) return sAlterName;
-        return oMatch.attribute("FIELD").value();
+        const std::string sExpression = OrderExpression(lInd);
+        pugi::xml_node oMatch;
+        if (oCurNode_) oMatch = SelectFirst(oCurNode_, sExpression).node();
+        std::string sField = oMatch ? oMatch.attribute("FIELD").value() : sAlterName;
+        if (pRecorder_) pRecorder_->OnField(sExpression, oCurNode_, oMatch, sField);
+        return sField;
     } catch (...) {
         return sAlterName;
     }
@@ -492,8 +515,9 @@ std::string clsXMLIniData::GetNodeNameUsePathByLabel(const std::string& sParentP
 
 std::string clsXMLIniData::GetAttrValue(const pugi::xml_node& oElement,
                                         const std::string& attrName) {
-    if (!oElement) return std::string();
-    return oElement.attribute(attrName.c_str()).value();
+    std::string sValue = oElement ? oElement.attribute(attrName.c_str()).value() : "";
+    if (pRecorder_) pRecorder_->OnAttribute(oElement, attrName, sValue);
+    return sValue;
 }
 
 long clsXMLIniData::GetAttrRows(const std::string& sAttrXPath, const std::string& sVisib,
@@ -530,6 +554,13 @@ long ToLong(const char* s) {
 
 pugi::xpath_node_set clsXMLIniData::GetOrderedAttrList(const std::string& sAttrPath,
                                                        long& lAttrCount, clsOrderArray& arrOrder) {
+    pugi::xpath_node_set oList = SelectOrderedList(sAttrPath, lAttrCount, arrOrder);
+    if (pRecorder_) pRecorder_->OnList(sAttrPath, oCurNode_, oList);
+    return oList;
+}
+
+pugi::xpath_node_set clsXMLIniData::SelectOrderedList(const std::string& sAttrPath,
+                                                      long& lAttrCount, clsOrderArray& arrOrder) {
     lAttrCount = -1;
     try {
         if (!SetCurNode(sAttrPath)) return pugi::xpath_node_set();

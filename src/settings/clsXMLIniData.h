@@ -12,6 +12,8 @@
 
 #include "support/iclsLabelSource.h"
 
+class clsLookupRecorder;
+
 // The order array of GetOrderedAttrList: entry i holds (0) the node's place in the returned list
 // and (1) its ORDER value; arrOrder[i][0] is element (0, i).
 using clsOrderArray = std::vector<std::array<long, 2>>;
@@ -57,6 +59,13 @@ public:
         return oDoc_ ? oDoc_->document_element() : pugi::xml_node();
     }
 
+    // Records every lookup from now on (the settings check); nullptr stops the recording.
+    void SetRecorder(clsLookupRecorder* pRecorder) { pRecorder_ = pRecorder; }
+    clsLookupRecorder* Recorder() const { return pRecorder_; }
+
+    // The expression of the lookups by ID: the child whose ORDER equals lInd.
+    static std::string OrderExpression(long lInd);
+
     // The text of a node: its XPath string-value, all descendant text in document order; the
     // value of an attribute.
     static std::string NodeText(const pugi::xml_node& oNode);
@@ -83,6 +92,8 @@ private:
     // The first node or attribute the expression selects from oFrom.
     pugi::xpath_node SelectFirst(const pugi::xml_node& oFrom, const std::string& sXPath);
     pugi::xml_node MatchByLabel(const std::string& sLabel);
+    pugi::xpath_node_set SelectOrderedList(const std::string& sAttrPath, long& lAttrCount,
+                                           clsOrderArray& arrOrder);
 
     std::unique_ptr<pugi::xml_document> oDoc_;
     pugi::xml_node oCurNode_;
@@ -92,4 +103,5 @@ private:
     // The node each expression selected from each node (key: the node's address, then the
     // expression), for the same reason.
     std::unordered_map<std::string, pugi::xpath_node> selected_;
+    clsLookupRecorder* pRecorder_ = nullptr;
 };

@@ -1,6 +1,7 @@
 // Lifetime of the workbook and the sheet plan of the first worksheet.
 #include "workbook/clsBldExcel.h"
 
+#include "settings/clsLookupRecorder.h"
 #include "support/clsRunError.h"
 #include "support/modConst.h"
 #include "support/modProgress.h"
@@ -18,6 +19,14 @@ bool clsBldExcel::InitExl(const std::string& sFileName) {
         oExlApp_ = std::make_unique<xl::xlApplication>();
         oWorkbook_ = &oExlApp_->Workbooks().Add();
         WriteWorkbookFile([&] { oWorkbook_->SaveAs(sFileName, xlNoChange); });
+        return true;
+    });
+}
+
+bool clsBldExcel::InitExlInMemory() {
+    return TrapRun(ctx_, "clsBldExcel", "InitExlInMemory", false, [&] {
+        oExlApp_ = std::make_unique<xl::xlApplication>();
+        oWorkbook_ = &oExlApp_->Workbooks().Add();
         return true;
     });
 }
@@ -160,8 +169,13 @@ clsXMLIniData& clsBldExcel::Ini() const {
     return *ctx_.IniData;
 }
 
-void clsBldExcel::SelectLabels(const std::string& sNodePath) {
+void clsBldExcel::SelectLabels(const std::string& sNodePath, std::source_location oSite) {
     bLblFromIni_ = Ini().SetCurNode(sNodePath);
+    if (clsLookupRecorder* p = Recorder()) p->OnSite(oSite);
+}
+
+clsLookupRecorder* clsBldExcel::Recorder() const {
+    return ctx_.IniData ? ctx_.IniData->Recorder() : nullptr;
 }
 
 void clsBldExcel::FillListCaption(long& nRow, const std::string& sCaption) {

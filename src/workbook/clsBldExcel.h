@@ -8,6 +8,7 @@
 
 #include <functional>
 #include <memory>
+#include <source_location>
 #include <string>
 #include <vector>
 
@@ -26,6 +27,9 @@ public:
     // Lifetime: start the application and write the new, empty workbook under sFileName; lay
     // out the whole workbook; save, close and quit.
     bool InitExl(const std::string& sFileName);
+    // Starts the application and adds a workbook that is laid out in memory only and never
+    // written: the settings check lays its exports out this way. ExitExl is not called then.
+    bool InitExlInMemory();
     bool FillExlFile();
     void ExitExl();
 
@@ -99,11 +103,21 @@ public:
 private:
     friend struct clsBldExcelTestAccess;
 
-    // Caption texts from the settings, with a fallback text.
-    std::string GetCaptionById(long lId, const std::string& sDefault, long& lLength);
+    // Caption texts from the settings, with a fallback text. These helpers, the ordered label
+    // list and SelectLabels are the builder's only ways into the settings: each tells a lookup
+    // recorder attached to the settings (the settings check) where it was called from and what
+    // it falls back to.
+    std::string GetCaptionById(long lId, const std::string& sDefault, long& lLength,
+                               std::source_location oSite = std::source_location::current());
     std::string GetCaptionByName(const std::string& sName, const std::string& sDefault,
-                                 long& lLength);
-    std::string GetCaptionByPath(const std::string& sPath, const std::string& sDefault);
+                                 long& lLength,
+                                 std::source_location oSite = std::source_location::current());
+    std::string GetCaptionByPath(const std::string& sPath, const std::string& sDefault,
+                                 std::source_location oSite = std::source_location::current());
+    // The ordered label list of a settings section (GetOrderedAttrList).
+    pugi::xpath_node_set GetLabelList(const std::string& sPath, long& lUBound,
+                                      clsOrderArray& arrOrder,
+                                      std::source_location oSite = std::source_location::current());
     std::string GetExportSectionPath() const;
     void FillAttributesHeading(long& nRow);
     static std::string SanitizeName(const std::string& sName);
@@ -118,7 +132,10 @@ private:
 
     // Makes a settings section current; the result is the switch for labels from the settings
     // of the list or line being written.
-    void SelectLabels(const std::string& sNodePath);
+    void SelectLabels(const std::string& sNodePath,
+                      std::source_location oSite = std::source_location::current());
+    // The recorder attached to the settings, if any.
+    clsLookupRecorder* Recorder() const;
 
     // The objects the procedures need; each raises error 91 when it is not there.
     xl::xlWorksheet& Sheet() const;

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "settings/clsLookupRecorder.h"
 #include "support/clsRunError.h"
 #include "support/modConst.h"
 #include "workbook/clsBldExcel.h"
@@ -127,9 +128,13 @@ bool clsBldExcel::AddLevelSheet() {
 // The caption of label lId of the current settings section, or sDefault when the switch for
 // labels from the settings is off or the label is missing. lLength receives the text's length
 // unless the caller passed a negative value.
-std::string clsBldExcel::GetCaptionById(long lId, const std::string& sDefault, long& lLength) {
+std::string clsBldExcel::GetCaptionById(long lId, const std::string& sDefault, long& lLength,
+                                        std::source_location oSite) {
     std::string sCaption;
     if (bLblFromIni_) sCaption = Ini().GetLabelUseCurNodeByID(lId);
+    if (clsLookupRecorder* p = Recorder()) {
+        p->OnFallback(bLblFromIni_, clsXMLIniData::OrderExpression(lId), true, sDefault, oSite);
+    }
     if (sCaption.empty()) sCaption = sDefault;
     if (lLength >= 0) lLength = TextLength(sCaption);
     return sCaption;
@@ -137,19 +142,31 @@ std::string clsBldExcel::GetCaptionById(long lId, const std::string& sDefault, l
 
 // The caption of the element sName of the current settings section, like GetCaptionById.
 std::string clsBldExcel::GetCaptionByName(const std::string& sName, const std::string& sDefault,
-                                          long& lLength) {
+                                          long& lLength, std::source_location oSite) {
     std::string sCaption;
     if (bLblFromIni_) sCaption = Ini().GetLabelUseCurNode(sName);
+    if (clsLookupRecorder* p = Recorder())
+        p->OnFallback(bLblFromIni_, sName, true, sDefault, oSite);
     if (sCaption.empty()) sCaption = sDefault;
     if (lLength >= 0) lLength = TextLength(sCaption);
     return sCaption;
 }
 
 // The caption at a settings path; always asked, whatever the switch says.
-std::string clsBldExcel::GetCaptionByPath(const std::string& sPath, const std::string& sDefault) {
+std::string clsBldExcel::GetCaptionByPath(const std::string& sPath, const std::string& sDefault,
+                                          std::source_location oSite) {
     std::string sCaption = Ini().GetLabelUsePath(sPath);
+    if (clsLookupRecorder* p = Recorder()) p->OnFallback(true, sPath, false, sDefault, oSite);
     if (sCaption.empty()) sCaption = sDefault;
     return sCaption;
+}
+
+pugi::xpath_node_set clsBldExcel::GetLabelList(const std::string& sPath, long& lUBound,
+                                               clsOrderArray& arrOrder,
+                                               std::source_location oSite) {
+    pugi::xpath_node_set oList = Ini().GetOrderedAttrList(sPath, lUBound, arrOrder);
+    if (clsLookupRecorder* p = Recorder()) p->OnSite(oSite);
+    return oList;
 }
 
 // The settings section of the current kind of export, e.g. "GLOBAL/ITEM_STRUCTURE"; an

@@ -46,8 +46,7 @@ void clsBldExcel::FillMainPanelCaption(long nRow) {
 
         long nUBound = -1;
         clsOrderArray arrOrder;
-        pugi::xpath_node_set oLabels =
-            Ini().GetOrderedAttrList("MAIN_LBL/" + sKind, nUBound, arrOrder);
+        pugi::xpath_node_set oLabels = GetLabelList("MAIN_LBL/" + sKind, nUBound, arrOrder);
         if (nUBound < 0) return;
         auto LabelAt = [&](long j) {
             return clsXMLIniData::NodeText(oLabels[static_cast<size_t>(At(arrOrder, j)[0])].node());

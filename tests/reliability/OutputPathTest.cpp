@@ -1,6 +1,9 @@
 // Where the workbook goes: only into the data file's folder, whatever the caption value and the
-// extension say; and what happens when that place cannot take it.
+// extension say; never in the place of the data file, the settings file or the log; and what
+// happens when that place cannot take it.
 #include <sys/stat.h>
+
+#include <regex>
 
 #include "ReliabilityFixture.h"
 
@@ -119,4 +122,91 @@ TEST_F(ReliabilityTest, AFolderThatCannotBeWrittenFailsTheExport) {
                        "': Permission denied 1004 "))
         << Joined(Log());
     EXPECT_EQ(FilesIn(dataDir), (std::vector<std::string>{"export.xml"}));
+}
+
+namespace {
+
+// The one log line of a workbook path that names a file of the export.
+std::string GuardLine(const std::string& sOutput, const std::string& sWhat) {
+    return "^The workbook path " +
+           std::regex_replace(sOutput, std::regex(R"([.^$|()\[\]{}*+?\\])"), R"(\$&)") +
+           " names the " + sWhat + " of the export: nothing was deleted or written\\. " +
+           testutil::kDateTimeRegex + "$";
+}
+
+// Changes the working folder for the life of the object.
+class ScopedCwd {
+public:
+    explicit ScopedCwd(const fs::path& p) : old_(fs::current_path()) { fs::current_path(p); }
+    ~ScopedCwd() { fs::current_path(old_); }
+
+private:
+    fs::path old_;
+};
+
+}  // namespace
+
+TEST_F(ReliabilityTest, AWorkbookNamedLikeTheDataFileIsNotWrittenOverIt) {
+    const std::string sIn = (dataDir / "in.xml").string();
+    testutil::WriteFile(sIn, kItem);
+    {
+        // The data file by its bare name, an empty caption and the extension ".xml".
+        ScopedCwd oCwd(dataDir);
+        EXPECT_FALSE(Run("in.xml", sSettings, SetupXml(""), ".xml"));
+    }
+    EXPECT_FALSE(Run(sIn, sSettings, SetupXml("in"), ".xml"));
+    const std::vector<std::string> arr = Log();
+    ASSERT_EQ(arr.size(), 2u) << Joined(arr);
+    EXPECT_TRUE(std::regex_match(arr[0], std::regex(GuardLine("in.xml", "data file")))) << arr[0];
+    EXPECT_TRUE(std::regex_match(arr[1], std::regex(GuardLine(sIn, "data file")))) << arr[1];
+    EXPECT_EQ(testutil::ReadFile(sIn), kItem);
+    EXPECT_EQ(FilesIn(dataDir), (std::vector<std::string>{"in.xml"}));
+}
+
+TEST_F(ReliabilityTest, AWorkbookNamedLikeTheSettingsFileIsNotWrittenOverIt) {
+    testutil::WriteFile(sData, kItem);
+    const std::string sSet = (dataDir / "settings.xml").string();
+    const std::string sSettingsText = testutil::ReadFile(sSettings);
+    testutil::WriteFile(sSet, sSettingsText);
+    EXPECT_FALSE(Run(sData, sSet, SetupXml("settings"), ".xml"));
+    // The same file reached through a linked folder.
+    fs::create_directory_symlink(dataDir, tmp.Path() / "link");
+    const std::string sLinkedData = (tmp.Path() / "link" / "export.xml").string();
+    EXPECT_FALSE(Run(sLinkedData, sSet, SetupXml("settings"), ".xml"));
+    const std::vector<std::string> arr = Log();
+    ASSERT_EQ(arr.size(), 2u) << Joined(arr);
+    EXPECT_TRUE(std::regex_match(arr[0], std::regex(GuardLine(sSet, "settings file")))) << arr[0];
+    EXPECT_TRUE(std::regex_match(
+        arr[1],
+        std::regex(GuardLine((tmp.Path() / "link" / "settings.xml").string(), "settings file"))))
+        << arr[1];
+    EXPECT_EQ(testutil::ReadFile(sSet), sSettingsText);
+    EXPECT_EQ(FilesIn(dataDir), (std::vector<std::string>{"export.xml", "settings.xml"}));
+}
+
+TEST_F(ReliabilityTest, AWorkbookNamedLikeTheLogFileIsNotWrittenOverIt) {
+    // A data file in the export folder, and a caption and extension that name the log.
+    const std::string sInExportDir = sExportDir + "export.xml";
+    testutil::WriteFile(sInExportDir, kItem);
+    const std::string sLog = sExportDir + "ExportExcel.log";
+    EXPECT_FALSE(Run(sInExportDir, sSettings, SetupXml("ExportExcel"), ".log"));
+    std::vector<std::string> arr = Log();
+    ASSERT_EQ(arr.size(), 1u) << Joined(arr);
+    EXPECT_TRUE(std::regex_match(arr[0], std::regex(GuardLine(sLog, "log file")))) << arr[0];
+    // An existing log keeps what it holds; the line is added.
+    EXPECT_FALSE(Run(sInExportDir, sSettings, SetupXml("ExportExcel"), ".log"));
+    arr = Log();
+    ASSERT_EQ(arr.size(), 2u) << Joined(arr);
+    EXPECT_TRUE(std::regex_match(arr[1], std::regex(GuardLine(sLog, "log file")))) << arr[1];
+    EXPECT_EQ(FilesIn(sExportDir), (std::vector<std::string>{"ExportExcel.log", "export.xml"}));
+    EXPECT_EQ(testutil::ReadFile(sInExportDir), kItem);
+}
+
+TEST_F(ReliabilityTest, AWorkbookBesideTheInputsIsStillWritten) {
+    testutil::WriteFile(sData, kItem);
+    const std::string sSet = (dataDir / "settings.xml").string();
+    testutil::WriteFile(sSet, testutil::ReadFile(sSettings));
+    EXPECT_TRUE(Run(sData, sSet, SetupXml("settings"), ".xlsx")) << Joined(Log());
+    EXPECT_EQ(FilesIn(dataDir),
+              (std::vector<std::string>{"export.xml", "settings.xlsx", "settings.xml"}));
 }

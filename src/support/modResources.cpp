@@ -10,7 +10,7 @@ namespace modResources {
 
 namespace {
 
-// The 19 message keys and the 23 configurable names, in the order they are read.
+// The 20 message keys and the 23 configurable names, in the order they are read.
 struct clsResourceKey {
     const char* sXPath;
     std::string clsResources::*pEntry;
@@ -36,6 +36,7 @@ const clsResourceKey kResourceKeys[] = {
     {"//MSG_OF_FOLDER", &clsResources::MsgOfFolder},
     {"//MSG_NOT_DATASET", &clsResources::MsgNotDataset},
     {"//MSG_DOC_DATASET", &clsResources::MsgDocDataset},
+    {"//MSG_CONTINUES_ON_SHEET", &clsResources::MsgContinuesOnSheet},
     {"//CUSTOM_OBJECTS/ITEM", &clsResources::NameItem},
     {"//CUSTOM_OBJECTS/ITEM_PS_DEF", &clsResources::NameItemPsDef},
     {"//CUSTOM_OBJECTS/ITEM_MNF", &clsResources::NameItemMnf},

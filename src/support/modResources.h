@@ -33,6 +33,7 @@ struct clsResources {
     std::string MsgOfFolder;           // MSG_OF_FOLDER
     std::string MsgNotDataset;         // MSG_NOT_DATASET
     std::string MsgDocDataset;         // MSG_DOC_DATASET
+    std::string MsgContinuesOnSheet;   // MSG_CONTINUES_ON_SHEET
 
     // Configurable names of the data file (settings element in the comment).
     std::string NameItem;                // CUSTOM_OBJECTS/ITEM

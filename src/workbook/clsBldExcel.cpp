@@ -1,10 +1,14 @@
 // Lifetime of the workbook and the sheet plan of the first worksheet.
 #include "workbook/clsBldExcel.h"
 
+#include <algorithm>
+#include <vector>
+
 #include "settings/clsLookupRecorder.h"
 #include "support/clsRunError.h"
 #include "support/modConst.h"
 #include "support/modProgress.h"
+#include "support/modResources.h"
 #include "support/modSaveFile.h"
 
 using namespace modConst;
@@ -83,8 +87,13 @@ bool clsBldExcel::FillExlFile() {
                 break;
         }
 
+        // The property panel may run past the sheet's last row: it then continues on new
+        // sheets, block by block.
+        oSheet.ContinuePastLastRow();
+
         // One empty row separates the main panel from the property panel.
         long nRow = CheckedAdd(CheckedAdd(nCount, 6), 1);
+        const long nBarRow = nRow;
         FillCaption(nRow, 1, 6, 1, 18, 2, 14, true, true);
         oSheet.Cells(nRow, 1).Value(
             GetCaptionByPath(sSection + "/PROPERTY_PANEL", "Property Panel"));
@@ -105,12 +114,46 @@ bool clsBldExcel::FillExlFile() {
                 break;
         }
 
+        // Each main-panel row gets one link: the sheet keeps room for them.
+        FillContinuationSheets(nBarRow, nCount);
+
         if (m.IsStructure == 1) {
             FillHyperlinkStruct();
         } else {
             FillHyperlinkCollect();
         }
 
+        // The last row of the property panel on each sheet: a continuation sheet ends where
+        // its rows end.
+        const long nSheets = oWorkbook_->Worksheets().Count();
+        for (long i = 1; i <= nSheets; ++i) {
+            xl::xlWorksheet& ws = oWorkbook_->Worksheets()(i);
+            FillPageSetup(ws, i == 1 ? std::min(nRow, ws.MaxRows()) : ws.UsedLastRow());
+        }
+        return true;
+    });
+}
+
+// The rows past the first sheet's end continue on new sheets after it, each with the caption
+// block and the property-panel bar at its top; one log line names each new sheet.
+void clsBldExcel::FillContinuationSheets(long nBarRow, long nLinksToCome) {
+    TrapRunVoid(ctx_, "clsBldExcel", "FillContinuationSheets", [&] {
+        xl::xlWorksheet& oSheet = Sheet();
+        const std::vector<xl::xlWorksheet*> arrNew =
+            oSheet.ContinueOnNewSheets({1, 2, 3, nBarRow}, nLinksToCome);
+        for (xl::xlWorksheet* pSheet : arrNew) {
+            const std::string& sMsg = ctx_.Res.MsgContinuesOnSheet;
+            modResources::WriteLog(ctx_,
+                                   (sMsg.empty() ? "The workbook continues on sheet" : sMsg) +
+                                       " '" + pSheet->Name() + "'.",
+                                   "", -1, false);
+        }
+    });
+}
+
+// Vertical alignment and page set-up of one sheet whose property panel ends at row nLastRow.
+void clsBldExcel::FillPageSetup(xl::xlWorksheet& oSheet, long nLastRow) {
+    TrapRunVoid(ctx_, "clsBldExcel", "FillPageSetup", [&] {
         oSheet.Cells().VerticalAlignment(xlTop);
         oSheet.PageSetup().Orientation(xlLandscape);
         // All columns on one page width, as many pages down as needed: every printed page
@@ -123,8 +166,7 @@ bool clsBldExcel::FillExlFile() {
             oSheet.Range(oSheet.Cells(1, 1), oSheet.Cells(3, 4)).Address());
         oSheet.PageSetup().CenterFooter("&P");
         oSheet.PageSetup().PrintArea(
-            oSheet.Range(oSheet.Cells(1, 1), oSheet.Cells(nRow, 6)).Address());
-        return true;
+            oSheet.Range(oSheet.Cells(1, 1), oSheet.Cells(std::max(nLastRow, 1L), 6)).Address());
     });
 }
 

@@ -91,6 +91,10 @@ public:
     std::string GetDocHyperlinkName(long nIndex);
     std::string GetFolderHyperlinkName(long nIndex);
     bool FillHyperlinkStruct();
+    void FillContinuationSheets(long nBarRow, long nLinksToCome);
+    void FillPageSetup(xl::xlWorksheet& oSheet, long nLastRow);
+    // Links a main-panel cell to the block of an anchor name, on whichever sheet it is.
+    void AddAnchorLink(long nRow, long nCol, const std::string& sAnchor);
     bool FillHyperlinkCollect();
 
     // Caption bands, merging and the level sheet.

@@ -86,6 +86,7 @@ void clsBldExcel::FillFoldersDetail(long& nRow) {
 void clsBldExcel::FillItemDetail(long nIndex, long& nRow) {
     TrapRunVoid(ctx_, "clsBldExcel", "FillItemDetail", [&] {
         xl::xlWorksheet& oSheet = Sheet();
+        oSheet.KeepRowsTogetherFrom(nRow);
         oSheet.Names().Add(GetItemHyperlinkName(nIndex), oSheet.Rows(nRow));
         const XItemStruct& rec = At(ctx_.Model.XItems, nIndex);
         FillItem(rec.Head, nRow, 15, true);
@@ -101,6 +102,7 @@ void clsBldExcel::FillItemDetail(long nIndex, long& nRow) {
 void clsBldExcel::FillDocDetail(long nIndex, long& nRow) {
     TrapRunVoid(ctx_, "clsBldExcel", "FillDocDetail", [&] {
         xl::xlWorksheet& oSheet = Sheet();
+        oSheet.KeepRowsTogetherFrom(nRow);
         oSheet.Names().Add(GetDocHyperlinkName(nIndex), oSheet.Rows(nRow));
         const XDocStruct& rec = At(ctx_.Model.XDocs, nIndex);
         FillDoc(rec.Head, nRow, "PROPERTY_LBL/DOCUMENT_LBL", 15, true);
@@ -118,6 +120,7 @@ void clsBldExcel::FillDocDetail(long nIndex, long& nRow) {
 void clsBldExcel::FillFolderDetail(long nIndex, long& nRow) {
     TrapRunVoid(ctx_, "clsBldExcel", "FillFolderDetail", [&] {
         xl::xlWorksheet& oSheet = Sheet();
+        oSheet.KeepRowsTogetherFrom(nRow);
         oSheet.Names().Add(GetFolderHyperlinkName(nIndex), oSheet.Rows(nRow));
         const XFoldStruct& rec = At(ctx_.Model.XFolders, nIndex);
         FillFolder(rec.Head, nRow, "PROPERTY_LBL/FOLDER_LBL", 15, true);

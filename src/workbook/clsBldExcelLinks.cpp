@@ -172,9 +172,8 @@ bool clsBldExcel::FillHyperlinkStruct() {
     return TrapRun(ctx_, "clsBldExcel", "FillHyperlinkStruct", false, [&] {
         const clsExportModel& m = ctx_.Model;
         if (m.ExportKind < 1 || m.ExportKind > 3) return true;
-        xl::xlWorksheet& oSheet = Sheet();
         for (long i = 0; i <= m.ObjCount; ++i)
-            oSheet.Hyperlinks().Add(oSheet.Cells(CheckedAdd(i, 6), 2), "", AnchorNameOf(i));
+            AddAnchorLink(CheckedAdd(i, 6), 2, AnchorNameOf(i));
         return true;
     });
 }
@@ -184,15 +183,31 @@ bool clsBldExcel::FillHyperlinkCollect() {
     return TrapRun(ctx_, "clsBldExcel", "FillHyperlinkCollect", false, [&] {
         const clsExportModel& m = ctx_.Model;
         if (m.ExportKind < 1 || m.ExportKind > 3) return true;
-        xl::xlWorksheet& oSheet = Sheet();
         long r = 0;
         for (long i = 0; i <= m.ObjCount; ++i) {
             if (LevelOf(i) != 0) continue;
-            oSheet.Hyperlinks().Add(oSheet.Cells(CheckedAdd(r, 6), 1), "", AnchorNameOf(i));
+            AddAnchorLink(CheckedAdd(r, 6), 1, AnchorNameOf(i));
             r = CheckedAdd(r, 1);
         }
         return true;
     });
+}
+
+// A block on the first sheet is found through its anchor name; one on a continuation sheet
+// through that sheet and the name's first cell.
+void clsBldExcel::AddAnchorLink(long nRow, long nCol, const std::string& sAnchor) {
+    xl::xlWorksheet& oSheet = Sheet();
+    std::string sSubAddress = sAnchor;
+    if (!oSheet.Names().Find(sAnchor)) {
+        xl::xlWorksheets& oSheets = oWorkbook_->Worksheets();
+        for (long i = 2; i <= oSheets.Count(); ++i) {
+            const xl::xlNameEntry* pName = oSheets(i).Names().Find(sAnchor);
+            if (!pName) continue;
+            sSubAddress = oSheets(i).Cells(pName->lRow1, 1).AddressExternal();
+            break;
+        }
+    }
+    oSheet.Hyperlinks().Add(oSheet.Cells(nRow, nCol), "", sSubAddress);
 }
 
 std::string clsBldExcel::AnchorNameOf(long nIndex) {

@@ -157,6 +157,13 @@ struct xlWorksheet::Impl {
     long lMaxCols = modConst::xlMaxColumns;
     detail::TextArena oText;
 
+    // A sheet filled past its last row (see xlWorksheet::ContinuePastLastRow), and the first
+    // rows of its blocks, in the order marked.
+    bool bContinues = false;
+    std::vector<long> arrBlockStarts;
+    // The last row that may be written: the sheet's, or far past it while it continues.
+    long RowLimit() const { return bContinues ? xlWorksheet::kMaxContinuedRows : lMaxRows; }
+
     // Merged areas (row1, col1, row2, col2), and for each row the areas that cover it.
     std::vector<std::array<long, 4>> arrMerged;
     std::vector<std::vector<uint32_t>> arrMergedRows;  // index: row - 1

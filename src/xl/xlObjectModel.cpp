@@ -39,7 +39,7 @@ constexpr uint64_t kMaxCellsPerCall = uint64_t{1} << 26;
 
 // A row or column of the sheet; its size depends on the workbook's file format.
 void CheckRow(const xlWorksheet::Impl& d, long lRow) {
-    if (lRow < 1 || lRow > d.lMaxRows) Fail();
+    if (lRow < 1 || lRow > d.RowLimit()) Fail();
 }
 void CheckCol(const xlWorksheet::Impl& d, long lCol) {
     if (lCol < 1 || lCol > d.lMaxCols) Fail();
@@ -1036,6 +1036,10 @@ std::string xlRange::Address() const {
     return AddressOf(pSheet_->Data(), lRow1_, lCol1_, lRow2_, lCol2_);
 }
 
+std::string xlRange::AddressExternal() const {
+    return detail::QuoteSheetName(pSheet_->Name()) + "!" + Address();
+}
+
 void xlRange::Copy(const xlRange& oDestination) const {
     xlWorksheet::Impl& s = pSheet_->Data();
     xlWorksheet::Impl& t = oDestination.pSheet_->Data();
@@ -1360,6 +1364,12 @@ void xlHyperlinks::Add(const xlRange& oAnchor, const std::string& sAddress,
                 t.InternChange(MakeChange(xlStyleChange::kFontColor, 5)));
 }
 
+const xlNameEntry* xlNames::Find(const std::string& sName) const {
+    const auto& m = pSheet_->Data().mapNames;
+    const auto it = m.find(Upper(sName));
+    return it == m.end() ? nullptr : &arr_[it->second];
+}
+
 long xlHyperlinks::Count() const {
     return static_cast<long>(arr_.size());
 }
@@ -1439,6 +1449,24 @@ xlWorksheet::xlWorksheet(xlWorkbook* pBook, std::string sName)
 
 xlWorksheet::~xlWorksheet() = default;
 
+void xlWorksheet::Name(const std::string& sName) {
+    const size_t n = detail::Utf16Length(sName);
+    if (n < 1 || n > 31 || sName.find_first_of(":\\/?*[]") != std::string::npos ||
+        sName.front() == '\'' || sName.back() == '\'') {
+        Fail();
+    }
+    if (pBook_) {
+        const xlWorksheet* pOther = pBook_->Worksheets().Find(sName);
+        if (pOther && pOther != this) Fail();
+    }
+    sName_ = sName;
+    // The names of the sheet refer to it by its name.
+    for (xlNameEntry& e : oNames_.arr_) {
+        e.sRefersTo = "=" + detail::QuoteSheetName(sName_) + "!" +
+                      xlRange(this, e.lRow1, e.lCol1, e.lRow2, e.lCol2).Address();
+    }
+}
+
 xlRange xlWorksheet::Cells() {
     return xlRange(this, 1, 1, pImpl_->lMaxRows, pImpl_->lMaxCols);
 }
@@ -1472,7 +1500,7 @@ xlRange xlWorksheet::Columns(long lCol) {
 }
 
 std::optional<xlCellView> xlWorksheet::GetCell(long lRow, long lCol) const {
-    if (lRow < 1 || lRow > pImpl_->lMaxRows || lCol < 1 || lCol > pImpl_->lMaxCols) {
+    if (lRow < 1 || lRow > pImpl_->RowLimit() || lCol < 1 || lCol > pImpl_->lMaxCols) {
         return std::nullopt;
     }
     const Cell* c = pImpl_->FindCell(lRow, lCol);
@@ -1563,6 +1591,24 @@ const xlWorksheet& xlWorksheets::Item(long lIndex) const {
     return *arr_[static_cast<size_t>(lIndex - 1)];
 }
 
+xlWorksheet& xlWorksheets::Add(const xlWorksheet& oAfter) {
+    auto it =
+        std::find_if(arr_.begin(), arr_.end(), [&](const auto& p) { return p.get() == &oAfter; });
+    if (it == arr_.end()) Fail();
+    const size_t lAt = static_cast<size_t>(it - arr_.begin()) + 1;
+    Add();
+    std::rotate(arr_.begin() + static_cast<long>(lAt), arr_.end() - 1, arr_.end());
+    return *arr_[lAt];
+}
+
+xlWorksheet* xlWorksheets::Find(const std::string& sName) {
+    const std::string u = Upper(sName);
+    for (const auto& p : arr_) {
+        if (Upper(p->Name()) == u) return p.get();
+    }
+    return nullptr;
+}
+
 xlWorksheet& xlWorksheets::Add() {
     auto bTaken = [&](const std::string& s) {
         for (const auto& p : arr_) {
@@ -1610,6 +1656,11 @@ void xlWorkbook::Save() {
 }
 
 void xlWorkbook::SaveInFormat(const std::string& sPath, long lFormat) {
+    // Rows past a sheet's end are written only once they continue on sheets of their own.
+    for (long i = 1; i <= oSheets_.Count(); ++i) {
+        const xlWorksheet::Impl& d = oSheets_.Item(i).Data();
+        if (d.bContinues && d.arrRows.size() > static_cast<size_t>(d.lMaxRows)) Fail();
+    }
     if (lFormat != xlExcel8) {
         SaveWorkbookFile(*this, sPath);
         return;

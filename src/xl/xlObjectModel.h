@@ -115,6 +115,9 @@ public:
 
     // Absolute A1 address: "$A$1", "$A$1:$D$3", "$5:$5" for a whole row, "$A:$A" for a column.
     std::string Address() const;
+    // The same with the sheet's name in front, quoted where a formula needs it:
+    // "'Sheet1 (2)'!$A$5".
+    std::string AddressExternal() const;
 
     // Copies values and formats to a destination of the same size (or its top-left cell).
     void Copy(const xlRange& oDestination) const;
@@ -187,6 +190,7 @@ struct xlNameEntry {
 
 class xlNames {
     friend class xlRange;
+    friend class xlWorksheet;
 
 public:
     explicit xlNames(xlWorksheet* pSheet) : pSheet_(pSheet) {}
@@ -194,6 +198,8 @@ public:
     void Add(const std::string& sName, const xlRange& oRefersTo);
     long Count() const { return static_cast<long>(arr_.size()); }
     const std::vector<xlNameEntry>& Items() const { return arr_; }
+    // The name of that text (in any case), or nullptr.
+    const xlNameEntry* Find(const std::string& sName) const;
 
 private:
     xlWorksheet* pSheet_;
@@ -209,6 +215,7 @@ struct xlHyperlinkEntry {
 
 class xlHyperlinks {
     friend class xlRange;
+    friend class xlWorksheet;
 
 public:
     explicit xlHyperlinks(xlWorksheet* pSheet) : pSheet_(pSheet) {}
@@ -268,6 +275,9 @@ public:
     xlWorksheet& operator=(const xlWorksheet&) = delete;
 
     const std::string& Name() const { return sName_; }
+    // Renames the sheet: 1 to 31 characters, none of : \ / ? * [ ], not beginning or ending with
+    // an apostrophe, and no other sheet of the workbook of that name (in any case); 1004 else.
+    void Name(const std::string& sName);
 
     xlRange Cells();                      // all cells
     xlRange Cells(long lRow, long lCol);  // one cell; 1004 when out of the sheet
@@ -307,6 +317,23 @@ public:
     // Merged areas as (row1, col1, row2, col2); never overlapping.
     const std::vector<std::array<long, 4>>& MergedAreas() const;
 
+    // Continuation, for a sheet that is filled past its last row (xlContinuation.cpp). From
+    // ContinuePastLastRow on, rows up to kMaxContinuedRows may be written; the rows from each
+    // KeepRowsTogetherFrom mark to the next are a block that goes to one sheet when it can.
+    // ContinueOnNewSheets then moves every block that does not fit the sheet (its rows, or its
+    // hyperlinks beside lLinksToCome more that the sheet will take) to new worksheets placed
+    // after it, named after it with " (2)", " (3)", ...: each with the sheet's column widths and
+    // sheet-wide formats and, at its top, copies of arrTitleRows; a block longer than a new
+    // sheet holds is cut where the sheet ends. Names, hyperlinks and merged areas go with their
+    // rows. Returns the new sheets, in order; a sheet that fits gets none. A sheet with rows
+    // past its end cannot be saved before.
+    static constexpr long kMaxContinuedRows = long{1} << 30;
+    void ContinuePastLastRow();
+    bool ContinuesPastLastRow() const;
+    void KeepRowsTogetherFrom(long lRow);
+    std::vector<xlWorksheet*> ContinueOnNewSheets(const std::vector<long>& arrTitleRows,
+                                                  long lLinksToCome);
+
     struct Impl;
     Impl& Data() { return *pImpl_; }
     const Impl& Data() const { return *pImpl_; }
@@ -327,7 +354,10 @@ public:
     xlWorksheet& Item(long lIndex);  // 1-based; 9 when out of range
     xlWorksheet& operator()(long lIndex) { return Item(lIndex); }
     const xlWorksheet& Item(long lIndex) const;
-    xlWorksheet& Add();  // a new sheet after the last one, named "SheetN"
+    xlWorksheet& Add();                           // a new sheet after the last one, named "SheetN"
+    xlWorksheet& Add(const xlWorksheet& oAfter);  // a new sheet right after oAfter
+    // The sheet of that name (in any case), or nullptr.
+    xlWorksheet* Find(const std::string& sName);
 
 private:
     xlWorkbook* pBook_;

@@ -1,0 +1,294 @@
+// A sheet that continues on new sheets. The sheet is filled as one long sheet, past the last row
+// of its file format if need be; the filler marks where each block of rows begins. Moving the
+// rows then works block by block: a block stays whole on one sheet unless it is longer than a
+// sheet by itself, and a sheet takes no more hyperlinks than the application reads.
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "support/clsRunError.h"
+#include "support/modConst.h"
+#include "xl/xlModelData.h"
+#include "xl/xlObjectModel.h"
+
+namespace xl {
+
+using detail::Cell;
+using RowRec = detail::Row;
+using namespace modConst;
+
+namespace {
+
+[[noreturn]] void Fail() {
+    RaiseError(errAppDefined);
+}
+
+// The rows [lFirst, lLast] of the long sheet that one new sheet takes.
+struct Part {
+    long lFirst;
+    long lLast;
+};
+
+// Where the long sheet is cut: the last row the sheet keeps, and the parts of the new sheets.
+struct Plan {
+    long lKeep = 0;
+    std::vector<Part> arrParts;
+};
+
+// Hyperlinks in the rows from a to b, from the running count by row.
+long LinksIn(const std::vector<long>& arrRunning, long a, long b) {
+    return arrRunning[static_cast<size_t>(b)] - arrRunning[static_cast<size_t>(a - 1)];
+}
+
+Plan PlanParts(const xlWorksheet::Impl& d, const std::vector<long>& arrRunning, long lTitleRows,
+               long lLinksToCome) {
+    const long lLast = static_cast<long>(d.arrRows.size());
+    const long lRowCap = d.lMaxRows;
+    const long lLinkCap = xlMaxHyperlinks;
+    std::vector<long> arrStarts;
+    for (long r : d.arrBlockStarts) {
+        if (r <= lLast) arrStarts.push_back(r);
+    }
+    std::sort(arrStarts.begin(), arrStarts.end());
+    arrStarts.erase(std::unique(arrStarts.begin(), arrStarts.end()), arrStarts.end());
+
+    Plan plan;
+    // The rows before the first block stay on the sheet, and must fit it.
+    const long lHead = arrStarts.empty() ? lLast : arrStarts.front() - 1;
+    if (lHead > lRowCap) Fail();
+    plan.lKeep = lHead;
+
+    // The sheet being filled: its rows and links so far, and whether it is a new one.
+    long lRows = lHead;
+    long lLinks = LinksIn(arrRunning, 1, lHead) + lLinksToCome;
+    bool bNew = false;
+    long lFirst = 1;
+    auto fnOpen = [&](long lFrom) {
+        if (bNew) plan.arrParts.push_back({lFirst, lFrom - 1});
+        bNew = true;
+        lFirst = lFrom;
+        lRows = lTitleRows;
+        lLinks = 0;
+    };
+    for (size_t j = 0; j < arrStarts.size(); ++j) {
+        long a = arrStarts[j];
+        const long b = j + 1 < arrStarts.size() ? arrStarts[j + 1] - 1 : lLast;
+        while (a <= b) {
+            const long n = b - a + 1;
+            const long k = LinksIn(arrRunning, a, b);
+            if (lRows + n <= lRowCap && lLinks + k <= lLinkCap) {
+                lRows += n;
+                lLinks += k;
+                if (!bNew) plan.lKeep = b;
+                a = b + 1;
+            } else if (bNew && lRows == lTitleRows) {
+                // A block longer than a sheet by itself: cut where the sheet is full.
+                long e = a;
+                while (e < b && lRows + (e + 1 - a + 1) <= lRowCap &&
+                       lLinks + LinksIn(arrRunning, a, e + 1) <= lLinkCap) {
+                    ++e;
+                }
+                lRows += e - a + 1;
+                lLinks += LinksIn(arrRunning, a, e);
+                a = e + 1;
+                if (a <= b) fnOpen(a);
+            } else {
+                fnOpen(a);
+            }
+        }
+    }
+    if (bNew) plan.arrParts.push_back({lFirst, lLast});
+    return plan;
+}
+
+// "Name (n)", the name shortened so that the whole holds 31 characters at most.
+std::string ContinuationName(const std::string& sBase, long n) {
+    const std::string sSuffix = " (" + std::to_string(n) + ")";
+    std::string s = sBase;
+    while (!s.empty() && detail::Utf16Length(s) + sSuffix.size() > 31) {
+        // Drop the last character, with all of its UTF-8 bytes.
+        size_t i = s.size() - 1;
+        while (i > 0 && (static_cast<unsigned char>(s[i]) & 0xC0) == 0x80)
+            --i;
+        s.erase(i);
+    }
+    while (!s.empty() && s.back() == '\'')
+        s.pop_back();
+    return s + sSuffix;
+}
+
+// A cell of one sheet written on another: its text goes to the other sheet's texts.
+Cell CellFor(const xlWorksheet::Impl& from, xlWorksheet::Impl& to, Cell c) {
+    if (c.eType == detail::kText) c.lPayload = to.oText.Add(from.oText.Get(c.lPayload));
+    return c;
+}
+
+}  // namespace
+
+void xlWorksheet::ContinuePastLastRow() {
+    pImpl_->bContinues = true;
+}
+
+bool xlWorksheet::ContinuesPastLastRow() const {
+    return pImpl_->bContinues;
+}
+
+void xlWorksheet::KeepRowsTogetherFrom(long lRow) {
+    if (lRow < 1 || lRow > pImpl_->RowLimit()) Fail();
+    if (pImpl_->arrBlockStarts.empty() || pImpl_->arrBlockStarts.back() != lRow) {
+        pImpl_->arrBlockStarts.push_back(lRow);
+    }
+}
+
+std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<long>& arrTitleRows,
+                                                           long lLinksToCome) {
+    Impl& d = *pImpl_;
+    const long lTitles = static_cast<long>(arrTitleRows.size());
+    for (long t : arrTitleRows) {
+        if (t < 1 || t > d.lMaxRows) Fail();
+    }
+    if (lTitles >= d.lMaxRows || lLinksToCome < 0) Fail();
+    const long lLast = static_cast<long>(d.arrRows.size());
+    std::vector<long> arrRunning(static_cast<size_t>(lLast) + 1, 0);
+    for (const xlHyperlinkEntry& e : oHyperlinks_.arr_) {
+        if (e.lRow <= lLast) ++arrRunning[static_cast<size_t>(e.lRow)];
+    }
+    for (long r = 1; r <= lLast; ++r)
+        arrRunning[static_cast<size_t>(r)] += arrRunning[static_cast<size_t>(r - 1)];
+    const Plan plan = PlanParts(d, arrRunning, lTitles, lLinksToCome);
+    d.bContinues = false;
+    d.arrBlockStarts.clear();
+    std::vector<xlWorksheet*> arrNew;
+    if (plan.arrParts.empty()) return arrNew;
+    if (!pBook_) Fail();
+
+    // The part that a row of the long sheet goes to (0: this sheet) and its row there.
+    auto fnPartOf = [&](long r) -> size_t {
+        if (r <= plan.lKeep) return 0;
+        auto it = std::upper_bound(plan.arrParts.begin(), plan.arrParts.end(), r,
+                                   [](long x, const Part& p) { return x < p.lFirst; });
+        return static_cast<size_t>(it - plan.arrParts.begin());
+    };
+    auto fnRowIn = [&](size_t p, long r) {
+        return p == 0 ? r : lTitles + (r - plan.arrParts[p - 1].lFirst) + 1;
+    };
+
+    const xlWorksheet* pAfter = this;
+    long n = 2;
+    for (const Part& part : plan.arrParts) {
+        xlWorksheet& ws = pBook_->Worksheets().Add(*pAfter);
+        while (pBook_->Worksheets().Find(ContinuationName(sName_, n)))
+            ++n;
+        ws.Name(ContinuationName(sName_, n++));
+        Impl& t = ws.Data();
+        t.lSheetStyle = d.lSheetStyle;
+        t.arrColStyle = d.arrColStyle;
+        t.arrColWidth = d.arrColWidth;
+        t.arrFormattedCols = d.arrFormattedCols;
+        t.dDefaultRowHeight = d.dDefaultRowHeight;
+        // The title rows at the top, with the areas merged within each of them.
+        for (long i = 0; i < lTitles; ++i) {
+            const long r = arrTitleRows[static_cast<size_t>(i)];
+            if (const RowRec* p = d.FindRow(r)) {
+                RowRec& o = t.EnsureRow(i + 1);
+                o.lStyle = p->lStyle;
+                o.nHeightTwips = p->nHeightTwips;
+                for (const Cell& c : p->arrCells)
+                    o.arrCells.push_back(CellFor(d, t, c));
+            }
+            for (const auto& a : d.arrMerged) {
+                if (a[0] == r && a[2] == r) t.AddMerged({i + 1, a[1], i + 1, a[3]});
+            }
+        }
+        // The part's rows, moved.
+        for (long r = part.lFirst; r <= part.lLast; ++r) {
+            RowRec& from = d.arrRows[static_cast<size_t>(r - 1)];
+            RowRec& o = t.EnsureRow(lTitles + (r - part.lFirst) + 1);
+            o.lStyle = from.lStyle;
+            o.nHeightTwips = from.nHeightTwips;
+            o.arrCells.reserve(from.arrCells.size());
+            for (const Cell& c : from.arrCells) {
+                o.arrCells.push_back(CellFor(d, t, c));
+                if (c.eType == detail::kText) d.oText.Release(c.lPayload);
+            }
+            RowRec().arrCells.swap(from.arrCells);
+        }
+        arrNew.push_back(&ws);
+        pAfter = &ws;
+    }
+
+    // Merged areas, hyperlinks and names go with their first row.
+    std::vector<std::array<long, 4>> arrKeptMerged;
+    for (const auto& a : d.arrMerged) {
+        const size_t p = fnPartOf(a[0]);
+        if (p == 0) {
+            arrKeptMerged.push_back(a);
+            continue;
+        }
+        const long lEnd = std::min(a[2], plan.arrParts[p - 1].lLast);
+        arrNew[p - 1]->Data().AddMerged({fnRowIn(p, a[0]), a[1], fnRowIn(p, lEnd), a[3]});
+    }
+    d.arrMerged.clear();
+    d.arrMergedRows.clear();
+    for (const auto& a : arrKeptMerged)
+        d.AddMerged(a);
+
+    std::vector<xlHyperlinkEntry> arrKeptLinks;
+    for (xlHyperlinkEntry& e : oHyperlinks_.arr_) {
+        const size_t p = fnPartOf(e.lRow);
+        if (p == 0) {
+            arrKeptLinks.push_back(std::move(e));
+            continue;
+        }
+        xlWorksheet& ws = *arrNew[p - 1];
+        e.lRow = fnRowIn(p, e.lRow);
+        ws.Data().mapLinks.emplace(detail::CellKey(e.lRow, e.lCol),
+                                   static_cast<uint32_t>(ws.oHyperlinks_.arr_.size()));
+        ws.oHyperlinks_.arr_.push_back(std::move(e));
+    }
+    oHyperlinks_.arr_ = std::move(arrKeptLinks);
+    d.mapLinks.clear();
+    for (size_t i = 0; i < oHyperlinks_.arr_.size(); ++i) {
+        const xlHyperlinkEntry& e = oHyperlinks_.arr_[i];
+        d.mapLinks.emplace(detail::CellKey(e.lRow, e.lCol), static_cast<uint32_t>(i));
+    }
+
+    std::vector<xlNameEntry> arrKeptNames;
+    for (xlNameEntry& e : oNames_.arr_) {
+        const size_t p = fnPartOf(e.lRow1);
+        if (p == 0) {
+            arrKeptNames.push_back(std::move(e));
+            continue;
+        }
+        xlWorksheet& ws = *arrNew[p - 1];
+        const long lEnd = std::min(e.lRow2, plan.arrParts[p - 1].lLast);
+        ws.Names().Add(e.sName,
+                       xlRange(&ws, fnRowIn(p, e.lRow1), e.lCol1, fnRowIn(p, lEnd), e.lCol2));
+    }
+    oNames_.arr_.clear();
+    d.mapNames.clear();
+    for (xlNameEntry& e : arrKeptNames)
+        oNames_.Add(e.sName, xlRange(this, e.lRow1, e.lCol1, e.lRow2, e.lCol2));
+
+    d.arrRows.resize(static_cast<size_t>(plan.lKeep));
+    d.arrRows.shrink_to_fit();
+
+    // A link to a name that went to another sheet now leads to that sheet's cell.
+    std::vector<xlWorksheet*> arrFamily{this};
+    arrFamily.insert(arrFamily.end(), arrNew.begin(), arrNew.end());
+    for (xlWorksheet* pFrom : arrFamily) {
+        for (xlHyperlinkEntry& e : pFrom->oHyperlinks_.arr_) {
+            if (!e.sAddress.empty() || e.sSubAddress.empty()) continue;
+            if (pFrom->Names().Find(e.sSubAddress)) continue;
+            for (xlWorksheet* pTo : arrFamily) {
+                if (const xlNameEntry* pName = pTo->Names().Find(e.sSubAddress)) {
+                    e.sSubAddress = pTo->Cells(pName->lRow1, pName->lCol1).AddressExternal();
+                    break;
+                }
+            }
+        }
+    }
+    return arrNew;
+}
+
+}  // namespace xl

@@ -1,5 +1,8 @@
 // Anchor names of the detail blocks and the hyperlinks of the main panel that jump to them.
+#include <variant>
+
 #include "support/clsRunError.h"
+#include "support/modConst.h"
 #include "workbook/clsBldExcel.h"
 
 namespace {
@@ -194,20 +197,44 @@ bool clsBldExcel::FillHyperlinkCollect() {
 }
 
 // A block on the first sheet is found through its anchor name; one on a continuation sheet
-// through that sheet and the name's first cell.
+// through that sheet and the name's first cell. Past the hyperlinks a sheet holds, the cell
+// holds a HYPERLINK formula that shows its text and leads to the block's first cell.
 void clsBldExcel::AddAnchorLink(long nRow, long nCol, const std::string& sAnchor) {
     xl::xlWorksheet& oSheet = Sheet();
     std::string sSubAddress = sAnchor;
-    if (!oSheet.Names().Find(sAnchor)) {
+    std::string sCell;  // the block's first cell, with its sheet
+    if (const xl::xlNameEntry* pName = oSheet.Names().Find(sAnchor)) {
+        sCell = oSheet.Cells(pName->lRow1, 1).AddressExternal();
+    } else {
         xl::xlWorksheets& oSheets = oWorkbook_->Worksheets();
-        for (long i = 2; i <= oSheets.Count(); ++i) {
-            const xl::xlNameEntry* pName = oSheets(i).Names().Find(sAnchor);
-            if (!pName) continue;
-            sSubAddress = oSheets(i).Cells(pName->lRow1, 1).AddressExternal();
-            break;
+        for (long i = 2; i <= oSheets.Count() && sCell.empty(); ++i) {
+            if (const xl::xlNameEntry* pName = oSheets(i).Names().Find(sAnchor)) {
+                sCell = oSheets(i).Cells(pName->lRow1, 1).AddressExternal();
+                sSubAddress = sCell;
+            }
         }
     }
-    oSheet.Hyperlinks().Add(oSheet.Cells(nRow, nCol), "", sSubAddress);
+    xl::xlRange oCell = oSheet.Cells(nRow, nCol);
+    if (oSheet.Hyperlinks().Count() < modConst::xlMaxHyperlinks) {
+        oSheet.Hyperlinks().Add(oCell, "", sSubAddress);
+        return;
+    }
+    // A block that was left out has no cell to lead to; a text too long for a formula stays a
+    // text (its anchor name would be too long for a block as well).
+    const auto oView = oSheet.GetCell(nRow, nCol);
+    const std::string sText = oView && std::holds_alternative<std::string>(oView->vValue)
+                                  ? std::get<std::string>(oView->vValue)
+                                  : std::string();
+    if (sCell.empty() || sText.empty() || sText.size() > 255) return;
+    auto fnQuoted = [](const std::string& s) {
+        std::string q = "\"";
+        for (char ch : s)
+            q += ch == '"' ? std::string("\"\"") : std::string(1, ch);
+        return q + "\"";
+    };
+    oCell.Formula("=HYPERLINK(" + fnQuoted("#" + sCell) + "," + fnQuoted(sText) + ")");
+    oCell.Font().Underline(modConst::xlUnderlineStyleSingle);
+    oCell.Font().ColorIndex(5);
 }
 
 std::string clsBldExcel::AnchorNameOf(long nIndex) {

@@ -119,7 +119,7 @@ std::string ContinuationName(const std::string& sBase, long n) {
 
 // A cell of one sheet written on another: its text goes to the other sheet's texts.
 Cell CellFor(const xlWorksheet::Impl& from, xlWorksheet::Impl& to, Cell c) {
-    if (c.eType == detail::kText) c.lPayload = to.oText.Add(from.oText.Get(c.lPayload));
+    if (detail::HoldsText(c)) c.lPayload = to.oText.Add(from.oText.Get(c.lPayload));
     return c;
 }
 
@@ -209,7 +209,7 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
             o.arrCells.reserve(from.arrCells.size());
             for (const Cell& c : from.arrCells) {
                 o.arrCells.push_back(CellFor(d, t, c));
-                if (c.eType == detail::kText) d.oText.Release(c.lPayload);
+                if (detail::HoldsText(c)) d.oText.Release(c.lPayload);
             }
             RowRec().arrCells.swap(from.arrCells);
         }

@@ -97,7 +97,9 @@ private:
     size_t lWasted_ = 0;
 };
 
-enum : uint8_t { kEmpty = 0, kText = 1, kNumber = 2 };
+// A formula cell holds its formula and the value it shows, as one text of the arena: the
+// formula, a NUL, the value (see FormulaOf and FormulaValueOf).
+enum : uint8_t { kEmpty = 0, kText = 1, kNumber = 2, kFormula = 3 };
 
 // One cell record: column, kind of value, format id and the value (a number, or a text of the
 // arena).
@@ -116,6 +118,20 @@ struct Cell {
     void SetNumber(double d) { std::memcpy(&lPayload, &d, sizeof d); }
 };
 static_assert(sizeof(Cell) == 16, "a cell record is 16 bytes");
+
+// The cell's payload is a text of the arena.
+inline bool HoldsText(const Cell& c) {
+    return c.eType == kText || c.eType == kFormula;
+}
+
+// The two halves of a formula cell's text.
+inline std::string_view FormulaOf(std::string_view sStored) {
+    return sStored.substr(0, sStored.find('\0'));
+}
+inline std::string_view FormulaValueOf(std::string_view sStored) {
+    const size_t p = sStored.find('\0');
+    return p == std::string_view::npos ? std::string_view() : sStored.substr(p + 1);
+}
 
 struct Row {
     std::vector<Cell> arrCells;         // sorted by column
@@ -137,6 +153,11 @@ constexpr size_t kMaxLinkLength = 2079;
 
 // Length in UTF-16 code units, as the application counts characters.
 size_t Utf16Length(std::string_view s);
+
+// The parts of a formula =HYPERLINK("location"[, "text"]): false for any other formula, or for
+// a text longer than the 255 characters a formula's text may hold. The text shown is the
+// location when no text is given.
+bool ParseHyperlinkFormula(std::string_view sFormula, std::string& sLocation, std::string& sText);
 
 // 'Sheet name' quoted when a formula needs the quotes.
 std::string QuoteSheetName(const std::string& sName);

@@ -415,6 +415,59 @@ size_t Utf16Length(std::string_view s) {
     return n;
 }
 
+bool ParseHyperlinkFormula(std::string_view sFormula, std::string& sLocation, std::string& sText) {
+    size_t i = 0;
+    auto fnSpaces = [&] {
+        while (i < sFormula.size() && sFormula[i] == ' ')
+            ++i;
+    };
+    auto fnTake = [&](std::string_view sWord) {
+        if (sFormula.size() - i < sWord.size()) return false;
+        for (size_t k = 0; k < sWord.size(); ++k) {
+            char ch = sFormula[i + k];
+            if (ch >= 'a' && ch <= 'z') ch = static_cast<char>(ch - 'a' + 'A');
+            if (ch != sWord[k]) return false;
+        }
+        i += sWord.size();
+        return true;
+    };
+    // A text in quotes, "" standing for one quote.
+    auto fnString = [&](std::string& s) {
+        fnSpaces();
+        if (i >= sFormula.size() || sFormula[i] != '"') return false;
+        ++i;
+        s.clear();
+        for (;;) {
+            if (i >= sFormula.size()) return false;
+            if (sFormula[i] == '"') {
+                if (i + 1 < sFormula.size() && sFormula[i + 1] == '"') {
+                    s += '"';
+                    i += 2;
+                    continue;
+                }
+                ++i;
+                break;
+            }
+            s += sFormula[i++];
+        }
+        return Utf16Length(s) <= 255;
+    };
+    if (!fnTake("=")) return false;
+    fnSpaces();
+    if (!fnTake("HYPERLINK")) return false;
+    fnSpaces();
+    if (!fnTake("(") || !fnString(sLocation)) return false;
+    fnSpaces();
+    sText = sLocation;
+    if (fnTake(",")) {
+        if (!fnString(sText)) return false;
+        fnSpaces();
+    }
+    if (!fnTake(")")) return false;
+    fnSpaces();
+    return i == sFormula.size() && !sLocation.empty();
+}
+
 std::string QuoteSheetName(const std::string& sName) {
     bool bPlain = !sName.empty() && (IsAsciiLetter(sName[0]) || sName[0] == '_');
     for (char ch : sName) {
@@ -705,7 +758,7 @@ uint32_t xlWorksheet::Impl::EffectiveStyleId(long lRow, long lCol) const {
 }
 
 void xlWorksheet::Impl::SetValue(Cell& c, const xlVariant& v) {
-    if (c.eType == kText) oText.Release(c.lPayload);
+    if (detail::HoldsText(c)) oText.Release(c.lPayload);
     if (const auto* ps = std::get_if<std::string>(&v)) {
         c.eType = kText;
         c.lPayload = oText.Add(*ps);
@@ -724,6 +777,8 @@ xlVariant xlWorksheet::Impl::ValueOf(const Cell& c) const {
             return std::string(oText.Get(c.lPayload));
         case kNumber:
             return c.Number();
+        case detail::kFormula:
+            return std::string(detail::FormulaValueOf(oText.Get(c.lPayload)));
         default:
             return std::monostate{};
     }
@@ -880,6 +935,24 @@ bool xlRange::IsWholeColumns() const {
     return lRow1_ == 1 && lRow2_ == pSheet_->Data().lMaxRows;
 }
 
+void xlRange::Formula(const std::string& sFormula) {
+    std::string sLocation, sText;
+    if (!detail::ParseHyperlinkFormula(sFormula, sLocation, sText)) Fail();
+    CheckValue(sText);
+    xlWorksheet::Impl& d = pSheet_->Data();
+    CheckCellCount(CellCount(lRow1_, lCol1_, lRow2_, lCol2_));
+    std::string sStored = sFormula;
+    sStored += '\0';
+    sStored += sText;
+    for (long r = lRow1_; r <= lRow2_; ++r) {
+        ForSpan(d, d.EnsureRow(r), lCol1_, lCol2_, [&](Cell& c) {
+            if (detail::HoldsText(c)) d.oText.Release(c.lPayload);
+            c.eType = detail::kFormula;
+            c.lPayload = d.oText.Add(sStored);
+        });
+    }
+}
+
 void xlRange::Value(const xlVariant& v) {
     CheckValue(v);
     xlWorksheet::Impl& d = pSheet_->Data();
@@ -900,7 +973,7 @@ void xlRange::Value(const xlVariant& v) {
         const uint64_t lRef = d.oText.Add(*ps);
         for (long r = lRow1_; r <= lRow2_; ++r) {
             ForSpan(d, d.EnsureRow(r), lCol1_, lCol2_, [&](Cell& c) {
-                if (c.eType == kText) d.oText.Release(c.lPayload);
+                if (detail::HoldsText(c)) d.oText.Release(c.lPayload);
                 c.eType = kText;
                 c.lPayload = lRef;
             });
@@ -1171,7 +1244,7 @@ void xlRange::Copy(const xlRange& oDestination) const {
         auto hi =
             std::lower_bound(lo, v.end(), C2 + 1, [](const Cell& c, long n) { return c.nCol < n; });
         for (auto x = lo; x != hi; ++x) {
-            if (x->eType == kText) t.oText.Release(x->lPayload);
+            if (detail::HoldsText(*x)) t.oText.Release(x->lPayload);
         }
         v.erase(lo, hi);
     }
@@ -1207,7 +1280,9 @@ void xlRange::Copy(const xlRange& oDestination) const {
         Cell x = NewCell(c, lStyle);
         x.eType = it.eType;
         x.lPayload = it.lPayload;
-        if (it.eType == kText) x.lPayload = t.oText.Add(s.oText.Get(it.lPayload));
+        if (it.eType == kText || it.eType == detail::kFormula) {
+            x.lPayload = t.oText.Add(s.oText.Get(it.lPayload));
+        }
         arrNew.push_back(x);
     }
     Flush();
@@ -1255,6 +1330,11 @@ void xlFont::Bold(bool b) {
 }
 void xlFont::Italic(bool b) {
     r_.ApplyStyle(MakeChange(xlStyleChange::kItalic, b));
+}
+
+void xlFont::Underline(long lStyle) {
+    if (lStyle != xlUnderlineStyleSingle && lStyle != xlUnderlineStyleNone) Fail();
+    r_.ApplyStyle(MakeChange(xlStyleChange::kUnderline, lStyle == xlUnderlineStyleSingle));
 }
 
 void xlFont::ColorIndex(long lIndex) {
@@ -1505,7 +1585,11 @@ std::optional<xlCellView> xlWorksheet::GetCell(long lRow, long lCol) const {
     }
     const Cell* c = pImpl_->FindCell(lRow, lCol);
     if (!c) return std::nullopt;
-    return xlCellView{pImpl_->ValueOf(*c), pImpl_->pStyles->Get(c->lStyle)};
+    xlCellView v{pImpl_->ValueOf(*c), pImpl_->pStyles->Get(c->lStyle), std::string()};
+    if (c->eType == detail::kFormula) {
+        v.sFormula = std::string(detail::FormulaOf(pImpl_->oText.Get(c->lPayload)));
+    }
+    return v;
 }
 
 xlStyle xlWorksheet::EffectiveStyle(long lRow, long lCol) const {

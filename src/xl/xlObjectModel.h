@@ -92,6 +92,11 @@ public:
     xlRange(xlWorksheet* pSheet, long lRow1, long lCol1, long lRow2, long lCol2);
 
     void Value(const xlVariant& v);
+    // A formula in every cell of the range. The model knows one function, a link that a cell
+    // shows: =HYPERLINK("location") or =HYPERLINK("location", "text to show"), each a text of
+    // up to 255 characters in quotes ("" for a quote). The cell's value is the text it shows.
+    // Raises 1004 for any other formula.
+    void Formula(const std::string& sFormula);
     void Value(const std::string& s) { Value(xlVariant(s)); }
     void Value(const char* s) { Value(xlVariant(std::string(s))); }
     void Value(double d) { Value(xlVariant(d)); }
@@ -146,6 +151,7 @@ public:
     void FontStyle(const std::string& sStyle);  // "Regular", "Bold", "Italic", "Bold Italic"
     void Bold(bool b);
     void Italic(bool b);
+    void Underline(long lStyle);  // xlUnderlineStyleSingle or xlUnderlineStyleNone
     void ColorIndex(long lIndex);
     void Size(double dSize);
 
@@ -265,6 +271,7 @@ private:
 struct xlCellView {
     xlVariant vValue;
     xlStyle oStyle;
+    std::string sFormula;  // empty unless the cell holds a formula
 };
 
 class xlWorksheet {

@@ -169,9 +169,10 @@ double RowFitter::Fit(long lRow) const {
         if (bSkip) continue;
         const StyleFacts& f = Facts(c.lStyle);
         long nLines = 1;
-        if (c.eType == kText && f.bWrap) {
-            nLines = TextLines(d_.oText.Get(c.lPayload), f.nFace, f.dSize, AvailablePixels(c1, c2),
-                               true);
+        if (HoldsText(c) && f.bWrap) {
+            const std::string_view s = d_.oText.Get(c.lPayload);
+            nLines = TextLines(c.eType == kFormula ? FormulaValueOf(s) : s, f.nFace, f.dSize,
+                               AvailablePixels(c1, c2), true);
         }
         dNeed = std::max(dNeed, LinesHeight(nLines, f.dSize));
     }

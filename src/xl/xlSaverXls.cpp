@@ -115,6 +115,8 @@ enum : uint16_t {
     kRow = 0x0208,
     kLabelSst = 0x00FD,
     kNumber = 0x0203,
+    kFormula = 0x0006,
+    kString = 0x0207,
     kBlank = 0x0201,
     kMulBlank = 0x00BE,
     kDbCell = 0x00D7,
@@ -807,6 +809,10 @@ private:
                     b.F64(c.Number());
                     w_.Record(kNumber, b);
                     break;
+                case detail::kFormula:
+                    b.U16(xfs_.For(c.lStyle));
+                    FormulaRecords(b, d_.oText.Get(c.lPayload));
+                    break;
                 default: {
                     // Neighbouring blank records go out as one.
                     size_t e = k;
@@ -828,6 +834,34 @@ private:
                 }
             }
         }
+    }
+
+    // A formula cell (its row, column and format already in b): the FORMULA record with the
+    // parsed formula, whose value is a text, then the STRING record with that text. The model
+    // holds one kind of formula, =HYPERLINK("location", "text"): two string tokens and the
+    // function with a variable count of arguments.
+    void FormulaRecords(Bytes& b, std::string_view sStored) {
+        std::string sLocation, sText;
+        if (!detail::ParseHyperlinkFormula(detail::FormulaOf(sStored), sLocation, sText)) Fail();
+        b.U8(0x00);  // the value is a text, in the STRING record that follows
+        b.Zeros(5);
+        b.U16(0xFFFF);
+        b.U16(0);  // no flags
+        b.U32(0);
+        Bytes f;
+        f.U8(0x17);  // ptgStr
+        f.ShortXLUnicodeString(biff::Utf16(sLocation));
+        f.U8(0x17);
+        f.ShortXLUnicodeString(biff::Utf16(sText));
+        f.U8(0x42);  // ptgFuncVar, value class
+        f.U8(2);     // arguments
+        f.U16(359);  // HYPERLINK
+        b.U16(static_cast<uint32_t>(f.Size()));
+        b.Raw(f.Data(), f.Size());
+        w_.Record(kFormula, b);
+        Bytes t;
+        t.XLUnicodeString(biff::Utf16(std::string(detail::FormulaValueOf(sStored))));
+        w_.Record(kString, t);
     }
 
     // Rows in blocks of 32: the ROW records of a block, then their cells, then a DBCELL record

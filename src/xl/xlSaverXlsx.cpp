@@ -215,6 +215,11 @@ public:
         Check(worksheet_write_number(ws_, r, c, d, f));
     }
     void Blank(lxw_row_t r, lxw_col_t c, Fmt f) { Check(worksheet_write_blank(ws_, r, c, f)); }
+    // A formula with the value it shows, which readers take until they calculate.
+    void Formula(lxw_row_t r, lxw_col_t c, const std::string& sFormula, Fmt f,
+                 const std::string& sValue) {
+        Check(worksheet_write_formula_str(ws_, r, c, sFormula.c_str(), f, sValue.c_str()));
+    }
     void Url(lxw_row_t r, lxw_col_t c, const char* sTarget, Fmt f, const char* sText,
              const char* sTip) {
         Check(worksheet_write_url_opt(ws_, r, c, sTarget, f, sText, sTip));
@@ -318,6 +323,14 @@ public:
         std::fprintf(p_, "N\t%u\t%u\t%ld\t%.17g\n", r, c, f, d);
     }
     void Blank(lxw_row_t r, lxw_col_t c, Fmt f) { std::fprintf(p_, "B\t%u\t%u\t%ld\n", r, c, f); }
+    void Formula(lxw_row_t r, lxw_col_t c, const std::string& sFormula, Fmt f,
+                 const std::string& sValue) {
+        std::fprintf(p_, "F\t%u\t%u\t%ld\t", r, c, f);
+        Text(sFormula.c_str());
+        std::fputc('\t', p_);
+        Text(sValue.c_str());
+        std::fputc('\n', p_);
+    }
     void Url(lxw_row_t r, lxw_col_t c, const char* sTarget, Fmt f, const char* sText,
              const char* sTip) {
         std::fprintf(p_, "U\t%u\t%u\t%ld\t", r, c, f);
@@ -452,6 +465,8 @@ std::string CellText(const xlWorksheet::Impl& d, const Cell& c) {
             std::snprintf(buf, sizeof buf, "%.15G", c.Number());
             return buf;
         }
+        case detail::kFormula:
+            return std::string(detail::FormulaValueOf(d.oText.Get(c.lPayload)));
         default:
             return {};
     }
@@ -540,6 +555,12 @@ void WriteCells(Sink& sink, const xlWorksheet& oSheet, Formats<Sink>& fmts,
                 case detail::kNumber:
                     sink.Number(rr, cc, c.Number(), f);
                     break;
+                case detail::kFormula: {
+                    const std::string_view sStored = d.oText.Get(c.lPayload);
+                    sink.Formula(rr, cc, std::string(detail::FormulaOf(sStored)), f,
+                                 std::string(detail::FormulaValueOf(sStored)));
+                    break;
+                }
                 default:
                     // A record that shows what the cell would show anyway is left out.
                     if (c.lStyle != d.Background(o, c.nCol)) sink.Blank(rr, cc, f);

@@ -97,8 +97,8 @@ private:
     size_t lWasted_ = 0;
 };
 
-// A formula cell holds its formula and the value it shows, as one text of the arena: the
-// formula, a NUL, the value (see FormulaOf and FormulaValueOf).
+// A formula cell holds its formula and the value it shows as one text of the arena: the
+// formula's length in decimal, ":", the formula, the value (see FormulaOf and FormulaValueOf).
 enum : uint8_t { kEmpty = 0, kText = 1, kNumber = 2, kFormula = 3 };
 
 // One cell record: column, kind of value, format id and the value (a number, or a text of the
@@ -125,12 +125,26 @@ inline bool HoldsText(const Cell& c) {
 }
 
 // The two halves of a formula cell's text.
+inline size_t FormulaLengthEnd(std::string_view sStored, size_t& lLength) {
+    size_t i = 0;
+    lLength = 0;
+    while (i < sStored.size() && sStored[i] >= '0' && sStored[i] <= '9')
+        lLength = lLength * 10 + static_cast<size_t>(sStored[i++] - '0');
+    return i < sStored.size() ? i + 1 : i;  // past the ":"
+}
 inline std::string_view FormulaOf(std::string_view sStored) {
-    return sStored.substr(0, sStored.find('\0'));
+    size_t n;
+    const size_t p = FormulaLengthEnd(sStored, n);
+    return sStored.substr(p, n);
 }
 inline std::string_view FormulaValueOf(std::string_view sStored) {
-    const size_t p = sStored.find('\0');
-    return p == std::string_view::npos ? std::string_view() : sStored.substr(p + 1);
+    size_t n;
+    const size_t p = FormulaLengthEnd(sStored, n);
+    return p + n <= sStored.size() ? sStored.substr(p + n) : std::string_view();
+}
+// The stored text of a formula and its value, both storable already.
+inline std::string FormulaText(const std::string& sFormula, const std::string& sValue) {
+    return std::to_string(sFormula.size()) + ":" + sFormula + sValue;
 }
 
 struct Row {

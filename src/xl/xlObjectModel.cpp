@@ -941,9 +941,7 @@ void xlRange::Formula(const std::string& sFormula) {
     CheckValue(sText);
     xlWorksheet::Impl& d = pSheet_->Data();
     CheckCellCount(CellCount(lRow1_, lCol1_, lRow2_, lCol2_));
-    std::string sStored = sFormula;
-    sStored += '\0';
-    sStored += sText;
+    const std::string sStored = detail::FormulaText(WorkbookText(sFormula), WorkbookText(sText));
     for (long r = lRow1_; r <= lRow2_; ++r) {
         ForSpan(d, d.EnsureRow(r), lCol1_, lCol2_, [&](Cell& c) {
             if (detail::HoldsText(c)) d.oText.Release(c.lPayload);

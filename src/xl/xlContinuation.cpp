@@ -40,8 +40,9 @@ long LinksIn(const std::vector<long>& arrRunning, long a, long b) {
     return arrRunning[static_cast<size_t>(b)] - arrRunning[static_cast<size_t>(a - 1)];
 }
 
-Plan PlanParts(const xlWorksheet::Impl& d, const std::vector<long>& arrRunning, long lTitleRows,
-               long lLinksToCome) {
+Plan PlanParts(const xlWorksheet::Impl& d, const std::vector<long>& arrRunning,
+               const std::vector<long>& arrTitleRows, long lLinksToCome) {
+    const long lTitleRows = static_cast<long>(arrTitleRows.size());
     const long lLast = static_cast<long>(d.arrRows.size());
     const long lRowCap = d.lMaxRows;
     const long lLinkCap = xlMaxHyperlinks;
@@ -53,19 +54,31 @@ Plan PlanParts(const xlWorksheet::Impl& d, const std::vector<long>& arrRunning, 
     arrStarts.erase(std::unique(arrStarts.begin(), arrStarts.end()), arrStarts.end());
 
     Plan plan;
-    // The rows before the first block stay on the sheet, and must fit it.
-    const long lHead = arrStarts.empty() ? lLast : arrStarts.front() - 1;
-    if (lHead > lRowCap) Fail();
+    // The rows before the first block stay on the sheet, and must fit it; those past its end
+    // may only be empty or title rows, which every new sheet repeats: they are left out.
+    long lHead = arrStarts.empty() ? lLast : arrStarts.front() - 1;
+    if (lHead > lRowCap) {
+        if (arrStarts.empty()) Fail();
+        for (long r = lRowCap + 1; r <= lHead; ++r) {
+            const bool bTitle =
+                std::find(arrTitleRows.begin(), arrTitleRows.end(), r) != arrTitleRows.end();
+            if (!bTitle && !d.arrRows[static_cast<size_t>(r - 1)].arrCells.empty()) Fail();
+        }
+        lHead = lRowCap;
+    }
     plan.lKeep = lHead;
 
     // The sheet being filled: its rows and links so far, and whether it is a new one.
     long lRows = lHead;
     long lLinks = LinksIn(arrRunning, 1, lHead) + lLinksToCome;
+    // A sheet left full by its head takes no block.
+    bool bFull = lHead >= lRowCap;
     bool bNew = false;
     long lFirst = 1;
     auto fnOpen = [&](long lFrom) {
         if (bNew) plan.arrParts.push_back({lFirst, lFrom - 1});
         bNew = true;
+        bFull = false;
         lFirst = lFrom;
         lRows = lTitleRows;
         lLinks = 0;
@@ -76,7 +89,7 @@ Plan PlanParts(const xlWorksheet::Impl& d, const std::vector<long>& arrRunning, 
         while (a <= b) {
             const long n = b - a + 1;
             const long k = LinksIn(arrRunning, a, b);
-            if (lRows + n <= lRowCap && lLinks + k <= lLinkCap) {
+            if (!bFull && lRows + n <= lRowCap && lLinks + k <= lLinkCap) {
                 lRows += n;
                 lLinks += k;
                 if (!bNew) plan.lKeep = b;
@@ -145,7 +158,7 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
     Impl& d = *pImpl_;
     const long lTitles = static_cast<long>(arrTitleRows.size());
     for (long t : arrTitleRows) {
-        if (t < 1 || t > d.lMaxRows) Fail();
+        if (t < 1 || t > d.RowLimit()) Fail();
     }
     if (lTitles >= d.lMaxRows || lLinksToCome < 0) Fail();
     const long lLast = static_cast<long>(d.arrRows.size());
@@ -155,16 +168,19 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
     }
     for (long r = 1; r <= lLast; ++r)
         arrRunning[static_cast<size_t>(r)] += arrRunning[static_cast<size_t>(r - 1)];
-    const Plan plan = PlanParts(d, arrRunning, lTitles, lLinksToCome);
+    const Plan plan = PlanParts(d, arrRunning, arrTitleRows, lLinksToCome);
     d.bContinues = false;
     d.arrBlockStarts.clear();
     std::vector<xlWorksheet*> arrNew;
     if (plan.arrParts.empty()) return arrNew;
     if (!pBook_) Fail();
 
-    // The part that a row of the long sheet goes to (0: this sheet) and its row there.
+    // The part that a row of the long sheet goes to (0: this sheet; kLeftOut: a title row past
+    // the sheet's end, which the new sheets repeat) and its row there.
+    constexpr size_t kLeftOut = static_cast<size_t>(-1);
     auto fnPartOf = [&](long r) -> size_t {
         if (r <= plan.lKeep) return 0;
+        if (r < plan.arrParts.front().lFirst) return kLeftOut;
         auto it = std::upper_bound(plan.arrParts.begin(), plan.arrParts.end(), r,
                                    [](long x, const Part& p) { return x < p.lFirst; });
         return static_cast<size_t>(it - plan.arrParts.begin());
@@ -221,6 +237,7 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
     std::vector<std::array<long, 4>> arrKeptMerged;
     for (const auto& a : d.arrMerged) {
         const size_t p = fnPartOf(a[0]);
+        if (p == kLeftOut) continue;
         if (p == 0) {
             arrKeptMerged.push_back(a);
             continue;
@@ -236,6 +253,7 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
     std::vector<xlHyperlinkEntry> arrKeptLinks;
     for (xlHyperlinkEntry& e : oHyperlinks_.arr_) {
         const size_t p = fnPartOf(e.lRow);
+        if (p == kLeftOut) continue;
         if (p == 0) {
             arrKeptLinks.push_back(std::move(e));
             continue;
@@ -256,6 +274,7 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
     std::vector<xlNameEntry> arrKeptNames;
     for (xlNameEntry& e : oNames_.arr_) {
         const size_t p = fnPartOf(e.lRow1);
+        if (p == kLeftOut) continue;
         if (p == 0) {
             arrKeptNames.push_back(std::move(e));
             continue;

@@ -169,3 +169,119 @@ class TestContinuationXlsx(SizeCase):
                 wb = Workbook(self.export(data, "COLLECTION", ".xlsx"))
                 self.assertEqual(self.check_links(wb, "A", 6, n), n - 65530)
                 self.assertEqual(len(wb.links[wb.names[0]]), 65530)
+
+
+class TestContinuationXls(SizeCase):
+    def test_an_item_structure_over_three_sheets(self):
+        import xlrd
+        data = os.path.join(self.tmp, "data", "mid.xml")
+        os.makedirs(os.path.dirname(data))
+        n = write_structure(data, 150, 150)
+        book = xlrd.open_workbook(self.export(data, "STRUCTURE", ".xls"))
+        sheets = book.sheets()
+        self.assertEqual([s.name for s in sheets], ["Sheet1", "Sheet1 (2)", "Sheet1 (3)"])
+        self.assertEqual(len(self.log_lines()), 2)
+        # Each sheet's local names by upper-case text: the row (0-based) of its block.
+        names = {s.name: {} for s in sheets}
+        for nm in book.name_obj_list:
+            if nm.builtin or nm.scope < 0:
+                continue
+            ref = nm.area2d()
+            names[sheets[nm.scope].name][nm.name.upper()] = ref[1]
+        main = sheets[0]
+        for r in range(5, 5 + n):
+            link = main.hyperlink_map.get((r, 1))
+            self.assertIsNotNone(link, "B%d has no link" % (r + 1))
+            m = CELL_REF.match(link.textmark)
+            if m:
+                target = (m.group(1) or "").replace("''", "'") or m.group(2)
+                row = int(m.group(4)) - 1
+            else:
+                target, row = main.name, names[main.name][link.textmark.upper()]
+            sheet = book.sheet_by_name(target)
+            self.assertEqual(sheet.cell_value(row, 1), main.cell_value(r, 1), link.textmark)
+        for s in sheets[1:]:
+            self.assertEqual(s.cell_value(3, 0), "Property Panel: Items")
+            self.assertEqual([s.cell_value(r, 0) for r in (0, 1)],
+                             [main.cell_value(r, 0) for r in (0, 1)])
+            self.assertIn(4, names[s.name].values(), s.name)
+
+
+class TestAcrossSheets(SizeCase):
+    def test_libreoffice_converts_without_a_warning(self):
+        import shutil
+        import subprocess
+        soffice = shutil.which("soffice") or shutil.which("libreoffice")
+        if not soffice:
+            self.skipTest("LibreOffice (soffice) is not installed")
+        data = os.path.join(self.tmp, "data", "big.xml")
+        os.makedirs(os.path.dirname(data))
+        write_collection(data, 70000)
+        path = self.export(data, "COLLECTION", ".xlsx")
+        out = os.path.join(self.tmp, "converted")
+        conv = subprocess.run([soffice, "-env:UserInstallation=file://" + os.path.join(
+            self.tmp, "lo-profile"), "--headless", "--convert-to", "ods", "--outdir", out, path],
+            capture_output=True, text=True, timeout=900, env=dict(os.environ, HOME=self.tmp))
+        self.assertEqual(conv.returncode, 0, conv.stderr)
+        complaints = [l for l in conv.stderr.splitlines() if l.strip() and "javaldx" not in l]
+        self.assertEqual(complaints, [])
+        self.assertTrue(os.path.exists(os.path.join(out, "big.ods")), conv.stdout)
+
+    def run_on_terminal(self, args, stop_after_rows=None):
+        """Runs the tool on a pseudo-terminal; with stop_after_rows, sends SIGINT once the
+        progress line has passed that many rows written. Returns the exit code, the output and
+        the last (written, total) the progress showed."""
+        import pty
+        import select
+        import signal
+        import time
+        from e2e_common import Config
+        env = dict(os.environ, APPDATA=self.tmp)
+        pid, fd = pty.fork()
+        if pid == 0:
+            os.execve(Config.cli, [Config.cli, *args], env)
+        text, last, sent = "", None, False
+        deadline = time.monotonic() + 600
+        while time.monotonic() < deadline:
+            ready, _, _ = select.select([fd], [], [], 1.0)
+            if not ready:
+                continue
+            try:
+                b = os.read(fd, 65536)
+            except OSError:
+                break
+            if not b:
+                break
+            text += b.decode("utf-8", "replace")
+            found = re.findall(r"Writing the workbook: (\d+) of (\d+) rows", text)
+            if found:
+                last = tuple(int(x) for x in found[-1])
+                if stop_after_rows is not None and not sent and last[0] > stop_after_rows:
+                    os.kill(pid, signal.SIGINT)
+                    sent = True
+        _, status = os.waitpid(pid, 0)
+        os.close(fd)
+        return os.waitstatus_to_exitcode(status), text, last
+
+    def test_progress_and_cancellation_over_all_sheets(self):
+        data = os.path.join(self.tmp, "data", "big.xml")
+        os.makedirs(os.path.dirname(data))
+        write_collection(data, 150000)
+        args = [data, self.settings, SETUP.format(name="big", space="COLLECTION"), ".xlsx"]
+        code, text, last = self.run_on_terminal(args)
+        self.assertEqual(code, 0, text[-2000:])
+        wb = openpyxl.load_workbook(os.path.join(self.tmp, "data", "big.xlsx"), read_only=True)
+        rows = sum(ws.max_row for ws in wb.worksheets)
+        first = wb.worksheets[0].max_row
+        self.assertGreater(len(wb.worksheets), 1)
+        wb.close()
+        # The progress counts the rows of every sheet, up to the last.
+        self.assertEqual(last[0], last[1])
+        self.assertGreaterEqual(last[1], rows)
+        os.remove(os.path.join(self.tmp, "data", "big.xlsx"))
+        os.remove(os.path.join(self.export_dir, "ExportExcel.log"))
+        # Stopped while the second sheet is written: nothing is left.
+        code, text, _ = self.run_on_terminal(args, stop_after_rows=first + 1000)
+        self.assertEqual(code, 130, text[-2000:])
+        self.assertEqual(sorted(os.listdir(os.path.join(self.tmp, "data"))), ["big.xml"])
+        self.assertEqual(len([l for l in self.log_lines() if "User interrupt occurred" in l]), 1)

@@ -87,6 +87,10 @@ bool clsBldExcel::FillExlFile() {
                 break;
         }
 
+        // The main panel stays on the first sheet, from row 6: an export with more objects than
+        // that sheet has rows is refused.
+        if (CheckedAdd(nCount, 5) > oSheet.MaxRows()) RaiseError(errAppDefined);
+
         // The property panel may run past the sheet's last row: it then continues on new
         // sheets, block by block.
         oSheet.ContinuePastLastRow();

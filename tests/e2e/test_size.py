@@ -9,7 +9,7 @@ import xml.etree.ElementTree as ET
 
 import openpyxl
 
-from e2e_common import CliCase
+from e2e_common import DATE, CliCase
 
 NS = {"m": "http://schemas.openxmlformats.org/spreadsheetml/2006/main",
       "r": "http://schemas.openxmlformats.org/officeDocument/2006/relationships"}
@@ -172,6 +172,22 @@ class TestContinuationXlsx(SizeCase):
 
 
 class TestContinuationXls(SizeCase):
+    def test_more_objects_than_the_first_sheet_has_rows_are_refused_with_1004(self):
+        # The main panel starts at row 6: 65,531 objects fill an .xls sheet to its last row,
+        # one more does not fit.
+        data = os.path.join(self.tmp, "data", "big.xml")
+        os.makedirs(os.path.dirname(data))
+        write_collection(data, 65532)
+        r = self.run_cli("-q", data, self.settings, SETUP.format(name="big", space="COLLECTION"),
+                         ".xls")
+        self.assertEqual(r.returncode, 1, r.stderr)
+        lines = self.log_lines()
+        self.assertEqual(len(lines), 2, lines)
+        for line, proc in zip(lines, ("FillMainPanelItem", "FillExlFile")):
+            self.assertRegex(line, "^" + re.escape(
+                "Run-time error: Application-defined or object-defined error 1004 ") + DATE +
+                re.escape(" in orvExportExcel:clsBldExcel[%s]" % proc) + "$")
+
     def test_an_item_structure_over_three_sheets(self):
         import xlrd
         data = os.path.join(self.tmp, "data", "mid.xml")

@@ -25,17 +25,23 @@ namespace {
 
 // SIGINT and SIGTERM only set the export's stop flag (a lock-free atomic store, safe in a signal
 // handler) and remember the signal; the export then ends on its own, saving nothing and leaving
-// no temporary file, and the tool exits with 128 + the signal's number.
-std::atomic<bool>* g_pStop = nullptr;
+// no temporary file, and the tool exits with 128 + the signal's number. The flag has static
+// storage: a signal may come at any moment until the process is gone, while it exits too.
+static_assert(std::atomic<bool>::is_always_lock_free);
+std::atomic<bool> g_bStop{false};
 volatile std::sig_atomic_t g_nSignal = 0;
 
 extern "C" void OnStopSignal(int nSignal) {
     g_nSignal = nSignal;
-    if (g_pStop) g_pStop->store(true, std::memory_order_relaxed);
+    g_bStop.store(true, std::memory_order_relaxed);
 }
 
-void InstallStopHandlers(const std::shared_ptr<std::atomic<bool>>& pStop) {
-    g_pStop = pStop.get();
+// The stop flag as the export takes it; nothing deletes it.
+std::shared_ptr<std::atomic<bool>> StopFlag() {
+    return std::shared_ptr<std::atomic<bool>>(&g_bStop, [](std::atomic<bool>*) {});
+}
+
+void InstallStopHandlers() {
     struct sigaction sa {};
     sa.sa_handler = OnStopSignal;
     sigemptyset(&sa.sa_mask);
@@ -334,8 +340,8 @@ private:
 
 int main(int argc, char** argv) {
     // Listen for the stop signals first, so that no moment of a run ends by the default action.
-    auto pStop = std::make_shared<std::atomic<bool>>(false);
-    InstallStopHandlers(pStop);
+    const auto pStop = StopFlag();
+    InstallStopHandlers();
 
     CLI::App app{
         "Turns a product-data export XML file into a spreadsheet workbook (.xls or .xlsx).\n"

@@ -449,7 +449,8 @@ std::string clsXMLIniData::GetLabelUsePath(const std::string& sLblCapPath, std::
         ReplaceIndex(oMatch, sIndex, sIndAttr);
         std::string sText = NodeText(oMatch);
         if (pRecorder_)
-            pRecorder_->OnLabel(sLblCapPath, false, DocumentElement(), MatchedElement(oMatch), sText);
+            pRecorder_->OnLabel(sLblCapPath, false, DocumentElement(), MatchedElement(oMatch),
+                                sText);
         return sText;
     } catch (...) {
         return std::string();

@@ -61,7 +61,7 @@ void clsLookupRecorder::OnList(const std::string& sPath, const pugi::xml_node& o
 }
 
 void clsLookupRecorder::OnFallback(bool bAsked, const std::string& sExpression, bool bFromCurrent,
-                                   const std::string& sDefault, const std::source_location& oSite) {
+                                   const std::string& sDefault, const clsCallSite& oSite) {
     clsLookupRecord* p = nullptr;
     if (bAsked && !arrRecords_.empty()) {
         clsLookupRecord& rLast = arrRecords_.back();
@@ -80,7 +80,7 @@ void clsLookupRecorder::OnFallback(bool bAsked, const std::string& sExpression, 
     p->sSite = SiteOf(oSite);
 }
 
-void clsLookupRecorder::OnSite(const std::source_location& oSite) {
+void clsLookupRecorder::OnSite(const clsCallSite& oSite) {
     if (!arrRecords_.empty()) arrRecords_.back().sSite = SiteOf(oSite);
 }
 
@@ -98,7 +98,7 @@ std::string clsLookupRecorder::NodePath(const pugi::xml_node& oNode) {
     return sPath;
 }
 
-std::string clsLookupRecorder::SiteOf(const std::source_location& oSite) {
+std::string clsLookupRecorder::SiteOf(const clsCallSite& oSite) {
     const char* sFile = oSite.file_name();
     const char* sSlash = std::strrchr(sFile, '/');
     return std::string(sSlash ? sSlash + 1 : sFile) + ":" + std::to_string(oSite.line());

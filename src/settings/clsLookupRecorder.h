@@ -5,9 +5,10 @@
 #pragma once
 
 #include <pugixml.hpp>
-#include <source_location>
 #include <string>
 #include <vector>
+
+#include "support/clsCallSite.h"
 
 struct clsLookupRecord {
     enum class Kind {
@@ -54,9 +55,9 @@ public:
     // bAsked it made the read just before (sExpression as it handed it over); without, it did
     // not ask, and sExpression is the read it would have made on the current section.
     void OnFallback(bool bAsked, const std::string& sExpression, bool bFromCurrent,
-                    const std::string& sDefault, const std::source_location& oSite);
+                    const std::string& sDefault, const clsCallSite& oSite);
     // Names the caller of the last lookup.
-    void OnSite(const std::source_location& oSite);
+    void OnSite(const clsCallSite& oSite);
 
     const std::vector<clsLookupRecord>& Records() const { return arrRecords_; }
 
@@ -65,7 +66,7 @@ public:
     // The document element itself gives "".
     static std::string NodePath(const pugi::xml_node& oNode);
     // "file:line" of a source location, with the file's name alone.
-    static std::string SiteOf(const std::source_location& oSite);
+    static std::string SiteOf(const clsCallSite& oSite);
 
 private:
     clsLookupRecord& Add(clsLookupRecord::Kind eKind, const std::string& sExpression);

@@ -169,7 +169,7 @@ clsXMLIniData& clsBldExcel::Ini() const {
     return *ctx_.IniData;
 }
 
-void clsBldExcel::SelectLabels(const std::string& sNodePath, std::source_location oSite) {
+void clsBldExcel::SelectLabels(const std::string& sNodePath, clsCallSite oSite) {
     bLblFromIni_ = Ini().SetCurNode(sNodePath);
     if (clsLookupRecorder* p = Recorder()) p->OnSite(oSite);
 }

@@ -8,11 +8,11 @@
 
 #include <functional>
 #include <memory>
-#include <source_location>
 #include <string>
 #include <vector>
 
 #include "parse/clsExportContext.h"
+#include "support/clsCallSite.h"
 #include "xl/xlObjectModel.h"
 
 struct clsBldExcelTestAccess;
@@ -108,16 +108,14 @@ private:
     // recorder attached to the settings (the settings check) where it was called from and what
     // it falls back to.
     std::string GetCaptionById(long lId, const std::string& sDefault, long& lLength,
-                               std::source_location oSite = std::source_location::current());
+                               clsCallSite oSite = clsCallSite());
     std::string GetCaptionByName(const std::string& sName, const std::string& sDefault,
-                                 long& lLength,
-                                 std::source_location oSite = std::source_location::current());
+                                 long& lLength, clsCallSite oSite = clsCallSite());
     std::string GetCaptionByPath(const std::string& sPath, const std::string& sDefault,
-                                 std::source_location oSite = std::source_location::current());
+                                 clsCallSite oSite = clsCallSite());
     // The ordered label list of a settings section (GetOrderedAttrList).
     pugi::xpath_node_set GetLabelList(const std::string& sPath, long& lUBound,
-                                      clsOrderArray& arrOrder,
-                                      std::source_location oSite = std::source_location::current());
+                                      clsOrderArray& arrOrder, clsCallSite oSite = clsCallSite());
     std::string GetExportSectionPath() const;
     void FillAttributesHeading(long& nRow);
     static std::string SanitizeName(const std::string& sName);
@@ -132,8 +130,7 @@ private:
 
     // Makes a settings section current; the result is the switch for labels from the settings
     // of the list or line being written.
-    void SelectLabels(const std::string& sNodePath,
-                      std::source_location oSite = std::source_location::current());
+    void SelectLabels(const std::string& sNodePath, clsCallSite oSite = clsCallSite());
     // The recorder attached to the settings, if any.
     clsLookupRecorder* Recorder() const;
 

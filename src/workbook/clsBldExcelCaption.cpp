@@ -129,7 +129,7 @@ bool clsBldExcel::AddLevelSheet() {
 // labels from the settings is off or the label is missing. lLength receives the text's length
 // unless the caller passed a negative value.
 std::string clsBldExcel::GetCaptionById(long lId, const std::string& sDefault, long& lLength,
-                                        std::source_location oSite) {
+                                        clsCallSite oSite) {
     std::string sCaption;
     if (bLblFromIni_) sCaption = Ini().GetLabelUseCurNodeByID(lId);
     if (clsLookupRecorder* p = Recorder()) {
@@ -142,7 +142,7 @@ std::string clsBldExcel::GetCaptionById(long lId, const std::string& sDefault, l
 
 // The caption of the element sName of the current settings section, like GetCaptionById.
 std::string clsBldExcel::GetCaptionByName(const std::string& sName, const std::string& sDefault,
-                                          long& lLength, std::source_location oSite) {
+                                          long& lLength, clsCallSite oSite) {
     std::string sCaption;
     if (bLblFromIni_) sCaption = Ini().GetLabelUseCurNode(sName);
     if (clsLookupRecorder* p = Recorder())
@@ -154,7 +154,7 @@ std::string clsBldExcel::GetCaptionByName(const std::string& sName, const std::s
 
 // The caption at a settings path; always asked, whatever the switch says.
 std::string clsBldExcel::GetCaptionByPath(const std::string& sPath, const std::string& sDefault,
-                                          std::source_location oSite) {
+                                          clsCallSite oSite) {
     std::string sCaption = Ini().GetLabelUsePath(sPath);
     if (clsLookupRecorder* p = Recorder()) p->OnFallback(true, sPath, false, sDefault, oSite);
     if (sCaption.empty()) sCaption = sDefault;
@@ -162,8 +162,7 @@ std::string clsBldExcel::GetCaptionByPath(const std::string& sPath, const std::s
 }
 
 pugi::xpath_node_set clsBldExcel::GetLabelList(const std::string& sPath, long& lUBound,
-                                               clsOrderArray& arrOrder,
-                                               std::source_location oSite) {
+                                               clsOrderArray& arrOrder, clsCallSite oSite) {
     pugi::xpath_node_set oList = Ini().GetOrderedAttrList(sPath, lUBound, arrOrder);
     if (clsLookupRecorder* p = Recorder()) p->OnSite(oSite);
     return oList;

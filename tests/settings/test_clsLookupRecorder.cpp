@@ -105,17 +105,17 @@ TEST_F(LookupRecorderTest, FieldsAttributesAndListsAreRecorded) {
 
 TEST_F(LookupRecorderTest, CallersAddTheTextTheyFallBackTo) {
     ASSERT_TRUE(oIni.SetCurNode("SEC"));
-    oRec.OnSite(std::source_location::current());
+    oRec.OnSite(clsCallSite());
     EXPECT_EQ(Last().sSite.rfind("test_clsLookupRecorder.cpp:", 0), 0u);
     oIni.GetLabelUseCurNode("C");
-    oRec.OnFallback(true, "C", true, "Gamma", std::source_location::current());
+    oRec.OnFallback(true, "C", true, "Gamma", clsCallSite());
     EXPECT_EQ(Last().eKind, Kind::Label);
     EXPECT_TRUE(Last().bHasDefault);
     EXPECT_EQ(Last().sDefault, "Gamma");
     const size_t n = oRec.Records().size();
     // A read the caller skipped is recorded as such, in the section last asked for.
     EXPECT_FALSE(oIni.SetCurNode("MISSING"));
-    oRec.OnFallback(false, "D", true, "Delta", std::source_location::current());
+    oRec.OnFallback(false, "D", true, "Delta", clsCallSite());
     ASSERT_EQ(oRec.Records().size(), n + 2);
     EXPECT_EQ(Last().eKind, Kind::Skipped);
     EXPECT_EQ(Last().sExpression, "D");

@@ -9,13 +9,15 @@ its model dump with orv-model-dump, then runs the export (orv-export-excel) and 
 cells, the export's wall seconds and peak resident memory, the baseline's seconds and the
 ratio of the two. The parse case loads and walks a large data file without building anything.
 The .xls cases time the Excel 97-2003 export against the .xlsx export of the same data (their
-size is the largest the format's 65,536 rows hold).
+size is the largest the format's 65,536 rows hold). The batch case exports 50 data files of 1,000
+objects each in one --batch run, on one thread and on two, and reports the speed-up.
 Ends with the goals and whether each one holds; the exit status is 1 when one does not.
 """
 
 import argparse
 import json
 import os
+import shutil
 import statistics
 import subprocess
 import sys
@@ -51,6 +53,10 @@ XLS_CASES = [
     ("item-structure-4800", "item-structure.xml",
      ["--kind", "item", "--objects", "4800", "--depth", "7", "--fanout", "4"] + ITEM_MIX),
 ]
+# One --batch run over BATCH_FILES copies of a data file of this case, -j 1 against -j 2.
+BATCH_CASE = ("batch-50x1k", "item-structure.xml",
+              ["--kind", "item", "--objects", "1000", "--depth", "6", "--fanout", "4"] + ITEM_MIX)
+BATCH_FILES = 50
 PARSE_CASE = ("parse-100mb", "item-structure.xml",
               ["--kind", "item", "--mb", "100", "--depth", "5", "--fanout", "4", "--attrs", "6"])
 
@@ -183,6 +189,33 @@ def main():
             name, objects, rows, t, max(rss), b, t / b))
         sys.stdout.flush()
 
+    if not a.only or a.only in BATCH_CASE[0]:
+        name, setup, gen_args = BATCH_CASE
+        data = generate(out_dir, name, gen_args, settings)
+        setup_file = os.path.join(out_dir, "setup", setup)
+        batch_dir = os.path.join(out_dir, name)
+        shutil.rmtree(batch_dir, ignore_errors=True)
+        os.makedirs(batch_dir)
+        files = []
+        for i in range(BATCH_FILES):
+            files.append(os.path.join(batch_dir, "data-%02d.xml" % i))
+            shutil.copy(data, files[-1])
+        listing = os.path.join(batch_dir, "list.txt")
+        with open(listing, "w") as f:
+            f.write("\n".join(files) + "\n")
+        walls = {1: [], 2: []}
+        for _ in range(a.reps):
+            for jobs in (1, 2):
+                _, wall, _ = run_rss([cli, "--quiet", "--batch", listing, "-j", str(jobs),
+                                      settings, setup_file, ".xlsx"], env)
+                walls[jobs].append(wall)
+        t1, t2 = statistics.median(walls[1]), statistics.median(walls[2])
+        results[name] = dict(j1=t1, j2=t2, speedup=t1 / t2)
+        print()
+        print("%-20s %d files: -j 1 %.2f s, -j 2 %.2f s, speed-up %.2f (%d cores)" % (
+            name, BATCH_FILES, t1, t2, t1 / t2, os.cpu_count() or 0))
+        sys.stdout.flush()
+
     if not a.only or a.only in PARSE_CASE[0]:
         name, setup, gen_args = PARSE_CASE
         data = generate(out_dir, name, gen_args, os.path.join(out_dir, "settings-parse.xml"))
@@ -227,6 +260,10 @@ def main():
             goal("%s .xls: %.2f s <= %.2f s of the .xlsx" % (name, r["wall"], r["xlsx"]),
                  r["wall"] <= r["xlsx"])
             goal("%s .xls: %d rows <= 65,536" % (name, r["rows"]), r["rows"] <= 65536)
+    bt = results.get(BATCH_CASE[0])
+    if bt:
+        goal("%s: speed-up of -j 2 over -j 1 %.2f >= 1.6" % (BATCH_CASE[0], bt["speedup"]),
+             bt["speedup"] >= 1.6)
     p = results.get(PARSE_CASE[0])
     if p:
         goal("parse and walk of %.0f MB: %.2f s <= 3 s" % (p["mb"], p["wall"]), p["wall"] <= 3)

@@ -54,6 +54,10 @@ public:
     // pointer removes it.
     virtual void SetCancelFlag(std::shared_ptr<std::atomic<bool>> pFlag) = 0;
 
+    // The folder the workbooks of the following calls go into, instead of the data file's
+    // folder; their names stay the same. An empty string brings back the data file's folder.
+    virtual void SetOutputDir(const std::string& sOutputDir) = 0;
+
     // Registers (or, with an empty factory, removes) a grouping component under a programmatic
     // identifier; the export asks for "wexgrp.IclsGroup".
     virtual void RegisterGroup(const std::string& sProgID,

@@ -85,6 +85,10 @@ void clsExportExcel::SetCancelFlag(std::shared_ptr<std::atomic<bool>> pFlag) {
     ctx_.Options.CancelFlag = std::move(pFlag);
 }
 
+void clsExportExcel::SetOutputDir(const std::string& sOutputDir) {
+    ctx_.Options.OutputDir = sOutputDir;
+}
+
 bool clsExportExcel::ParseXML2Excel(const std::string& sXFullPath, const std::string& sXIniFullPath,
                                     const std::string& sSetupXString,
                                     const std::string& sExtension) {
@@ -168,6 +172,18 @@ bool clsExportExcel::GetIniXML(const std::string& sXIniFullPath) {
 
 std::string clsExportExcel::OutputPath(clsExportContext& ctx, const std::string& sXFullPath,
                                        const std::string& sExtension) {
+    const std::string sPath = OutputPathBesideData(ctx, sXFullPath, sExtension);
+    const std::string& sDir = ctx.Options.OutputDir;
+    if (sDir.empty()) return sPath;
+    const size_t lSep = sPath.rfind(modEnvironment::PATH_SEP);
+    const std::string sName = lSep == std::string::npos ? sPath : sPath.substr(lSep + 1);
+    return sDir.back() == modEnvironment::PATH_SEP ? sDir + sName
+                                                   : sDir + modEnvironment::PATH_SEP + sName;
+}
+
+std::string clsExportExcel::OutputPathBesideData(clsExportContext& ctx,
+                                                 const std::string& sXFullPath,
+                                                 const std::string& sExtension) {
     // Neither the caption value nor the extension may lead out of the data file's folder.
     const auto fnNoSeparators = [](std::string s) {
         for (char& c : s)
@@ -278,8 +294,16 @@ const char* orvExportExcelVersion() {
 
 extern "C" int orvExportExcel_ParseMain(const char* sXFullPath, const char* sXIniFullPath,
                                         const char* sSetupXString, const char* sExtension) {
+    return orvExportExcel_ParseMainInto(sXFullPath, sXIniFullPath, sSetupXString, sExtension,
+                                        nullptr);
+}
+
+extern "C" int orvExportExcel_ParseMainInto(const char* sXFullPath, const char* sXIniFullPath,
+                                            const char* sSetupXString, const char* sExtension,
+                                            const char* sOutputDir) {
     try {
         clsExportExcel oExport;
+        oExport.SetOutputDir(sOutputDir ? sOutputDir : "");
         bool b =
             oExport.ParseMain(sXFullPath ? sXFullPath : "", sXIniFullPath ? sXIniFullPath : "",
                               sSetupXString ? sSetupXString : "", sExtension ? sExtension : "");

@@ -25,6 +25,9 @@ struct clsExportOptions {
     // it. The export stops at its next progress point with run-time error 18, saves nothing and
     // removes the workbook it had started. Nothing resets it: the host clears it for new calls.
     std::shared_ptr<std::atomic<bool>> CancelFlag;
+    // The folder the workbook goes into instead of the data file's folder; empty: the data
+    // file's folder. The workbook's name stays the same.
+    std::string OutputDir;
 };
 
 struct clsRunContext {

@@ -249,6 +249,49 @@ TEST_F(DriverTest, CEntryReturnsMinusOneForTrueAndZeroForFalse) {
     EXPECT_EQ(orvExportExcel_ParseMain(nullptr, nullptr, nullptr, nullptr), 0);
 }
 
+TEST_F(DriverTest, OutputFolderTakesTheWorkbookUnderTheSameName) {
+    fs::create_directories(tmp.Path() / "out");
+    clsExportExcel o;
+    o.SetOutputDir(tmp.File("out"));
+    ASSERT_TRUE(o.ParseMain(sData, sSettings, SetupXml("Pump BOM"), ".xlsx"));
+    EXPECT_EQ(o.LastWorkbookPath(), tmp.File("out/Pump BOM.xlsx"));
+    EXPECT_EQ(testutil::ReadFile(tmp.File("out/Pump BOM.xlsx")).substr(0, 2), "PK");
+    EXPECT_FALSE(fs::exists(tmp.File("data/Pump BOM.xlsx")));
+    // Without a caption value: the data file's name with its extension replaced.
+    ASSERT_TRUE(o.ParseMain(sData, sSettings, SetupXml(""), ".xlsx"));
+    EXPECT_EQ(o.LastWorkbookPath(), tmp.File("out/export.xlsx"));
+    // An empty folder brings back the data file's folder.
+    o.SetOutputDir("");
+    ASSERT_TRUE(o.ParseMain(sData, sSettings, SetupXml(""), ".xlsx"));
+    EXPECT_EQ(o.LastWorkbookPath(), tmp.File("data/export.xlsx"));
+    EXPECT_TRUE(Log().empty());
+}
+
+TEST_F(DriverTest, MissingOutputFolderFailsWithoutAWorkbook) {
+    clsExportExcel o;
+    o.SetOutputDir(tmp.File("no-such-folder"));
+    EXPECT_FALSE(o.ParseMain(sData, sSettings, SetupXml(""), ".xlsx"));
+    EXPECT_EQ(o.LastWorkbookPath(), "");
+    EXPECT_FALSE(fs::exists(tmp.File("no-such-folder")));
+    EXPECT_FALSE(fs::exists(tmp.File("data/export.xlsx")));
+    EXPECT_FALSE(Log().empty());
+}
+
+TEST_F(DriverTest, CEntryWithOutputFolder) {
+    fs::create_directories(tmp.Path() / "out");
+    const std::string sSetup = SetupXml("");
+    const std::string sOut = tmp.File("out");
+    EXPECT_EQ(orvExportExcel_ParseMainInto(sData.c_str(), sSettings.c_str(), sSetup.c_str(),
+                                           ".xlsx", sOut.c_str()),
+              -1);
+    EXPECT_TRUE(fs::is_regular_file(tmp.File("out/export.xlsx")));
+    EXPECT_FALSE(fs::exists(tmp.File("data/export.xlsx")));
+    EXPECT_EQ(orvExportExcel_ParseMainInto(sData.c_str(), sSettings.c_str(), sSetup.c_str(),
+                                           ".xlsx", nullptr),
+              -1);
+    EXPECT_TRUE(fs::is_regular_file(tmp.File("data/export.xlsx")));
+}
+
 TEST_F(DriverTest, LogObserverSeesTheLinesOfTheCall) {
     clsExportExcel o;
     std::vector<std::string> arrSeen;
@@ -281,6 +324,18 @@ TEST(OutputPath, WithoutCaptionValueTheDataExtensionIsReplaced) {
     EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b/data", ".xls"), "/a/b/data.xls");
     EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b.d/data", ".xls"), "/a/b.d/data.xls");
     EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b/data.v2.xml", "x"), "/a/b/data.v2x");
+}
+
+TEST(OutputPath, OutputFolderKeepsTheNameAndReplacesTheFolder) {
+    clsExportContext ctx;
+    ctx.Labels.CaptionTable.ReDim(1, 1);
+    ctx.Options.OutputDir = "/out";
+    EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b/data.xml", ".xls"), "/out/data.xls");
+    EXPECT_EQ(clsExportExcel::OutputPath(ctx, "data.xml", "x"), "/out/datax");
+    ctx.Options.OutputDir = "rel/";
+    EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b.d/data", ".xls"), "rel/data.xls");
+    ctx.Labels.CaptionTable.Item(1, 1) = "../up/evil";
+    EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b/data.xml", ".xls"), "rel/.._up_evil.xls");
 }
 
 TEST(OutputPath, FewerThanTwoCaptionEntriesIsSubscriptOutOfRange) {

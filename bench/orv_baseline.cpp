@@ -144,6 +144,10 @@ int main(int argc, char** argv) {
                 err |= worksheet_write_number(ws, U(a[0]), static_cast<lxw_col_t>(U(a[1])), D(a[3]),
                                               F(a[2]));
                 break;
+            case 'E':
+                err |= worksheet_write_formula_str(ws, U(a[0]), static_cast<lxw_col_t>(U(a[1])),
+                                                   a[3], F(a[2]), a[4]);
+                break;
             case 'B':
                 err |= worksheet_write_blank(ws, U(a[0]), static_cast<lxw_col_t>(U(a[1])), F(a[2]));
                 break;

@@ -90,10 +90,15 @@ int main(int argc, char** argv) {
     std::remove(sScratch.c_str());
     const double dBuild = Since(t1);
     xl::xlWorkbook& oBook = *clsBldExcelTestAccess::Workbook(oBuilder);
-    const auto& d = oBook.Worksheets()(1).Data();
-    long lCells = 0;
-    for (const auto& r : d.arrRows)
-        lCells += static_cast<long>(r.arrCells.size());
+    // Rows and cells of all sheets: a long export continues on new ones.
+    const long lSheets = oBook.Worksheets().Count();
+    long lRows = 0, lCells = 0;
+    for (long i = 1; i <= lSheets; ++i) {
+        const auto& d = oBook.Worksheets()(i).Data();
+        lRows += static_cast<long>(d.arrRows.size());
+        for (const auto& r : d.arrRows)
+            lCells += static_cast<long>(r.arrCells.size());
+    }
 
     auto t2 = Clock::now();
     std::FILE* pOut = std::fopen(sDump.c_str(), "wb");
@@ -111,9 +116,9 @@ int main(int argc, char** argv) {
         dSave = Since(t3);
     }
     std::fprintf(stderr,
-                 "objects %d rows %zu cells %ld | load %.3f s, walk %.3f s, build %.3f s, "
-                 "dump %.3f s, save %.3f s\n",
-                 ctx.Model.ObjCount + 1, d.arrRows.size(), lCells, dLoad, dParse - dLoad, dBuild,
+                 "objects %d rows %ld cells %ld sheets %ld | load %.3f s, walk %.3f s, "
+                 "build %.3f s, dump %.3f s, save %.3f s\n",
+                 ctx.Model.ObjCount + 1, lRows, lCells, lSheets, dLoad, dParse - dLoad, dBuild,
                  dDump, dSave);
     return 0;
 }

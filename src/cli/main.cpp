@@ -97,6 +97,26 @@ bool ReadStdin(std::string& sText) {
     return !std::cin.bad();
 }
 
+// The text an argument names: "-" reads standard input, anything else is a file's path. sWhat
+// and sFileWhat name it in the error.
+bool ReadArgumentText(const std::string& sArg, const std::string& sWhat,
+                      const std::string& sFileWhat, std::string& sText, std::string& sError) {
+    if (sArg == "-") {
+        if (ReadStdin(sText)) return true;
+        sError = "cannot read " + sWhat + " from standard input";
+        return false;
+    }
+    std::ifstream in(sArg, std::ios::binary);
+    if (!in) {
+        sError = "cannot read " + sFileWhat + " '" + sArg + "'";
+        return false;
+    }
+    std::ostringstream ss;
+    ss << in.rdbuf();
+    sText = ss.str();
+    return true;
+}
+
 // SETUP is the setup XML itself when its first character other than white space is "<" (the
 // white space in front is dropped), "-" reads it from standard input, else it is the path of a
 // file holding it.
@@ -106,23 +126,11 @@ bool ReadSetup(const std::string& sSetup, std::string& sXml, std::string& sError
         sXml = sSetup.substr(lFirst);
         return true;
     }
+    if (!ReadArgumentText(sSetup, "the setup", "setup file", sXml, sError)) return false;
     if (sSetup == "-") {
-        if (!ReadStdin(sXml)) {
-            sError = "cannot read the setup from standard input";
-            return false;
-        }
         const size_t lStart = sXml.find_first_not_of(" \t\r\n\f\v");
         sXml.erase(0, lStart == std::string::npos ? sXml.size() : lStart);
-        return true;
     }
-    std::ifstream in(sSetup, std::ios::binary);
-    if (!in) {
-        sError = "cannot read setup file '" + sSetup + "'";
-        return false;
-    }
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    sXml = ss.str();
     return true;
 }
 
@@ -171,21 +179,7 @@ int RunSettingsCheck(const std::vector<std::string>& arrArgs, bool bJson) {
 bool ReadBatchList(const std::string& sList, std::vector<std::string>& arrFiles,
                    std::string& sError) {
     std::string sText;
-    if (sList == "-") {
-        if (!ReadStdin(sText)) {
-            sError = "cannot read the list from standard input";
-            return false;
-        }
-    } else {
-        std::ifstream in(sList, std::ios::binary);
-        if (!in) {
-            sError = "cannot read list file '" + sList + "'";
-            return false;
-        }
-        std::ostringstream ss;
-        ss << in.rdbuf();
-        sText = ss.str();
-    }
+    if (!ReadArgumentText(sList, "the list", "list file", sText, sError)) return false;
     std::istringstream in(sText);
     std::string sLine;
     const char* const kSpace = " \t\r\n\f\v";

@@ -7,6 +7,7 @@ import subprocess
 import time
 
 from e2e_common import DATE, CliCase, Config
+from processes import caught_signals
 
 SETUP = ("<SETUP><PROJECT>Batch</PROJECT><WORKBOOK_NAME></WORKBOOK_NAME><EXPORTED_BY>me"
          "</EXPORTED_BY><EXPORT_DATE></EXPORT_DATE><OBJECT_TYPE>Item</OBJECT_TYPE>"
@@ -153,18 +154,6 @@ class TestBatch(BatchCase):
         r = self.run_batch("-", self.settings, SETUP, ".xlsx", input_text="# nothing\n\n")
         self.assertEqual(r.returncode, 0, r.stderr)
         self.assertEqual(r.stdout, "0 of 0 exported, 0 failed\n")
-
-
-def caught_signals(pid):
-    try:
-        with open("/proc/%d/status" % pid) as f:
-            for line in f:
-                if line.startswith("SigCgt:"):
-                    mask = int(line.split()[1], 16)
-                    return {s for s in range(1, 65) if mask & (1 << (s - 1))}
-    except OSError:
-        return None
-    return set()
 
 
 class TestBatchInterrupted(BatchCase):

@@ -127,12 +127,12 @@ bool clsBldExcel::FillExlFile() {
             FillHyperlinkCollect();
         }
 
-        // The last row of the property panel on each sheet: a continuation sheet ends where
-        // its rows end.
+        // The last row of the property panel on each sheet: a sheet that continues, and each
+        // continuation sheet, ends where its rows end.
         const long nSheets = oWorkbook_->Worksheets().Count();
         for (long i = 1; i <= nSheets; ++i) {
             xl::xlWorksheet& ws = oWorkbook_->Worksheets()(i);
-            FillPageSetup(ws, i == 1 ? std::min(nRow, ws.MaxRows()) : ws.UsedLastRow());
+            FillPageSetup(ws, nSheets == 1 ? std::min(nRow, ws.MaxRows()) : ws.UsedLastRow());
         }
         return true;
     });

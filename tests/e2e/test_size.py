@@ -129,6 +129,9 @@ class SizeCase(CliCase):
     def check_continuation_sheets(self, wb):
         first = wb.names[0]
         self.assertGreater(len(wb.names), 1)
+        # The first sheet prints down to its own last row, not to the end of the blocks that
+        # went on.
+        self.assertEqual(wb.print_areas.get(first), "$A$1:$F$%d" % max(wb.cells[first]))
         for k, sheet in enumerate(wb.names[1:], start=2):
             self.assertEqual(sheet, "%s (%d)" % (first, k))
             top = wb.cells[sheet]

@@ -249,6 +249,49 @@ TEST_F(DriverTest, CEntryReturnsMinusOneForTrueAndZeroForFalse) {
     EXPECT_EQ(orvExportExcel_ParseMain(nullptr, nullptr, nullptr, nullptr), 0);
 }
 
+TEST(ViewList, WordsCommasAndNone) {
+    clsViews o;
+    std::string sError;
+    ASSERT_TRUE(ParseViewList("level,flat,where-used,outline", o, sError));
+    EXPECT_EQ(o, (clsViews{true, true, true, true}));
+    ASSERT_TRUE(ParseViewList(" flat , where-used ", o, sError));
+    EXPECT_EQ(o, (clsViews{false, true, true, false}));
+    ASSERT_TRUE(ParseViewList("outline,outline", o, sError));
+    EXPECT_EQ(o, (clsViews{false, false, false, true}));
+    o = clsViews{true, true, true, true};
+    ASSERT_TRUE(ParseViewList("none", o, sError));
+    EXPECT_EQ(o, clsViews{});
+    EXPECT_EQ(sError, "");
+}
+
+TEST(ViewList, AnUnknownWordAnEmptyEntryOrNoneBesideAViewIsRefused) {
+    const clsViews oBefore{true, false, true, false};
+    struct Case {
+        const char* sList;
+        const char* sError;
+    };
+    const Case arr[] = {
+        {"flat,tree",
+         "unknown view 'tree' (the views are level, flat, where-used and outline, or none)"},
+        {"Flat",
+         "unknown view 'Flat' (the views are level, flat, where-used and outline, or none)"},
+        {"",
+         "an empty entry in the list of views '' (the views are level, flat, where-used and "
+         "outline, or none)"},
+        {"level,,flat",
+         "an empty entry in the list of views 'level,,flat' (the views are level, "
+         "flat, where-used and outline, or none)"},
+        {"none,level", "'none' stands alone in the list of views 'none,level'"},
+    };
+    for (const Case& c : arr) {
+        clsViews o = oBefore;
+        std::string sError;
+        EXPECT_FALSE(ParseViewList(c.sList, o, sError)) << c.sList;
+        EXPECT_EQ(sError, c.sError);
+        EXPECT_EQ(o, oBefore) << c.sList;  // left as it was
+    }
+}
+
 TEST_F(DriverTest, LogObserverSeesTheLinesOfTheCall) {
     clsExportExcel o;
     std::vector<std::string> arrSeen;

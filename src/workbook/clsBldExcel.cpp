@@ -70,6 +70,9 @@ bool clsBldExcel::FillExlFile() {
         oSheet.Cells(4, 1).Value(GetCaptionByPath(sSection + "/MAIN_PANEL", "Main Panel"));
         oSheet.Cells(4, 1).Font().FontStyle("Bold");
 
+        // The views the export writes beside its panels.
+        const clsViews oViews = GetExportViews();
+
         oSheet.Rows(5).Font().FontStyle("Bold");
         FillMainPanelCaption(5);
         long nCount = 0;
@@ -86,6 +89,8 @@ bool clsBldExcel::FillExlFile() {
             default:
                 break;
         }
+
+        if (oViews.bOutline) FillOutline(nCount);
 
         // The property panel may run past the sheet's last row: it then continues on new
         // sheets, block by block.
@@ -130,6 +135,8 @@ bool clsBldExcel::FillExlFile() {
             xl::xlWorksheet& ws = oWorkbook_->Worksheets()(i);
             FillPageSetup(ws, i == 1 ? std::min(nRow, ws.MaxRows()) : ws.UsedLastRow());
         }
+
+        FillViews(oViews);
         return true;
     });
 }
@@ -138,17 +145,23 @@ bool clsBldExcel::FillExlFile() {
 // block and the property-panel bar at its top; one log line names each new sheet.
 void clsBldExcel::FillContinuationSheets(long nBarRow, long nLinksToCome) {
     TrapRunVoid(ctx_, "clsBldExcel", "FillContinuationSheets", [&] {
-        xl::xlWorksheet& oSheet = Sheet();
-        const std::vector<xl::xlWorksheet*> arrNew =
-            oSheet.ContinueOnNewSheets({1, 2, 3, nBarRow}, nLinksToCome);
-        for (xl::xlWorksheet* pSheet : arrNew) {
-            const std::string& sMsg = ctx_.Res.MsgContinuesOnSheet;
-            modResources::WriteLog(ctx_,
-                                   (sMsg.empty() ? "The workbook continues on sheet" : sMsg) +
-                                       " '" + pSheet->Name() + "'.",
-                                   "", -1, false);
-        }
+        ContinueSheet(Sheet(), {1, 2, 3, nBarRow}, nLinksToCome);
     });
+}
+
+std::vector<xl::xlWorksheet*> clsBldExcel::ContinueSheet(xl::xlWorksheet& oSheet,
+                                                         const std::vector<long>& arrTitleRows,
+                                                         long nLinksToCome) {
+    const std::vector<xl::xlWorksheet*> arrNew =
+        oSheet.ContinueOnNewSheets(arrTitleRows, nLinksToCome);
+    for (xl::xlWorksheet* pSheet : arrNew) {
+        const std::string& sMsg = ctx_.Res.MsgContinuesOnSheet;
+        modResources::WriteLog(ctx_,
+                               (sMsg.empty() ? "The workbook continues on sheet" : sMsg) + " '" +
+                                   pSheet->Name() + "'.",
+                               "", -1, false);
+    }
+    return arrNew;
 }
 
 // Vertical alignment and page set-up of one sheet whose property panel ends at row nLastRow.

@@ -292,6 +292,59 @@ TEST(ViewList, AnUnknownWordAnEmptyEntryOrNoneBesideAViewIsRefused) {
     }
 }
 
+// The C entry with views: the sheets of the Excel 97-2003 file carry their names as plain
+// bytes, so the file shows which views it has.
+TEST_F(DriverTest, CEntryWithViewsWritesThemAndRefusesAListItCannotRead) {
+    const std::string sSetup = SetupXml("Viewed");
+    const std::string sOut = tmp.File("data/Viewed.xls");
+    EXPECT_EQ(orvExportExcel_ParseMainWithViews(sData.c_str(), sSettings.c_str(), sSetup.c_str(),
+                                                ".xls", "flat,where-used"),
+              -1);
+    std::string sFile = testutil::ReadFile(sOut);
+    EXPECT_NE(sFile.find("Flattened List"), std::string::npos);
+    EXPECT_NE(sFile.find("Where Used"), std::string::npos);
+    // NULL: the settings decide, and the example settings switch every view off.
+    EXPECT_EQ(orvExportExcel_ParseMainWithViews(sData.c_str(), sSettings.c_str(), sSetup.c_str(),
+                                                ".xls", nullptr),
+              -1);
+    sFile = testutil::ReadFile(sOut);
+    EXPECT_EQ(sFile.find("Flattened List"), std::string::npos);
+    EXPECT_EQ(sFile.find("Where Used"), std::string::npos);
+    // A list that cannot be read starts nothing: no workbook, no log line.
+    fs::remove(sOut);
+    EXPECT_EQ(orvExportExcel_ParseMainWithViews(sData.c_str(), sSettings.c_str(), sSetup.c_str(),
+                                                ".xls", "flat,tree"),
+              0);
+    EXPECT_FALSE(fs::exists(sOut));
+    EXPECT_TRUE(Log().empty());
+}
+
+TEST_F(DriverTest, SetViewsReplacesTheSettingsUntilItIsCleared) {
+    const std::string sSetup = SetupXml("Viewed");
+    const std::string sOut = tmp.File("data/Viewed.xls");
+    clsExportExcel o;
+    o.SetViews(clsViews{false, false, true, false});
+    ASSERT_TRUE(o.ParseMain(sData, sSettings, sSetup, ".xls"));
+    std::string sFile = testutil::ReadFile(sOut);
+    EXPECT_EQ(sFile.find("Flattened List"), std::string::npos);
+    EXPECT_NE(sFile.find("Where Used"), std::string::npos);
+    // The settings switch a view on; the host's empty choice switches it off again.
+    std::string sSettingsOn = testutil::ReadFile(sSettings);
+    const std::string sOff = "<FLAT_LIST>0</FLAT_LIST>";
+    sSettingsOn.replace(sSettingsOn.find(sOff), sOff.size(), "<FLAT_LIST>1</FLAT_LIST>");
+    const std::string sOn = tmp.File("settings-on.xml");
+    testutil::WriteFile(sOn, sSettingsOn);
+    o.SetViews(clsViews{});
+    ASSERT_TRUE(o.ParseMain(sData, sOn, sSetup, ".xls"));
+    sFile = testutil::ReadFile(sOut);
+    EXPECT_EQ(sFile.find("Flattened List"), std::string::npos);
+    o.SetViews(std::nullopt);
+    ASSERT_TRUE(o.ParseMain(sData, sOn, sSetup, ".xls"));
+    sFile = testutil::ReadFile(sOut);
+    EXPECT_NE(sFile.find("Flattened List"), std::string::npos);
+    EXPECT_EQ(sFile.find("Where Used"), std::string::npos);
+}
+
 TEST_F(DriverTest, LogObserverSeesTheLinesOfTheCall) {
     clsExportExcel o;
     std::vector<std::string> arrSeen;

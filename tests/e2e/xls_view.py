@@ -327,7 +327,8 @@ class Sheet:
                 link = _Obj(location=h.textmark, target=h.url_or_path, tooltip=h.quicktip)
             self.links[(h.frowx, h.fcolx)] = link
         self.row_dimensions = _Dims(lambda r: _Obj(height=self._height(r),
-                                                   outline_level=self._outline_level(r)))
+                                                   outline_level=self._outline_level(r)),
+                                    lambda: [r + 1 for r in sorted(self.xs.rowinfo_map)])
         # The window and the outline: frozen panes as the top-left cell of the part that
         # scrolls, the AutoFilter's range (the sheet's built-in name _FilterDatabase), where
         # outline summary rows stand (WSBOOL).
@@ -413,6 +414,10 @@ class Sheet:
         ci = self.xs.colinfo_map.get(c)
         return ci.xf_index if ci is not None else 15
 
+    @property
+    def max_row(self):
+        return self.xs.nrows
+
     def __getitem__(self, ref):
         return Cell(self, *parse_ref(ref))
 
@@ -426,11 +431,18 @@ class Sheet:
 
 
 class _Dims:
-    def __init__(self, fn):
+    def __init__(self, fn, keys=lambda: []):
         self.fn = fn
+        self.keys = keys
 
     def __getitem__(self, key):
         return self.fn(key)
+
+    def items(self):
+        return [(k, self.fn(k)) for k in self.keys()]
+
+    def values(self):
+        return [self.fn(k) for k in self.keys()]
 
 
 def load_workbook(path):

@@ -163,7 +163,8 @@ private:
     xl::xlWorksheet& AddViewSheet(const std::string& sName);
     void FillViewHeading(xl::xlWorksheet& oSheet, const std::vector<std::string>& arrLabels);
     std::vector<xl::xlWorksheet*> FinishViewSheet(xl::xlWorksheet& oSheet, long nLastCol,
-                                                  const std::vector<long>& arrWrapCols);
+                                                  const std::vector<long>& arrWrapCols,
+                                                  const std::vector<long>& arrRightCols);
     void FillViewPageSetup(xl::xlWorksheet& oSheet, long nLastRow, long nLastCol);
     // Moves the rows of oSheet past its last row to new sheets after it and logs each one.
     std::vector<xl::xlWorksheet*> ContinueSheet(xl::xlWorksheet& oSheet,

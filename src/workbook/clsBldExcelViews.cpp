@@ -47,6 +47,8 @@ const clsViewColumn kWhereUsedColumns[] = {{"ITEM_ID", "Item ID"},
 constexpr long kViewHeadingRow = 4;
 // A fitted column grows no wider than this; longer texts wrap.
 constexpr double kViewMaxWidth = 50;
+// The width of a column of the level sheet's tree that shows nothing but merged cells.
+constexpr double kLevelIndentWidth = 3;
 
 std::string Trimmed(const std::string& s) {
     const size_t a = s.find_first_not_of(" \t\r\n");
@@ -172,6 +174,10 @@ bool clsBldExcel::FillLevelSheet() {
         for (long i = 0; i <= ctx_.Model.ObjCount; ++i)
             nMaxLevel = std::max<long>(nMaxLevel, LevelOf(i));
         const long nLastCol = CheckedAdd(nMaxLevel, 2);
+        // The tree's columns narrow, so that each level indents the object by a few characters;
+        // fitting then widens every column to what it shows outside the merged areas (the
+        // caption block, the level numbers, the deepest level's objects).
+        oLevel.Range(oLevel.Columns(2), oLevel.Columns(nLastCol)).ColumnWidth(kLevelIndentWidth);
         oLevel.Columns().AutoFit();
         oLevel.FreezePanes(kViewHeadingRow + 1, 1);
         oLevel.Range(oLevel.Cells(kViewHeadingRow, 1), oLevel.Cells(nLastRow, nLastCol))
@@ -302,7 +308,7 @@ bool clsBldExcel::FillFlatList(const clsItemUses& oUses) {
         std::unordered_map<std::string, long> mapBlock;
         for (const clsViewItem& o : oUses.arrItems)
             mapBlock.emplace(o.sId + '\x1F' + o.sRev, o.lBlock);
-        for (xl::xlWorksheet* pSheet : FinishViewSheet(oSheet, 5, {3})) {
+        for (xl::xlWorksheet* pSheet : FinishViewSheet(oSheet, 5, {3}, {4, 5})) {
             const long nLast = pSheet->UsedLastRow();
             for (long r = kViewHeadingRow + 1; r <= nLast; ++r) {
                 auto it =
@@ -357,7 +363,7 @@ bool clsBldExcel::FillWhereUsed(const clsItemUses& oUses) {
             if (it != mapBlock.end() && it->second >= 0)
                 AddAnchorLink(ws, r, cId, AnchorNameOf(it->second));
         };
-        for (xl::xlWorksheet* pSheet : FinishViewSheet(oSheet, 7, {3})) {
+        for (xl::xlWorksheet* pSheet : FinishViewSheet(oSheet, 7, {3}, {7})) {
             const long nLast = pSheet->UsedLastRow();
             for (long r = kViewHeadingRow + 1; r <= nLast; ++r) {
                 fnLink(*pSheet, r, 1, 2);
@@ -409,7 +415,16 @@ void clsBldExcel::FillViewHeading(xl::xlWorksheet& oSheet,
 }
 
 std::vector<xl::xlWorksheet*> clsBldExcel::FinishViewSheet(xl::xlWorksheet& oSheet, long nLastCol,
-                                                           const std::vector<long>& arrWrapCols) {
+                                                           const std::vector<long>& arrWrapCols,
+                                                           const std::vector<long>& arrRightCols) {
+    // Quantities to the right, numbers and the texts among them alike.
+    const long nLastData = oSheet.UsedLastRow();
+    if (nLastData > kViewHeadingRow) {
+        for (long c : arrRightCols) {
+            oSheet.Range(oSheet.Cells(kViewHeadingRow + 1, c), oSheet.Cells(nLastData, c))
+                .HorizontalAlignment(xlRight);
+        }
+    }
     // Columns as wide as their texts, up to a limit past which the longest texts wrap.
     oSheet.Columns().AutoFit();
     for (long c = 1; c <= nLastCol; ++c) {

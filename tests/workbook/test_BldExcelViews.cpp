@@ -241,6 +241,25 @@ TEST_F(ViewsTest, TheLevelSheetIsWorksheetTwoAsAddLevelSheetLaysItOut) {
     EXPECT_LT(L.ColumnWidthOf(4), 30);
 }
 
+// A deep tree indents by narrow columns: those that show only merged cells keep the width of 3
+// characters; the deepest level's column fits its objects.
+TEST_F(ViewsTest, TheLevelSheetsTreeColumnsAreNarrow) {
+    std::vector<Obj> arr;
+    const char* arrIds[] = {"L0", "L1", "L2", "L3", "L4", "L5", "L6", "L7", "L8", "A-LONGER-ID-9"};
+    for (int i = 0; i < 10; ++i)
+        arr.push_back({i, arrIds[i], "A", "deep", i ? "1" : "", "10"});
+    Items(arr);
+    ctx->Options.Views = clsViews{true, false, false, false};
+    ASSERT_TRUE(bld->FillExlFile());
+    xl::xlWorksheet& L = Book().Worksheets()(2);
+    // Captions in A to D, levels 0 to 9: the tree runs to column 11 (K).
+    for (long c = 6; c <= 10; ++c)
+        EXPECT_DOUBLE_EQ(L.ColumnWidthOf(c), 3) << c;
+    EXPECT_GT(L.ColumnWidthOf(11), 3);
+    EXPECT_EQ(L.Cells(14, 11).Text(), "A-LONGER-ID-9");
+    EXPECT_EQ(*L.AutoFilterArea(), (std::array<long, 4>{4, 1, 14, 11}));
+}
+
 // With continuation sheets already after the first, the level sheet still becomes worksheet 2
 // and takes none of them.
 TEST_F(ViewsTest, TheLevelSheetGoesBeforeTheMainSheetsContinuation) {
@@ -356,6 +375,13 @@ TEST_F(ViewsTest, TheFlattenedListHasOneRowPerUsedItemWithNumbersAndLinks) {
     EXPECT_EQ(F.Hyperlinks().Count(), 7);
     ExpectViewSheet(F, 11, 5);
     EXPECT_TRUE(F.EffectiveStyle(5, 3).bWrapText);  // the description wraps past its width
+    // Totals and counts stand right, "?" among them; the headings stay as they are.
+    for (long r = 5; r <= 11; ++r) {
+        EXPECT_EQ(F.EffectiveStyle(r, 4).lHorizontalAlignment, xlRight) << r;
+        EXPECT_EQ(F.EffectiveStyle(r, 5).lHorizontalAlignment, xlRight) << r;
+        EXPECT_NE(F.EffectiveStyle(r, 3).lHorizontalAlignment, xlRight) << r;
+    }
+    EXPECT_NE(F.EffectiveStyle(4, 4).lHorizontalAlignment, xlRight);
     // One line names the quantity that is not a number.
     const auto arrLog = LogLines();
     ASSERT_EQ(arrLog.size(), 1u);
@@ -422,6 +448,7 @@ TEST_F(ViewsTest, TheWhereUsedListHasEachItemWithEachParentThatUsesIt) {
         EXPECT_EQ(IsNumber(W, r, 7), arr[i].arrCells[6] != "x");
     }
     EXPECT_TRUE(W.Cells(13, 1).Text().empty());
+    EXPECT_EQ(W.EffectiveStyle(11, 7).lHorizontalAlignment, xlRight);  // "x" too
     ExpectViewSheet(W, 12, 7);
     EXPECT_TRUE(LogLines().empty());  // the totals are the flattened list's: no line here
 }

@@ -9,7 +9,9 @@ its model dump with orv-model-dump, then runs the export (orv-export-excel) and 
 cells, the export's wall seconds and peak resident memory, the baseline's seconds and the
 ratio of the two. The parse case loads and walks a large data file without building anything.
 The .xls cases time the Excel 97-2003 export against the .xlsx export of the same data (their
-size is the largest the format's 65,536 rows hold).
+size is the largest the format's 65,536 rows hold). The views case times the largest item
+structure with every view (--views level,flat,where-used,outline) against the same export
+without views.
 Ends with the goals and whether each one holds; the exit status is 1 when one does not.
 """
 
@@ -51,6 +53,12 @@ XLS_CASES = [
     ("item-structure-4800", "item-structure.xml",
      ["--kind", "item", "--objects", "4800", "--depth", "7", "--fanout", "4"] + ITEM_MIX),
 ]
+# The largest item structure with all views, against the same export without them.
+VIEW_CASES = [
+    ("item-structure-50k", "item-structure.xml",
+     ["--kind", "item", "--objects", "50000", "--depth", "7", "--fanout", "4"] + ITEM_MIX),
+]
+ALL_VIEWS = "level,flat,where-used,outline"
 PARSE_CASE = ("parse-100mb", "item-structure.xml",
               ["--kind", "item", "--mb", "100", "--depth", "5", "--fanout", "4", "--attrs", "6"])
 
@@ -183,6 +191,39 @@ def main():
             name, objects, rows, t, max(rss), b, t / b))
         sys.stdout.flush()
 
+    # The views case: the same export with every view and without, interleaved.
+    view_cases = [c for c in VIEW_CASES if not a.only or a.only in c[0] + "-views"]
+    if view_cases:
+        print()
+        header = "%-20s %8s %9s %9s %9s %9s %7s" % (
+            "case (views)", "objects", "rows", "views s", "peak MB", "plain s", "ratio")
+        print(header)
+        print("-" * len(header))
+        sys.stdout.flush()
+    for name, setup, gen_args in view_cases:
+        data = generate(out_dir, name, gen_args, settings)
+        setup_file = os.path.join(out_dir, "setup", setup)
+        dump = os.path.join(out_dir, name + "-views.dump")
+        p = subprocess.run([dump_tool, data, settings, setup_file, dump, "--views", ALL_VIEWS],
+                           env=env, capture_output=True, text=True, check=True)
+        rows = int(p.stderr.strip().splitlines()[-1].split()[3])
+        with open(dump, "rb") as f:
+            objects = sum(1 for line in f if line.startswith(b"D\t"))
+        views, plain, rss = [], [], []
+        for _ in range(a.reps):
+            _, wall, peak = run_rss([cli, "--quiet", "--views", ALL_VIEWS, data, settings,
+                                     setup_file, ".xlsx"], env)
+            views.append(wall)
+            rss.append(peak)
+            _, wall, _ = run_rss([cli, "--quiet", data, settings, setup_file, ".xlsx"], env)
+            plain.append(wall)
+        t, b = statistics.median(views), statistics.median(plain)
+        results[name + "-views"] = dict(objects=objects, rows=rows, wall=t, rss=max(rss),
+                                        plain=b, ratio=t / b)
+        print("%-20s %8d %9d %9.2f %9.0f %9.2f %7.2f" % (
+            name, objects, rows, t, max(rss), b, t / b))
+        sys.stdout.flush()
+
     if not a.only or a.only in PARSE_CASE[0]:
         name, setup, gen_args = PARSE_CASE
         data = generate(out_dir, name, gen_args, os.path.join(out_dir, "settings-parse.xml"))
@@ -227,6 +268,11 @@ def main():
             goal("%s .xls: %.2f s <= %.2f s of the .xlsx" % (name, r["wall"], r["xlsx"]),
                  r["wall"] <= r["xlsx"])
             goal("%s .xls: %d rows <= 65,536" % (name, r["rows"]), r["rows"] <= 65536)
+    for name, _, _ in VIEW_CASES:
+        r = results.get(name + "-views")
+        if r:
+            goal("%s with all views: %.2f s <= 1.5 x %.2f s without (%.2f)"
+                 % (name, r["wall"], r["plain"], r["ratio"]), r["ratio"] <= 1.5)
     p = results.get(PARSE_CASE[0])
     if p:
         goal("parse and walk of %.0f MB: %.2f s <= 3 s" % (p["mb"], p["wall"]), p["wall"] <= 3)

@@ -56,12 +56,14 @@ std::string Trimmed(const std::string& s) {
     return s.substr(a, s.find_last_not_of(" \t\r\n") - a + 1);
 }
 
-// A label as a sheet name: the characters a sheet name may not hold become "_", apostrophes at
-// its ends go, and it is cut to lMax characters (31, a sheet name's limit).
+// A label as a sheet name: the characters a sheet name may not hold, and control characters,
+// become "_", apostrophes at its ends go, and it is cut to lMax characters (31, a sheet name's
+// limit).
 std::string SheetNameOf(const std::string& sLabel, size_t lMax = 31) {
     std::string s = sLabel;
     for (char& c : s) {
-        if (std::string(":\\/?*[]").find(c) != std::string::npos) c = '_';
+        const bool bControl = static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
+        if (bControl || std::string(":\\/?*[]").find(c) != std::string::npos) c = '_';
     }
     while (!s.empty() && s.front() == '\'')
         s.erase(0, 1);

@@ -473,6 +473,17 @@ TEST_F(ViewsTest, SheetNamesFromTheSettingsAreMadeValidAndUnique) {
     EXPECT_EQ(Sheet("Sheet1 (2)").Cells(4, 4).Text(), "Used in");
 }
 
+TEST_F(ViewsTest, ControlCharactersOfASheetNameBecomeUnderscores) {
+    Example();
+    std::string s = ExampleSettings();
+    const std::string sOld = "<SHEET_NAME>Where Used</SHEET_NAME>";
+    s.replace(s.find(sOld), sOld.size(), "<SHEET_NAME>Where&#9;Used&#1;</SHEET_NAME>");
+    ReplaceSettings(s);
+    ctx->Options.Views = clsViews{false, false, true, false};
+    ASSERT_TRUE(bld->FillExlFile());
+    EXPECT_EQ(SheetNames(), (std::vector<std::string>{"Sheet1", "Where_Used_"}));
+}
+
 TEST_F(ViewsTest, ViewLabelsMissingFromTheSettingsFallBackToEnglish) {
     Example();
     ReplaceSettings(SettingsWithout(ExampleSettings(), "EXPORT_VIEWS"));

@@ -115,24 +115,27 @@ bool ParseQuantity(const std::string& sText, double& dValue) {
     return true;
 }
 
+// A failure here writes no view: the export goes on without them.
 clsViews clsBldExcel::GetExportViews() {
-    // Every switch is read, also when the host decides: the settings check lists them.
-    auto fnSwitch = [&](const std::string& sName) {
-        return Trimmed(GetCaptionByPath("EXPORT_VIEWS/" + sName, "0")) == "1";
-    };
-    clsViews oViews;
-    oViews.bLevelSheet = fnSwitch("LEVEL_SHEET");
-    oViews.bFlatList = fnSwitch("FLAT_LIST");
-    oViews.bWhereUsed = fnSwitch("WHERE_USED");
-    oViews.bOutline = fnSwitch("OUTLINE");
-    if (ctx_.Options.Views) oViews = *ctx_.Options.Views;
-    const clsExportModel& m = ctx_.Model;
-    const bool bStructure = m.IsStructure == 1 && m.ExportKind >= 1 && m.ExportKind <= 3;
-    oViews.bLevelSheet = oViews.bLevelSheet && bStructure;
-    oViews.bOutline = oViews.bOutline && bStructure;
-    oViews.bFlatList = oViews.bFlatList && m.ExportKind == 1;
-    oViews.bWhereUsed = oViews.bWhereUsed && m.ExportKind == 1;
-    return oViews;
+    return TrapRun(ctx_, "clsBldExcel", "GetExportViews", clsViews(), [&] {
+        // Every switch is read, also when the host decides: the settings check lists them.
+        auto fnSwitch = [&](const std::string& sName) {
+            return Trimmed(GetCaptionByPath("EXPORT_VIEWS/" + sName, "0")) == "1";
+        };
+        clsViews oViews;
+        oViews.bLevelSheet = fnSwitch("LEVEL_SHEET");
+        oViews.bFlatList = fnSwitch("FLAT_LIST");
+        oViews.bWhereUsed = fnSwitch("WHERE_USED");
+        oViews.bOutline = fnSwitch("OUTLINE");
+        if (ctx_.Options.Views) oViews = *ctx_.Options.Views;
+        const clsExportModel& m = ctx_.Model;
+        const bool bStructure = m.IsStructure == 1 && m.ExportKind >= 1 && m.ExportKind <= 3;
+        oViews.bLevelSheet = oViews.bLevelSheet && bStructure;
+        oViews.bOutline = oViews.bOutline && bStructure;
+        oViews.bFlatList = oViews.bFlatList && m.ExportKind == 1;
+        oViews.bWhereUsed = oViews.bWhereUsed && m.ExportKind == 1;
+        return oViews;
+    });
 }
 
 // Each object row of the main panel (from row 6) takes the outline level of its depth: the top
@@ -189,77 +192,80 @@ bool clsBldExcel::FillLevelSheet() {
     });
 }
 
+// A failure here leaves the item views without rows.
 clsItemUses clsBldExcel::CollectItemUses() {
-    clsItemUses u;
-    const clsExportModel& m = ctx_.Model;
-    std::unordered_map<std::string, size_t> mapItems;
-    std::unordered_map<std::string, size_t> mapUses;
-    std::unordered_map<std::string, bool> mapNotNumbers;
-    // Per object: its distinct item, the product of the quantities down to it, and whether a
-    // quantity on the way is not a number. The walk lists each object after its parent, so the
-    // open ancestors are a stack by level.
-    const size_t n = static_cast<size_t>(std::max<long>(m.ObjCount + 1, 0));
-    std::vector<size_t> arrItemOf(n);
-    std::vector<double> arrFactor(n, 1);
-    std::vector<char> arrUnknown(n, 0);
-    std::vector<long> arrOpen;
-    for (long i = 0; i <= m.ObjCount; ++i) {
-        const XItemStruct& rec = At(m.XItems, i);
-        const std::string sKey = rec.Head.Key1 + '\x1F' + rec.Head.Key3;
-        auto [it, bNew] = mapItems.emplace(sKey, u.arrItems.size());
-        if (bNew) {
-            clsViewItem o;
-            o.sId = rec.Head.Key1;
-            o.sRev = rec.Head.Key3;
-            o.sDesc = rec.Head.Key2;
-            u.arrItems.push_back(std::move(o));
-        }
-        clsViewItem& oItem = u.arrItems[it->second];
-        const size_t k = static_cast<size_t>(i);
-        arrItemOf[k] = it->second;
-        // A collection gives only its objects at level 0 a detail block.
-        if (oItem.lBlock < 0 && (m.IsStructure == 1 || rec.Level == 0)) oItem.lBlock = i;
+    return TrapRun(ctx_, "clsBldExcel", "CollectItemUses", clsItemUses(), [&] {
+        clsItemUses u;
+        const clsExportModel& m = ctx_.Model;
+        std::unordered_map<std::string, size_t> mapItems;
+        std::unordered_map<std::string, size_t> mapUses;
+        std::unordered_map<std::string, bool> mapNotNumbers;
+        // Per object: its distinct item, the product of the quantities down to it, and whether a
+        // quantity on the way is not a number. The walk lists each object after its parent, so the
+        // open ancestors are a stack by level.
+        const size_t n = static_cast<size_t>(std::max<long>(m.ObjCount + 1, 0));
+        std::vector<size_t> arrItemOf(n);
+        std::vector<double> arrFactor(n, 1);
+        std::vector<char> arrUnknown(n, 0);
+        std::vector<long> arrOpen;
+        for (long i = 0; i <= m.ObjCount; ++i) {
+            const XItemStruct& rec = At(m.XItems, i);
+            const std::string sKey = rec.Head.Key1 + '\x1F' + rec.Head.Key3;
+            auto [it, bNew] = mapItems.emplace(sKey, u.arrItems.size());
+            if (bNew) {
+                clsViewItem o;
+                o.sId = rec.Head.Key1;
+                o.sRev = rec.Head.Key3;
+                o.sDesc = rec.Head.Key2;
+                u.arrItems.push_back(std::move(o));
+            }
+            clsViewItem& oItem = u.arrItems[it->second];
+            const size_t k = static_cast<size_t>(i);
+            arrItemOf[k] = it->second;
+            // A collection gives only its objects at level 0 a detail block.
+            if (oItem.lBlock < 0 && (m.IsStructure == 1 || rec.Level == 0)) oItem.lBlock = i;
 
-        const long nLevel = std::max<long>(rec.Level, 0);
-        if (static_cast<size_t>(nLevel) > arrOpen.size()) {
-            arrOpen.clear();  // a level without its parent: the object starts a new tree
-        }
-        arrOpen.resize(
-            static_cast<size_t>(std::min<long>(nLevel, static_cast<long>(arrOpen.size()))));
-        const long lParent = arrOpen.empty() ? -1 : arrOpen.back();
-        arrOpen.push_back(i);
-        if (lParent < 0) continue;  // a top object: the quantities are counted for it
+            const long nLevel = std::max<long>(rec.Level, 0);
+            if (static_cast<size_t>(nLevel) > arrOpen.size()) {
+                arrOpen.clear();  // a level without its parent: the object starts a new tree
+            }
+            arrOpen.resize(
+                static_cast<size_t>(std::min<long>(nLevel, static_cast<long>(arrOpen.size()))));
+            const long lParent = arrOpen.empty() ? -1 : arrOpen.back();
+            arrOpen.push_back(i);
+            if (lParent < 0) continue;  // a top object: the quantities are counted for it
 
-        const size_t p = static_cast<size_t>(lParent);
-        double dQuantity = 0;
-        const bool bNumber = ParseQuantity(rec.PSAttr1, dQuantity);
-        arrFactor[k] = arrFactor[p] * dQuantity;
-        arrUnknown[k] = arrUnknown[p] || !bNumber;
-        if (!bNumber) {
-            const std::string sNamed =
-                rec.Head.Key1 + " " + rec.Head.Key3 + ": \"" + rec.PSAttr1 + "\"";
-            if (mapNotNumbers.emplace(sNamed, true).second) u.arrNotNumbers.push_back(sNamed);
+            const size_t p = static_cast<size_t>(lParent);
+            double dQuantity = 0;
+            const bool bNumber = ParseQuantity(rec.PSAttr1, dQuantity);
+            arrFactor[k] = arrFactor[p] * dQuantity;
+            arrUnknown[k] = arrUnknown[p] || !bNumber;
+            if (!bNumber) {
+                const std::string sNamed =
+                    rec.Head.Key1 + " " + rec.Head.Key3 + ": \"" + rec.PSAttr1 + "\"";
+                if (mapNotNumbers.emplace(sNamed, true).second) u.arrNotNumbers.push_back(sNamed);
+            }
+            if (arrUnknown[k]) {
+                oItem.bUnknown = true;
+            } else {
+                oItem.dTotal += arrFactor[k];
+            }
+            const std::string sUse =
+                std::to_string(arrItemOf[p]) + '\x1F' + rec.PSAttr2 + '\x1F' + rec.PSAttr1;
+            const std::string sUseKey = std::to_string(it->second) + '\x1F' + sUse;
+            auto [itUse, bNewUse] = mapUses.emplace(sUseKey, u.arrUses.size());
+            if (bNewUse) {
+                clsViewUse oUse;
+                oUse.lItem = it->second;
+                oUse.lParent = arrItemOf[p];
+                oUse.sFindNo = rec.PSAttr2;
+                oUse.sQuantity = rec.PSAttr1;
+                u.arrUses.push_back(std::move(oUse));
+                oItem.arrUses.push_back(itUse->second);
+            }
         }
-        if (arrUnknown[k]) {
-            oItem.bUnknown = true;
-        } else {
-            oItem.dTotal += arrFactor[k];
-        }
-        const std::string sUse =
-            std::to_string(arrItemOf[p]) + '\x1F' + rec.PSAttr2 + '\x1F' + rec.PSAttr1;
-        const std::string sUseKey = std::to_string(it->second) + '\x1F' + sUse;
-        auto [itUse, bNewUse] = mapUses.emplace(sUseKey, u.arrUses.size());
-        if (bNewUse) {
-            clsViewUse oUse;
-            oUse.lItem = it->second;
-            oUse.lParent = arrItemOf[p];
-            oUse.sFindNo = rec.PSAttr2;
-            oUse.sQuantity = rec.PSAttr1;
-            u.arrUses.push_back(std::move(oUse));
-            oItem.arrUses.push_back(itUse->second);
-        }
-    }
-    return u;
+        return u;
+    });
 }
 
 // One row per item that the structure uses somewhere below a top object: its identifier (a link

@@ -153,6 +153,13 @@ TEST_F(ViewsTest, TheSettingsSwitchViewsOnWithOneAndTheHostReplacesThem) {
     EXPECT_EQ(bld->GetExportViews(), clsViews{});
 }
 
+TEST_F(ViewsTest, WithoutSettingsNoViewAndOneLine) {
+    ctx->Options.Views = clsViews{true, true, true, true};
+    ctx->IniData.reset();
+    EXPECT_EQ(bld->GetExportViews(), clsViews{});
+    ExpectOneErrorLine("Object variable or With block variable not set", 91, "GetExportViews");
+}
+
 TEST_F(ViewsTest, EachKindAndModeWritesTheViewsThatFitIt) {
     const clsViews oAll{true, true, true, true};
     struct Case {

@@ -104,12 +104,6 @@ int main(int argc, char** argv) {
         const auto& a = op.arrField;
         switch (op.cKind) {
             case 'F': {
-                // A formula cell: row, column, format, formula and the value it shows.
-                if (a.size() == 5) {
-                    err |= worksheet_write_formula_str(ws, U(a[0]), static_cast<lxw_col_t>(U(a[1])),
-                                                       a[3], F(a[2]), a[4]);
-                    break;
-                }
                 lxw_format* f = workbook_add_format(wb);
                 if (a[1][0] == '1') format_set_bold(f);
                 if (a[2][0] == '1') format_set_italic(f);
@@ -165,6 +159,10 @@ int main(int argc, char** argv) {
             case 'N':
                 err |= worksheet_write_number(ws, U(a[0]), static_cast<lxw_col_t>(U(a[1])), D(a[3]),
                                               F(a[2]));
+                break;
+            case 'E':
+                err |= worksheet_write_formula_str(ws, U(a[0]), static_cast<lxw_col_t>(U(a[1])),
+                                                   a[3], F(a[2]), a[4]);
                 break;
             case 'B':
                 err |= worksheet_write_blank(ws, U(a[0]), static_cast<lxw_col_t>(U(a[1])), F(a[2]));

@@ -113,11 +113,12 @@ int main(int argc, char** argv) {
     std::remove(sScratch.c_str());
     const double dBuild = Since(t1);
     xl::xlWorkbook& oBook = *clsBldExcelTestAccess::Workbook(oBuilder);
-    size_t lRows = 0;
-    long lCells = 0;
-    for (long i = 1; i <= oBook.Worksheets().Count(); ++i) {
+    // Rows and cells of all sheets: a long export continues on new ones.
+    const long lSheets = oBook.Worksheets().Count();
+    long lRows = 0, lCells = 0;
+    for (long i = 1; i <= lSheets; ++i) {
         const auto& d = oBook.Worksheets()(i).Data();
-        lRows += d.arrRows.size();
+        lRows += static_cast<long>(d.arrRows.size());
         for (const auto& r : d.arrRows)
             lCells += static_cast<long>(r.arrCells.size());
     }
@@ -138,9 +139,9 @@ int main(int argc, char** argv) {
         dSave = Since(t3);
     }
     std::fprintf(stderr,
-                 "objects %d rows %zu cells %ld | load %.3f s, walk %.3f s, build %.3f s, "
-                 "dump %.3f s, save %.3f s\n",
-                 ctx.Model.ObjCount + 1, lRows, lCells, dLoad, dParse - dLoad, dBuild, dDump,
-                 dSave);
+                 "objects %d rows %ld cells %ld sheets %ld | load %.3f s, walk %.3f s, "
+                 "build %.3f s, dump %.3f s, save %.3f s\n",
+                 ctx.Model.ObjCount + 1, lRows, lCells, lSheets, dLoad, dParse - dLoad, dBuild,
+                 dDump, dSave);
     return 0;
 }

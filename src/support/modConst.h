@@ -33,6 +33,9 @@ constexpr long xlMaxRows = 1048576;
 constexpr long xlMaxColumns = 16384;
 constexpr long xlMaxCellText = 32767;
 constexpr long xlMaxHyperlinks = 65530;
+// Names local to one sheet: LibreOffice fails when it closes a workbook with a sheet of more than
+// 65,535 of them, so a sheet that continues keeps as many as it keeps hyperlinks.
+constexpr long xlMaxLocalNames = 65530;
 constexpr long xlMaxNameLength = 255;
 // The limits of an Excel 97-2003 (.xls) workbook where they are smaller.
 constexpr long xlMaxRowsXls = 65536;

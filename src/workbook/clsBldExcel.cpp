@@ -90,6 +90,10 @@ bool clsBldExcel::FillExlFile() {
                 break;
         }
 
+        // The main panel stays on the first sheet, from row 6: an export with more objects than
+        // that sheet has rows is refused.
+        if (CheckedAdd(nCount, 5) > oSheet.MaxRows()) RaiseError(errAppDefined);
+
         if (oViews.bOutline) FillOutline(nCount);
 
         // The property panel may run past the sheet's last row: it then continues on new
@@ -128,12 +132,12 @@ bool clsBldExcel::FillExlFile() {
             FillHyperlinkCollect();
         }
 
-        // The last row of the property panel on each sheet: a continuation sheet ends where
-        // its rows end.
+        // The last row of the property panel on each sheet: a sheet that continues, and each
+        // continuation sheet, ends where its rows end.
         const long nSheets = oWorkbook_->Worksheets().Count();
         for (long i = 1; i <= nSheets; ++i) {
             xl::xlWorksheet& ws = oWorkbook_->Worksheets()(i);
-            FillPageSetup(ws, i == 1 ? std::min(nRow, ws.MaxRows()) : ws.UsedLastRow());
+            FillPageSetup(ws, nSheets == 1 ? std::min(nRow, ws.MaxRows()) : ws.UsedLastRow());
         }
 
         FillViews(oViews);

@@ -1,7 +1,8 @@
 // A sheet that continues on new sheets. The sheet is filled as one long sheet, past the last row
 // of its file format if need be; the filler marks where each block of rows begins. Moving the
 // rows then works block by block: a block stays whole on one sheet unless it is longer than a
-// sheet by itself, and a sheet takes no more hyperlinks than the application reads.
+// sheet by itself, and a sheet takes no more hyperlinks and local names than the applications
+// read.
 #include <algorithm>
 #include <string>
 #include <vector>
@@ -35,17 +36,28 @@ struct Plan {
     std::vector<Part> arrParts;
 };
 
-// Hyperlinks in the rows from a to b, from the running count by row.
-long LinksIn(const std::vector<long>& arrRunning, long a, long b) {
-    return arrRunning[static_cast<size_t>(b)] - arrRunning[static_cast<size_t>(a - 1)];
-}
+// Hyperlinks and local names of the rows up to each row of the long sheet: those of the rows a to
+// b are the difference of two entries.
+struct Running {
+    std::vector<long> arrLinks;
+    std::vector<long> arrNames;
 
-Plan PlanParts(const xlWorksheet::Impl& d, const std::vector<long>& arrRunning,
+    long LinksIn(long a, long b) const { return Diff(arrLinks, a, b); }
+    long NamesIn(long a, long b) const { return Diff(arrNames, a, b); }
+
+private:
+    static long Diff(const std::vector<long>& arr, long a, long b) {
+        return arr[static_cast<size_t>(b)] - arr[static_cast<size_t>(a - 1)];
+    }
+};
+
+Plan PlanParts(const xlWorksheet::Impl& d, const Running& oRunning,
                const std::vector<long>& arrTitleRows, long lLinksToCome) {
     const long lTitleRows = static_cast<long>(arrTitleRows.size());
     const long lLast = static_cast<long>(d.arrRows.size());
     const long lRowCap = d.lMaxRows;
     const long lLinkCap = xlMaxHyperlinks;
+    const long lNameCap = xlMaxLocalNames;
     std::vector<long> arrStarts;
     for (long r : d.arrBlockStarts) {
         if (r <= lLast) arrStarts.push_back(r);
@@ -68,9 +80,10 @@ Plan PlanParts(const xlWorksheet::Impl& d, const std::vector<long>& arrRunning,
     }
     plan.lKeep = lHead;
 
-    // The sheet being filled: its rows and links so far, and whether it is a new one.
+    // The sheet being filled: its rows, links and names so far, and whether it is a new one.
     long lRows = lHead;
-    long lLinks = LinksIn(arrRunning, 1, lHead) + lLinksToCome;
+    long lLinks = oRunning.LinksIn(1, lHead) + lLinksToCome;
+    long lNames = oRunning.NamesIn(1, lHead);
     // A sheet left full by its head takes no block.
     bool bFull = lHead >= lRowCap;
     bool bNew = false;
@@ -82,27 +95,33 @@ Plan PlanParts(const xlWorksheet::Impl& d, const std::vector<long>& arrRunning,
         lFirst = lFrom;
         lRows = lTitleRows;
         lLinks = 0;
+        lNames = 0;
     };
     for (size_t j = 0; j < arrStarts.size(); ++j) {
         long a = arrStarts[j];
         const long b = j + 1 < arrStarts.size() ? arrStarts[j + 1] - 1 : lLast;
         while (a <= b) {
             const long n = b - a + 1;
-            const long k = LinksIn(arrRunning, a, b);
-            if (!bFull && lRows + n <= lRowCap && lLinks + k <= lLinkCap) {
+            const long k = oRunning.LinksIn(a, b);
+            const long m = oRunning.NamesIn(a, b);
+            if (!bFull && lRows + n <= lRowCap && lLinks + k <= lLinkCap &&
+                lNames + m <= lNameCap) {
                 lRows += n;
                 lLinks += k;
+                lNames += m;
                 if (!bNew) plan.lKeep = b;
                 a = b + 1;
             } else if (bNew && lRows == lTitleRows) {
                 // A block longer than a sheet by itself: cut where the sheet is full.
                 long e = a;
                 while (e < b && lRows + (e + 1 - a + 1) <= lRowCap &&
-                       lLinks + LinksIn(arrRunning, a, e + 1) <= lLinkCap) {
+                       lLinks + oRunning.LinksIn(a, e + 1) <= lLinkCap &&
+                       lNames + oRunning.NamesIn(a, e + 1) <= lNameCap) {
                     ++e;
                 }
                 lRows += e - a + 1;
-                lLinks += LinksIn(arrRunning, a, e);
+                lLinks += oRunning.LinksIn(a, e);
+                lNames += oRunning.NamesIn(a, e);
                 a = e + 1;
                 if (a <= b) fnOpen(a);
             } else {
@@ -162,13 +181,22 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
     }
     if (lTitles >= d.lMaxRows || lLinksToCome < 0) Fail();
     const long lLast = static_cast<long>(d.arrRows.size());
-    std::vector<long> arrRunning(static_cast<size_t>(lLast) + 1, 0);
+    Running oRunning;
+    oRunning.arrLinks.assign(static_cast<size_t>(lLast) + 1, 0);
+    oRunning.arrNames.assign(static_cast<size_t>(lLast) + 1, 0);
     for (const xlHyperlinkEntry& e : oHyperlinks_.arr_) {
-        if (e.lRow <= lLast) ++arrRunning[static_cast<size_t>(e.lRow)];
+        if (e.lRow <= lLast) ++oRunning.arrLinks[static_cast<size_t>(e.lRow)];
     }
-    for (long r = 1; r <= lLast; ++r)
-        arrRunning[static_cast<size_t>(r)] += arrRunning[static_cast<size_t>(r - 1)];
-    const Plan plan = PlanParts(d, arrRunning, arrTitleRows, lLinksToCome);
+    // A name goes with its first row.
+    for (const xlNameEntry& e : oNames_.arr_) {
+        if (e.lRow1 <= lLast) ++oRunning.arrNames[static_cast<size_t>(e.lRow1)];
+    }
+    for (long r = 1; r <= lLast; ++r) {
+        const size_t i = static_cast<size_t>(r);
+        oRunning.arrLinks[i] += oRunning.arrLinks[i - 1];
+        oRunning.arrNames[i] += oRunning.arrNames[i - 1];
+    }
+    const Plan plan = PlanParts(d, oRunning, arrTitleRows, lLinksToCome);
     d.bContinues = false;
     d.arrBlockStarts.clear();
     std::vector<xlWorksheet*> arrNew;

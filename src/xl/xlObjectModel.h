@@ -353,13 +353,13 @@ public:
     // Continuation, for a sheet that is filled past its last row (xlContinuation.cpp). From
     // ContinuePastLastRow on, rows up to kMaxContinuedRows may be written; the rows from each
     // KeepRowsTogetherFrom mark to the next are a block that goes to one sheet when it can.
-    // ContinueOnNewSheets then moves every block that does not fit the sheet (its rows, or its
-    // hyperlinks beside lLinksToCome more that the sheet will take) to new worksheets placed
-    // after it, named after it with " (2)", " (3)", ...: each with the sheet's column widths,
-    // sheet-wide formats, frozen panes and outline settings and, at its top, copies of
-    // arrTitleRows; a block longer than a new sheet holds is cut where the sheet ends. Names,
-    // hyperlinks, merged areas and outline levels go with their rows; an AutoFilter of the
-    // sheet ends at its last row. Returns the new sheets, in order; a sheet that fits gets
+    // ContinueOnNewSheets then moves every block that does not fit the sheet (its rows, its
+    // hyperlinks beside lLinksToCome more that the sheet will take, or its local names) to new
+    // worksheets placed after it, named after it with " (2)", " (3)", ...: each with the sheet's
+    // column widths, sheet-wide formats, frozen panes and outline settings and, at its top,
+    // copies of arrTitleRows; a block longer than a new sheet holds is cut where the sheet ends.
+    // Names, hyperlinks, merged areas and outline levels go with their rows; an AutoFilter of
+    // the sheet ends at its last row. Returns the new sheets, in order; a sheet that fits gets
     // none. A sheet with rows past its end cannot be saved before.
     static constexpr long kMaxContinuedRows = long{1} << 30;
     void ContinuePastLastRow();

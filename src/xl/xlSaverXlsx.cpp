@@ -349,7 +349,7 @@ public:
     void Blank(lxw_row_t r, lxw_col_t c, Fmt f) { std::fprintf(p_, "B\t%u\t%u\t%ld\n", r, c, f); }
     void Formula(lxw_row_t r, lxw_col_t c, const std::string& sFormula, Fmt f,
                  const std::string& sValue) {
-        std::fprintf(p_, "F\t%u\t%u\t%ld\t", r, c, f);
+        std::fprintf(p_, "E\t%u\t%u\t%ld\t", r, c, f);
         Text(sFormula.c_str());
         std::fputc('\t', p_);
         Text(sValue.c_str());

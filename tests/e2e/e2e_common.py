@@ -31,6 +31,36 @@ class CliCase(unittest.TestCase):
         return subprocess.run([Config.cli, *args], capture_output=True, text=True, env=env,
                               stdin=subprocess.DEVNULL, timeout=600)
 
+    def run_on_terminal(self, *args, on_output=None):
+        """Runs the tool with a pseudo-terminal as its standard error (and output). After each
+        piece of output, on_output(all output so far, pid) may act on the running tool. Returns
+        the exit code and the output."""
+        import pty
+        import select
+        import time
+        env = dict(os.environ, APPDATA=self.tmp)
+        pid, fd = pty.fork()
+        if pid == 0:
+            os.execve(Config.cli, [Config.cli, *args], env)
+        text = ""
+        deadline = time.monotonic() + 600
+        while time.monotonic() < deadline:
+            ready, _, _ = select.select([fd], [], [], 1.0)
+            if not ready:
+                continue
+            try:
+                b = os.read(fd, 65536)
+            except OSError:  # the other end is closed
+                break
+            if not b:
+                break
+            text += b.decode("utf-8", "replace")
+            if on_output:
+                on_output(text, pid)
+        _, status = os.waitpid(pid, 0)
+        os.close(fd)
+        return os.waitstatus_to_exitcode(status), text
+
     def log_lines(self):
         path = os.path.join(self.export_dir, "ExportExcel.log")
         if not os.path.exists(path):

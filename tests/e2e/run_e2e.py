@@ -68,10 +68,14 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--cli", required=True)
     parser.add_argument("--source", required=True)
+    parser.add_argument("-k", dest="patterns", action="append",
+                        help="run only the tests whose name holds this text (as unittest's -k)")
     args = parser.parse_args()
     Config.cli = os.path.abspath(args.cli)
     Config.source = os.path.abspath(args.source)
     loader = unittest.TestLoader()
+    if args.patterns:
+        loader.testNamePatterns = ["*%s*" % p for p in args.patterns]
     suite = unittest.TestSuite()
     suite.addTests(loader.loadTestsFromModule(sys.modules[__name__]))
     # The workbook read-back tests live beside this file.

@@ -1,10 +1,7 @@
 """Progress of a long export: shown on standard error when it is a terminal, never otherwise."""
 import os
-import pty
-import select
 import subprocess
 import sys
-import time
 
 from e2e_common import CliCase, Config
 
@@ -26,29 +23,6 @@ class TestProgress(CliCase):
     def tearDownClass(cls):
         import shutil
         shutil.rmtree(cls.data_dir, ignore_errors=True)
-
-    def run_on_terminal(self, *args):
-        """Runs the tool with a pseudo-terminal as its standard error (and output)."""
-        env = dict(os.environ, APPDATA=self.tmp)
-        pid, fd = pty.fork()
-        if pid == 0:
-            os.execve(Config.cli, [Config.cli, *args], env)
-        chunks = []
-        deadline = time.monotonic() + 600
-        while time.monotonic() < deadline:
-            ready, _, _ = select.select([fd], [], [], 1.0)
-            if not ready:
-                continue
-            try:
-                b = os.read(fd, 65536)
-            except OSError:  # the other end is closed
-                break
-            if not b:
-                break
-            chunks.append(b)
-        _, status = os.waitpid(pid, 0)
-        os.close(fd)
-        return os.waitstatus_to_exitcode(status), b"".join(chunks).decode("utf-8", "replace")
 
     def test_terminal_shows_progress_and_clears_it(self):
         code, out = self.run_on_terminal(self.data, self.gen_settings, self.setup_file, ".xlsx")

@@ -9,7 +9,7 @@ import xml.etree.ElementTree as ET
 
 import openpyxl
 
-from e2e_common import CliCase
+from e2e_common import DATE, CliCase
 
 NS = {"m": "http://schemas.openxmlformats.org/spreadsheetml/2006/main",
       "r": "http://schemas.openxmlformats.org/officeDocument/2006/relationships"}
@@ -129,6 +129,9 @@ class SizeCase(CliCase):
     def check_continuation_sheets(self, wb):
         first = wb.names[0]
         self.assertGreater(len(wb.names), 1)
+        # The first sheet prints down to its own last row, not to the end of the blocks that
+        # went on.
+        self.assertEqual(wb.print_areas.get(first), "$A$1:$F$%d" % max(wb.cells[first]))
         for k, sheet in enumerate(wb.names[1:], start=2):
             self.assertEqual(sheet, "%s (%d)" % (first, k))
             top = wb.cells[sheet]
@@ -172,6 +175,22 @@ class TestContinuationXlsx(SizeCase):
 
 
 class TestContinuationXls(SizeCase):
+    def test_more_objects_than_the_first_sheet_has_rows_are_refused_with_1004(self):
+        # The main panel starts at row 6: 65,531 objects fill an .xls sheet to its last row,
+        # one more does not fit.
+        data = os.path.join(self.tmp, "data", "big.xml")
+        os.makedirs(os.path.dirname(data))
+        write_collection(data, 65532)
+        r = self.run_cli("-q", data, self.settings, SETUP.format(name="big", space="COLLECTION"),
+                         ".xls")
+        self.assertEqual(r.returncode, 1, r.stderr)
+        lines = self.log_lines()
+        self.assertEqual(len(lines), 2, lines)
+        for line, proc in zip(lines, ("FillMainPanelItem", "FillExlFile")):
+            self.assertRegex(line, "^" + re.escape(
+                "Run-time error: Application-defined or object-defined error 1004 ") + DATE +
+                re.escape(" in orvExportExcel:clsBldExcel[%s]" % proc) + "$")
+
     def test_an_item_structure_over_three_sheets(self):
         import xlrd
         data = os.path.join(self.tmp, "data", "mid.xml")
@@ -227,48 +246,31 @@ class TestAcrossSheets(SizeCase):
         self.assertEqual(complaints, [])
         self.assertTrue(os.path.exists(os.path.join(out, "big.ods")), conv.stdout)
 
-    def run_on_terminal(self, args, stop_after_rows=None):
+    def run_watched(self, args, stop_after_rows=None):
         """Runs the tool on a pseudo-terminal; with stop_after_rows, sends SIGINT once the
         progress line has passed that many rows written. Returns the exit code, the output and
         the last (written, total) the progress showed."""
-        import pty
-        import select
         import signal
-        import time
-        from e2e_common import Config
-        env = dict(os.environ, APPDATA=self.tmp)
-        pid, fd = pty.fork()
-        if pid == 0:
-            os.execve(Config.cli, [Config.cli, *args], env)
-        text, last, sent = "", None, False
-        deadline = time.monotonic() + 600
-        while time.monotonic() < deadline:
-            ready, _, _ = select.select([fd], [], [], 1.0)
-            if not ready:
-                continue
-            try:
-                b = os.read(fd, 65536)
-            except OSError:
-                break
-            if not b:
-                break
-            text += b.decode("utf-8", "replace")
+        seen = {"last": None, "sent": False}
+
+        def watch(text, pid):
             found = re.findall(r"Writing the workbook: (\d+) of (\d+) rows", text)
             if found:
-                last = tuple(int(x) for x in found[-1])
-                if stop_after_rows is not None and not sent and last[0] > stop_after_rows:
+                seen["last"] = tuple(int(x) for x in found[-1])
+                if (stop_after_rows is not None and not seen["sent"]
+                        and seen["last"][0] > stop_after_rows):
                     os.kill(pid, signal.SIGINT)
-                    sent = True
-        _, status = os.waitpid(pid, 0)
-        os.close(fd)
-        return os.waitstatus_to_exitcode(status), text, last
+                    seen["sent"] = True
+
+        code, text = self.run_on_terminal(*args, on_output=watch)
+        return code, text, seen["last"]
 
     def test_progress_and_cancellation_over_all_sheets(self):
         data = os.path.join(self.tmp, "data", "big.xml")
         os.makedirs(os.path.dirname(data))
         write_collection(data, 150000)
         args = [data, self.settings, SETUP.format(name="big", space="COLLECTION"), ".xlsx"]
-        code, text, last = self.run_on_terminal(args)
+        code, text, last = self.run_watched(args)
         self.assertEqual(code, 0, text[-2000:])
         wb = openpyxl.load_workbook(os.path.join(self.tmp, "data", "big.xlsx"), read_only=True)
         rows = sum(ws.max_row for ws in wb.worksheets)
@@ -281,7 +283,7 @@ class TestAcrossSheets(SizeCase):
         os.remove(os.path.join(self.tmp, "data", "big.xlsx"))
         os.remove(os.path.join(self.export_dir, "ExportExcel.log"))
         # Stopped while the second sheet is written: nothing is left.
-        code, text, _ = self.run_on_terminal(args, stop_after_rows=first + 1000)
+        code, text, _ = self.run_watched(args, stop_after_rows=first + 1000)
         self.assertEqual(code, 130, text[-2000:])
         self.assertEqual(sorted(os.listdir(os.path.join(self.tmp, "data"))), ["big.xml"])
         self.assertEqual(len([l for l in self.log_lines() if "User interrupt occurred" in l]), 1)

@@ -11,6 +11,8 @@ FUZZ_SECONDS ?= 300
 BENCH_DIR ?= build-bench
 BENCH_OUT ?= out/bench
 BENCH_REPS ?= 5
+PACKAGE_DIR ?= build-package
+PREFIX ?= /usr/local
 CMAKE_FLAGS ?=
 
 PACKAGES := g++ cmake make pkg-config python3 python3-openpyxl python3-xlrd \
@@ -20,7 +22,11 @@ PACKAGES := g++ cmake make pkg-config python3 python3-openpyxl python3-xlrd \
 # What the tests compare the workbooks with: LibreOffice Calc with its Python bridge (row heights
 # against its own fit, PDF pages), the metric-compatible Carlito font it draws Calibri with, and
 # poppler's pdftotext. Tests that need them are skipped where they are missing.
-TEST_PACKAGES := libreoffice-calc-nogui python3-uno fonts-crosextra-carlito poppler-utils
+TEST_PACKAGES := libreoffice-calc-nogui python3-uno fonts-crosextra-carlito poppler-utils dpkg-dev
+
+# What `make package` needs besides the build: dpkg-shlibdeps (dpkg-dev) finds the package's
+# run-time dependencies.
+PACKAGE_PACKAGES := dpkg-dev
 
 # The generator of src/xl/xlFontMetrics.h (`make fontmetrics`).
 FONT_PACKAGES := python3-fonttools fonts-crosextra-carlito
@@ -43,7 +49,7 @@ define install_missing
 	fi
 endef
 
-.PHONY: all deps deps-test fontmetrics deps-fuzz build build-asan test test-normal test-asan tsan fuzz demo bench format clean
+.PHONY: all deps deps-test fontmetrics deps-fuzz build build-cli build-asan test test-normal test-asan tsan fuzz demo bench install package format clean
 
 all: build
 
@@ -61,6 +67,11 @@ fontmetrics:
 build: deps
 	cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_FLAGS)
 	cmake --build $(BUILD_DIR) -j $(JOBS)
+
+# Only what the demo needs: the tool, not the tests.
+build-cli: deps
+	cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_FLAGS)
+	cmake --build $(BUILD_DIR) -j $(JOBS) --target orv-export-excel
 
 build-asan: deps
 	cmake -S . -B $(ASAN_DIR) -DCMAKE_BUILD_TYPE=Debug -DORV_SANITIZE=ON $(CMAKE_FLAGS)
@@ -113,11 +124,26 @@ fuzz: deps deps-fuzz
 	  -max_len=262144 -print_final_stats=1 -artifact_prefix=$(FUZZ_DIR)/findings/ \
 	  $(FUZZ_DIR)/corpus $(FUZZ_DIR)/seeds
 
-demo: build
+demo: build-cli
 	@bash examples/run-demo.sh $(BUILD_DIR)
 
+# The tool, the libraries, the headers, the pkg-config file and the CMake package into PREFIX
+# (default /usr/local; `make install PREFIX=$$HOME/.local`).
+install: build-cli
+	cmake --build $(BUILD_DIR) -j $(JOBS) --target orvExportExcel orvExportExcel_static
+	cmake --install $(BUILD_DIR) --prefix $(PREFIX)
+
+# A Debian package of the same (a Release build without the tests, in PACKAGE_DIR).
+package: deps
+	$(call install_missing,$(PACKAGE_PACKAGES))
+	cmake -S . -B $(PACKAGE_DIR) -DCMAKE_BUILD_TYPE=Release -DORV_BUILD_TESTS=OFF $(CMAKE_FLAGS)
+	cmake --build $(PACKAGE_DIR) -j $(JOBS) --target orv-export-excel orvExportExcel orvExportExcel_static
+	cd $(PACKAGE_DIR) && cpack -G DEB
+	@ls $(PACKAGE_DIR)/*.deb
+
 # Release build (-O2, no sanitizers) of the tool and the measuring tools, generated inputs in
-# $(BENCH_OUT), then every case against the libxlsxwriter baseline (see bench/run_bench.py).
+# $(BENCH_OUT), then every case against the libxlsxwriter baseline, and a batch of 50 files on one
+# thread against two (see bench/run_bench.py).
 bench: deps
 	cmake -S . -B $(BENCH_DIR) -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE="-O2 -DNDEBUG" \
 	  -DORV_SANITIZE=OFF -DORV_BUILD_TESTS=OFF -DORV_BUILD_BENCH=ON $(CMAKE_FLAGS)
@@ -128,4 +154,4 @@ format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD_DIR) $(ASAN_DIR) $(TSAN_DIR) $(FUZZ_DIR) $(BENCH_DIR)
+	rm -rf $(BUILD_DIR) $(ASAN_DIR) $(TSAN_DIR) $(FUZZ_DIR) $(BENCH_DIR) $(PACKAGE_DIR)

@@ -12,12 +12,15 @@ The .xls cases time the Excel 97-2003 export against the .xlsx export of the sam
 size is the largest the format's 65,536 rows hold). The views case times the largest item
 structure with every view (--views level,flat,where-used,outline) against the same export
 without views.
+size is the largest the format's 65,536 rows hold). The batch case exports 50 data files of 1,000
+objects each in one --batch run, on one thread and on two, and reports the speed-up.
 Ends with the goals and whether each one holds; the exit status is 1 when one does not.
 """
 
 import argparse
 import json
 import os
+import shutil
 import statistics
 import subprocess
 import sys
@@ -62,6 +65,10 @@ VIEW_CASES = [
      ["--kind", "item", "--objects", "50000", "--depth", "7", "--fanout", "4"] + ITEM_MIX),
 ]
 ALL_VIEWS = "level,flat,where-used,outline"
+# One --batch run over BATCH_FILES copies of a data file of this case, -j 1 against -j 2.
+BATCH_CASE = ("batch-50x1k", "item-structure.xml",
+              ["--kind", "item", "--objects", "1000", "--depth", "6", "--fanout", "4"] + ITEM_MIX)
+BATCH_FILES = 50
 PARSE_CASE = ("parse-100mb", "item-structure.xml",
               ["--kind", "item", "--mb", "100", "--depth", "5", "--fanout", "4", "--attrs", "6"])
 
@@ -225,6 +232,31 @@ def main():
                                         plain=b, ratio=t / b)
         print("%-20s %8d %9d %9.2f %9.0f %9.2f %7.2f" % (
             name, objects, rows, t, max(rss), b, t / b))
+    if not a.only or a.only in BATCH_CASE[0]:
+        name, setup, gen_args = BATCH_CASE
+        data = generate(out_dir, name, gen_args, settings)
+        setup_file = os.path.join(out_dir, "setup", setup)
+        batch_dir = os.path.join(out_dir, name)
+        shutil.rmtree(batch_dir, ignore_errors=True)
+        os.makedirs(batch_dir)
+        files = []
+        for i in range(BATCH_FILES):
+            files.append(os.path.join(batch_dir, "data-%02d.xml" % i))
+            shutil.copy(data, files[-1])
+        listing = os.path.join(batch_dir, "list.txt")
+        with open(listing, "w") as f:
+            f.write("\n".join(files) + "\n")
+        walls = {1: [], 2: []}
+        for _ in range(a.reps):
+            for jobs in (1, 2):
+                _, wall, _ = run_rss([cli, "--quiet", "--batch", listing, "-j", str(jobs),
+                                      settings, setup_file, ".xlsx"], env)
+                walls[jobs].append(wall)
+        t1, t2 = statistics.median(walls[1]), statistics.median(walls[2])
+        results[name] = dict(j1=t1, j2=t2, speedup=t1 / t2)
+        print()
+        print("%-20s %d files: -j 1 %.2f s, -j 2 %.2f s, speed-up %.2f (%d cores)" % (
+            name, BATCH_FILES, t1, t2, t1 / t2, os.cpu_count() or 0))
         sys.stdout.flush()
 
     if not a.only or a.only in PARSE_CASE[0]:
@@ -283,6 +315,10 @@ def main():
         if r:
             goal("%s with all views: %.2f s <= 1.5 x %.2f s without (%.2f)"
                  % (name, r["wall"], r["plain"], r["ratio"]), r["ratio"] <= 1.5)
+    bt = results.get(BATCH_CASE[0])
+    if bt:
+        goal("%s: speed-up of -j 2 over -j 1 %.2f >= 1.6" % (BATCH_CASE[0], bt["speedup"]),
+             bt["speedup"] >= 1.6)
     p = results.get(PARSE_CASE[0])
     if p:
         goal("parse and walk of %.0f MB: %.2f s <= 3 s" % (p["mb"], p["wall"]), p["wall"] <= 3)

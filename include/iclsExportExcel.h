@@ -74,6 +74,9 @@ public:
     // The views of the following calls' workbooks, in place of what the settings say (their
     // section EXPORT_VIEWS); std::nullopt lets the settings decide again.
     virtual void SetViews(std::optional<clsViews> oViews) = 0;
+    // The folder the workbooks of the following calls go into, instead of the data file's
+    // folder; their names stay the same. An empty string brings back the data file's folder.
+    virtual void SetOutputDir(const std::string& sOutputDir) = 0;
 
     // Registers (or, with an empty factory, removes) a grouping component under a programmatic
     // identifier; the export asks for "wexgrp.IclsGroup".

@@ -23,6 +23,11 @@ int orvExportExcel_ParseMain(const char* sXFullPath, const char* sXIniFullPath,
 int orvExportExcel_ParseMainWithViews(const char* sXFullPath, const char* sXIniFullPath,
                                       const char* sSetupXString, const char* sExtension,
                                       const char* sViews);
+/* The same export with the workbook in the folder sOutputDir instead of the data file's folder
+ * (same name); NULL or "" is the data file's folder. */
+int orvExportExcel_ParseMainInto(const char* sXFullPath, const char* sXIniFullPath,
+                                 const char* sSetupXString, const char* sExtension,
+                                 const char* sOutputDir);
 
 /* Checks a settings file (a setup XML text, or NULL or "" for every export kind and mode) and
  * returns 0 (nothing falls back or is unused), 1 (findings) or 2 (the settings or the setup

@@ -1,16 +1,21 @@
 // orv-export-excel: the command-line tool. Runs one export through ParseMain and prints the
-// workbook's path; every log line of the call also goes to standard error.
+// workbook's path, or with --batch one export per data file of a list on several threads;
+// every log line of the calls also goes to standard error.
 #include <unistd.h>
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <mutex>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "iclsExportExcel.h"
@@ -85,25 +90,65 @@ private:
     Clock::time_point tLast_;
 };
 
-// SETUP is the setup XML itself when it starts with "<", else the path of a file holding it.
-bool ReadSetup(const std::string& sSetup, std::string& sXml, std::string& sError) {
-    if (!sSetup.empty() && sSetup[0] == '<') {
-        sXml = sSetup;
-        return true;
+// All of standard input, as it is.
+bool ReadStdin(std::string& sText) {
+    std::ostringstream ss;
+    ss << std::cin.rdbuf();
+    sText = ss.str();
+    return !std::cin.bad();
+}
+
+// The text an argument names: "-" reads standard input, anything else is a file's path. sWhat
+// and sFileWhat name it in the error.
+bool ReadArgumentText(const std::string& sArg, const std::string& sWhat,
+                      const std::string& sFileWhat, std::string& sText, std::string& sError) {
+    if (sArg == "-") {
+        if (ReadStdin(sText)) return true;
+        sError = "cannot read " + sWhat + " from standard input";
+        return false;
     }
-    std::ifstream in(sSetup, std::ios::binary);
+    std::ifstream in(sArg, std::ios::binary);
     if (!in) {
-        sError = "cannot read setup file '" + sSetup + "'";
+        sError = "cannot read " + sFileWhat + " '" + sArg + "'";
         return false;
     }
     std::ostringstream ss;
     ss << in.rdbuf();
-    sXml = ss.str();
+    sText = ss.str();
     return true;
+}
+
+// SETUP is the setup XML itself when its first character other than white space is "<" (the
+// white space in front is dropped), "-" reads it from standard input, else it is the path of a
+// file holding it.
+bool ReadSetup(const std::string& sSetup, std::string& sXml, std::string& sError) {
+    const size_t lFirst = sSetup.find_first_not_of(" \t\r\n\f\v");
+    if (lFirst != std::string::npos && sSetup[lFirst] == '<') {
+        sXml = sSetup.substr(lFirst);
+        return true;
+    }
+    if (!ReadArgumentText(sSetup, "the setup", "setup file", sXml, sError)) return false;
+    if (sSetup == "-") {
+        const size_t lStart = sXml.find_first_not_of(" \t\r\n\f\v");
+        sXml.erase(0, lStart == std::string::npos ? sXml.size() : lStart);
+    }
+    return true;
+}
+
+// An extension without its leading dot is used as given; the note says what name results.
+void NoteExtension(const std::string& sExtension, const std::string& sWorkbookPath) {
+    std::cerr << "orv-export-excel: note: the extension '" << sExtension
+              << "' has no leading dot and is used as given: the workbook is '" << sWorkbookPath
+              << "'" << std::endl;
+}
+
+bool ExtensionWithoutDot(const std::string& sExtension) {
+    return !sExtension.empty() && sExtension[0] != '.';
 }
 
 const char* const kUsage =
     "Usage: orv-export-excel [OPTIONS] DATA_XML SETTINGS_XML SETUP [EXTENSION]\n"
+    "       orv-export-excel [OPTIONS] --batch LIST [-j N] SETTINGS_XML SETUP [EXTENSION]\n"
     "       orv-export-excel --check-settings SETTINGS_XML [SETUP] [--format text|json]\n"
     "Try 'orv-export-excel --help' for more information.\n";
 
@@ -130,6 +175,162 @@ int RunSettingsCheck(const std::vector<std::string>& arrArgs, bool bJson) {
     return r.iStatus;
 }
 
+// The data files of a batch list: one path a line; blank lines and lines starting with "#" are
+// skipped, white space around a path is dropped. "-" reads the list from standard input.
+bool ReadBatchList(const std::string& sList, std::vector<std::string>& arrFiles,
+                   std::string& sError) {
+    std::string sText;
+    if (!ReadArgumentText(sList, "the list", "list file", sText, sError)) return false;
+    std::istringstream in(sText);
+    std::string sLine;
+    const char* const kSpace = " \t\r\n\f\v";
+    while (std::getline(in, sLine)) {
+        const size_t lFirst = sLine.find_first_not_of(kSpace);
+        if (lFirst == std::string::npos || sLine[lFirst] == '#') continue;
+        const size_t lLast = sLine.find_last_not_of(kSpace);
+        arrFiles.push_back(sLine.substr(lFirst, lLast - lFirst + 1));
+    }
+    return true;
+}
+
+// What every export of a batch shares.
+struct clsBatchSettings {
+    std::string sSettings;
+    std::string sSetupXml;
+    std::string sExtension;
+    std::string sOutputDir;
+    bool bGroupNone = false;
+    bool bProgress = false;
+    std::shared_ptr<std::atomic<bool>> pStop;
+};
+
+// The batch's state: the next file to start, the counts, the files in progress, and the one
+// lock under which every line reaches standard output or standard error.
+class clsBatchRun {
+public:
+    clsBatchRun(const clsBatchSettings& oSettings, const std::vector<std::string>& arrFiles)
+        : oSettings_(oSettings), arrFiles_(arrFiles) {}
+
+    int Run(unsigned nThreads) {
+        std::vector<std::thread> arrThreads;
+        for (unsigned i = 0; i < nThreads; ++i)
+            arrThreads.emplace_back([this] { Work(); });
+        for (auto& th : arrThreads)
+            th.join();
+        std::lock_guard<std::mutex> oLock(oOutLock_);
+        ClearProgress();
+        const size_t lTotal = arrFiles_.size();
+        std::cout << lExported_ << " of " << lTotal << " exported, " << lFailed_ << " failed";
+        const size_t lNotRun = lTotal - lExported_ - lFailed_;
+        if (lNotRun > 0) std::cout << ", " << lNotRun << " not exported";
+        std::cout << std::endl;
+        if (g_nSignal != 0) {
+            std::cerr << "orv-export-excel: interrupted, no further export started" << std::endl;
+            return 128 + static_cast<int>(g_nSignal);
+        }
+        return lFailed_ == 0 ? 0 : 1;
+    }
+
+private:
+    // One thread: its own export object, one ParseMain call per file taken from the list, until
+    // the list is done or the batch is stopped.
+    void Work() {
+        auto oExport = CreateExportExcel();
+        std::string sLastLine;
+        oExport->SetLogObserver([this, &sLastLine](const std::string& sLine) {
+            sLastLine = sLine;
+            std::lock_guard<std::mutex> oLock(oOutLock_);
+            ClearProgress();
+            std::cerr << sLine << std::endl;
+            ShowProgress();
+        });
+        if (oSettings_.bGroupNone) {
+            oExport->RegisterGroup(GROUP_PROG_ID, [] { return std::make_unique<clsGroupNone>(); });
+        }
+        oExport->SetCancelFlag(oSettings_.pStop);
+        oExport->SetOutputDir(oSettings_.sOutputDir);
+        for (;;) {
+            if (oSettings_.pStop->load()) return;
+            const size_t i = lNext_.fetch_add(1);
+            if (i >= arrFiles_.size()) return;
+            const std::string& sData = arrFiles_[i];
+            Started(sData);
+            sLastLine.clear();
+            const bool bResult = oExport->ParseMain(sData, oSettings_.sSettings,
+                                                    oSettings_.sSetupXml, oSettings_.sExtension);
+            const clsWorkbookState oBook = oExport->LastWorkbookState();
+            std::string sFailure;
+            if (!oBook.sFailure.empty() || (bResult && !oBook.bWritten)) {
+                sFailure = "cannot write the workbook '" + oBook.sPath + "': " +
+                           (oBook.sFailure.empty() ? "the save did not complete" : oBook.sFailure);
+            } else if (!bResult) {
+                sFailure =
+                    sLastLine.empty() ? "no workbook written (no object to export)" : sLastLine;
+            }
+            Finished(sData, sFailure.empty() ? oExport->LastWorkbookPath() : "", sFailure,
+                     oBook.sPath);
+        }
+    }
+
+    void Started(const std::string& sData) {
+        std::lock_guard<std::mutex> oLock(oOutLock_);
+        arrRunning_.push_back(sData);
+        ShowProgress();
+    }
+
+    void Finished(const std::string& sData, const std::string& sWorkbook,
+                  const std::string& sFailure, const std::string& sPathTried) {
+        std::lock_guard<std::mutex> oLock(oOutLock_);
+        ClearProgress();
+        arrRunning_.erase(std::find(arrRunning_.begin(), arrRunning_.end(), sData));
+        const bool bInterrupted = sWorkbook.empty() && oSettings_.pStop->load();
+        if (bInterrupted) {
+            std::cout << "INTERRUPTED " << sData << std::endl;
+        } else if (!sWorkbook.empty()) {
+            ++lExported_;
+            std::cout << sWorkbook << std::endl;
+        } else {
+            ++lFailed_;
+            std::cout << "FAILED " << sData << ": " << sFailure << std::endl;
+        }
+        if (!bNoted_ && ExtensionWithoutDot(oSettings_.sExtension) && !sPathTried.empty()) {
+            bNoted_ = true;
+            NoteExtension(oSettings_.sExtension, sPathTried);
+        }
+        ShowProgress();
+    }
+
+    // Progress on a terminal: files done, and the file in progress (with how many others run).
+    void ShowProgress() {
+        if (!oSettings_.bProgress || arrRunning_.empty()) return;
+        const std::string sName = std::filesystem::path(arrRunning_.front()).filename().string();
+        const std::string sMore = arrRunning_.size() > 1
+                                      ? " and " + std::to_string(arrRunning_.size() - 1) + " more"
+                                      : std::string();
+        char sLine[200];
+        std::snprintf(sLine, sizeof sLine, "Batch: %zu of %zu done; exporting %.120s%s",
+                      lExported_ + lFailed_, arrFiles_.size(), sName.c_str(), sMore.c_str());
+        std::cerr << "\r\033[K" << sLine << std::flush;
+        bShown_ = true;
+    }
+
+    void ClearProgress() {
+        if (!bShown_) return;
+        std::cerr << "\r\033[K" << std::flush;
+        bShown_ = false;
+    }
+
+    const clsBatchSettings& oSettings_;
+    const std::vector<std::string>& arrFiles_;
+    std::atomic<size_t> lNext_{0};
+    std::mutex oOutLock_;
+    std::vector<std::string> arrRunning_;
+    size_t lExported_ = 0;
+    size_t lFailed_ = 0;
+    bool bShown_ = false;
+    bool bNoted_ = false;
+};
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -147,16 +348,37 @@ int main(int argc, char** argv) {
     bool bQuiet = false;
     std::vector<std::string> arrCheck;
     std::string sFormat = "text";
+    std::string sOutputDir, sBatchList;
+    unsigned nJobs = 0;
     // DATA_XML, SETTINGS_XML and SETUP are required for an export, not for the settings check.
     CLI::Option* optData = app.add_option("DATA_XML", sData, "The export data XML file");
     CLI::Option* optSettings = app.add_option("SETTINGS_XML", sSettings, "The settings XML file");
     CLI::Option* optSetup = app.add_option(
-        "SETUP", sSetup, "The setup XML text (when it starts with '<') or a file holding it");
+        "SETUP", sSetup,
+        "The setup XML text (when its first character other than white space is '<'), '-' to "
+        "read it from standard input, or a file holding it");
     CLI::Option* optExtension =
         app.add_option("EXTENSION", sExtension,
                        "Extension of the workbook file, with its dot (default .xls: an Excel "
                        "97-2003 workbook; any other extension, .xlsx included, gives an Office "
-                       "Open XML workbook)");
+                       "Open XML workbook). Without the dot it is used as given, and a note "
+                       "on standard error names the file");
+    app.add_option("-o,--output-dir", sOutputDir,
+                   "Write the workbook into DIR (an existing folder) instead of the data file's "
+                   "folder, under the same name")
+        ->type_name("DIR");
+    CLI::Option* optBatch =
+        app.add_option("--batch", sBatchList,
+                       "Export every data file named in LIST (one path a line, '-' for standard "
+                       "input; blank lines and lines starting with '#' are skipped) with the "
+                       "same SETTINGS_XML, SETUP and EXTENSION, which then follow without "
+                       "DATA_XML. Prints one line per file (the workbook, or 'FAILED' with the "
+                       "file and why) and a final count")
+            ->type_name("LIST");
+    app.add_option("-j,--jobs", nJobs,
+                   "Exports run at once in a batch (default: the number of cores)")
+        ->check(CLI::Range(1u, 1024u))
+        ->needs(optBatch);
     CLI::Option* optCheck =
         app.add_option("--check-settings", arrCheck,
                        "Check a settings file instead of exporting (no data file needed): every "
@@ -184,6 +406,8 @@ int main(int argc, char** argv) {
         "lines) or the workbook could not be saved (a last line says why), 2 for a usage error "
         "or an unreadable setup file, 130 or 143 when SIGINT or SIGTERM stopped it (nothing is "
         "written then).\n"
+        "With --batch: 0 when every file was exported, 1 when any failed, 2 for a usage error; "
+        "SIGINT or SIGTERM stops the running exports and starts no new one (130 or 143).\n"
         "With --check-settings: 0 when no label falls back and nothing is unused, 1 when the "
         "check found something, 2 when the settings or the setup cannot be read.");
 
@@ -201,10 +425,34 @@ int main(int argc, char** argv) {
         for (const CLI::Option* opt : {optData, optSettings, optSetup, optExtension, optViews}) {
             if (opt->count() > 0) return UsageError("--check-settings takes no " + opt->get_name());
         }
+        if (optBatch->count() > 0) return UsageError("--check-settings takes no --batch");
         return RunSettingsCheck(arrCheck, sFormat == "json");
     }
-    for (const CLI::Option* opt : {optData, optSettings, optSetup}) {
-        if (opt->count() == 0) return UsageError(opt->get_name() + " is required");
+    const bool bBatch = optBatch->count() > 0;
+    if (bBatch) {
+        // A batch names no data file: the words shift by one.
+        if (optExtension->count() > 0) return UsageError("--batch takes no DATA_XML");
+        if (optData->count() == 0) return UsageError("SETTINGS_XML is required");
+        if (optSettings->count() == 0) return UsageError("SETUP is required");
+        sExtension = sSetup;
+        sSetup = sSettings;
+        sSettings = sData;
+        sData.clear();
+        if (sBatchList == "-" && sSetup == "-") {
+            return UsageError("the list and the setup cannot both come from standard input");
+        }
+    } else {
+        for (const CLI::Option* opt : {optData, optSettings, optSetup}) {
+            if (opt->count() == 0) return UsageError(opt->get_name() + " is required");
+        }
+    }
+    if (!sOutputDir.empty()) {
+        std::error_code ec;
+        if (!std::filesystem::is_directory(sOutputDir, ec)) {
+            std::cerr << "orv-export-excel: the output folder '" << sOutputDir
+                      << "' is not an existing folder\n";
+            return 2;
+        }
     }
 
     std::optional<clsViews> oViews;
@@ -221,6 +469,27 @@ int main(int argc, char** argv) {
         return 2;
     }
 
+    if (bBatch) {
+        std::vector<std::string> arrFiles;
+        if (!ReadBatchList(sBatchList, arrFiles, sError)) {
+            std::cerr << "orv-export-excel: " << sError << "\n";
+            return 2;
+        }
+        clsBatchSettings oBatch;
+        oBatch.sSettings = sSettings;
+        oBatch.sSetupXml = sSetupXml;
+        oBatch.sExtension = sExtension;
+        oBatch.sOutputDir = sOutputDir;
+        oBatch.bGroupNone = sGrouping == "none";
+        oBatch.bProgress = !bQuiet && ::isatty(STDERR_FILENO) == 1;
+        oBatch.pStop = pStop;
+        unsigned nThreads = nJobs > 0 ? nJobs : std::max(1u, std::thread::hardware_concurrency());
+        nThreads =
+            static_cast<unsigned>(std::max<size_t>(1, std::min<size_t>(nThreads, arrFiles.size())));
+        clsBatchRun oRun(oBatch, arrFiles);
+        return oRun.Run(nThreads);
+    }
+
     auto oExport = CreateExportExcel();
     oExport->SetViews(oViews);
     ProgressLine oProgress(!bQuiet && ::isatty(STDERR_FILENO) == 1);
@@ -234,9 +503,13 @@ int main(int argc, char** argv) {
     }
 
     oExport->SetCancelFlag(pStop);
+    oExport->SetOutputDir(sOutputDir);
 
     bool bResult = oExport->ParseMain(sData, sSettings, sSetupXml, sExtension);
     oProgress.Clear();
+    if (ExtensionWithoutDot(sExtension) && !oExport->LastWorkbookState().sPath.empty()) {
+        NoteExtension(sExtension, oExport->LastWorkbookState().sPath);
+    }
     if (!bResult && g_nSignal != 0) {
         std::cerr << "orv-export-excel: interrupted, no workbook written" << std::endl;
         return 128 + static_cast<int>(g_nSignal);

@@ -128,6 +128,10 @@ bool ParseViewList(const std::string& sList, clsViews& oViews, std::string& sErr
     return true;
 }
 
+void clsExportExcel::SetOutputDir(const std::string& sOutputDir) {
+    ctx_.Options.OutputDir = sOutputDir;
+}
+
 bool clsExportExcel::ParseXML2Excel(const std::string& sXFullPath, const std::string& sXIniFullPath,
                                     const std::string& sSetupXString,
                                     const std::string& sExtension) {
@@ -211,6 +215,18 @@ bool clsExportExcel::GetIniXML(const std::string& sXIniFullPath) {
 
 std::string clsExportExcel::OutputPath(clsExportContext& ctx, const std::string& sXFullPath,
                                        const std::string& sExtension) {
+    const std::string sPath = OutputPathBesideData(ctx, sXFullPath, sExtension);
+    const std::string& sDir = ctx.Options.OutputDir;
+    if (sDir.empty()) return sPath;
+    const size_t lSep = sPath.rfind(modEnvironment::PATH_SEP);
+    const std::string sName = lSep == std::string::npos ? sPath : sPath.substr(lSep + 1);
+    return sDir.back() == modEnvironment::PATH_SEP ? sDir + sName
+                                                   : sDir + modEnvironment::PATH_SEP + sName;
+}
+
+std::string clsExportExcel::OutputPathBesideData(clsExportContext& ctx,
+                                                 const std::string& sXFullPath,
+                                                 const std::string& sExtension) {
     // Neither the caption value nor the extension may lead out of the data file's folder.
     const auto fnNoSeparators = [](std::string s) {
         for (char& c : s)
@@ -319,15 +335,13 @@ const char* orvExportExcelVersion() {
     return ORV_VERSION;
 }
 
-extern "C" int orvExportExcel_ParseMain(const char* sXFullPath, const char* sXIniFullPath,
-                                        const char* sSetupXString, const char* sExtension) {
-    return orvExportExcel_ParseMainWithViews(sXFullPath, sXIniFullPath, sSetupXString, sExtension,
-                                             nullptr);
-}
+namespace {
 
-extern "C" int orvExportExcel_ParseMainWithViews(const char* sXFullPath, const char* sXIniFullPath,
-                                                 const char* sSetupXString, const char* sExtension,
-                                                 const char* sViews) {
+// The C entries: an export with its options; a list of views that cannot be read returns 0
+// without starting it.
+int ParseMainWithOptions(const char* sXFullPath, const char* sXIniFullPath,
+                         const char* sSetupXString, const char* sExtension, const char* sViews,
+                         const char* sOutputDir) {
     try {
         clsExportExcel oExport;
         if (sViews) {
@@ -336,6 +350,7 @@ extern "C" int orvExportExcel_ParseMainWithViews(const char* sXFullPath, const c
             if (!ParseViewList(sViews, oViews, sError)) return 0;
             oExport.SetViews(oViews);
         }
+        oExport.SetOutputDir(sOutputDir ? sOutputDir : "");
         bool b =
             oExport.ParseMain(sXFullPath ? sXFullPath : "", sXIniFullPath ? sXIniFullPath : "",
                               sSetupXString ? sSetupXString : "", sExtension ? sExtension : "");
@@ -343,4 +358,26 @@ extern "C" int orvExportExcel_ParseMainWithViews(const char* sXFullPath, const c
     } catch (...) {
         return 0;
     }
+}
+
+}  // namespace
+
+extern "C" int orvExportExcel_ParseMain(const char* sXFullPath, const char* sXIniFullPath,
+                                        const char* sSetupXString, const char* sExtension) {
+    return ParseMainWithOptions(sXFullPath, sXIniFullPath, sSetupXString, sExtension, nullptr,
+                                nullptr);
+}
+
+extern "C" int orvExportExcel_ParseMainWithViews(const char* sXFullPath, const char* sXIniFullPath,
+                                                 const char* sSetupXString, const char* sExtension,
+                                                 const char* sViews) {
+    return ParseMainWithOptions(sXFullPath, sXIniFullPath, sSetupXString, sExtension, sViews,
+                                nullptr);
+}
+
+extern "C" int orvExportExcel_ParseMainInto(const char* sXFullPath, const char* sXIniFullPath,
+                                            const char* sSetupXString, const char* sExtension,
+                                            const char* sOutputDir) {
+    return ParseMainWithOptions(sXFullPath, sXIniFullPath, sSetupXString, sExtension, nullptr,
+                                sOutputDir);
 }

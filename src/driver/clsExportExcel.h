@@ -21,6 +21,7 @@ public:
                        std::function<std::unique_ptr<IclsGroup>()> fnFactory) override;
     void SetCancelFlag(std::shared_ptr<std::atomic<bool>> pFlag) override;
     void SetViews(std::optional<clsViews> oViews) override;
+    void SetOutputDir(const std::string& sOutputDir) override;
     std::string LastWorkbookPath() const override { return sLastWorkbookPath_; }
     clsWorkbookState LastWorkbookState() const override { return oWorkbookState_; }
 
@@ -38,9 +39,12 @@ public:
     }
 
     // The output path of BuildExcel: the caption value of entry (1, 1) in the data file's
-    // folder, else the data file's path with its extension replaced.
+    // folder, else the data file's path with its extension replaced. With the host's output
+    // folder (clsExportOptions::OutputDir) the same name goes into that folder instead.
     static std::string OutputPath(clsExportContext& ctx, const std::string& sXFullPath,
                                   const std::string& sExtension);
+    static std::string OutputPathBesideData(clsExportContext& ctx, const std::string& sXFullPath,
+                                            const std::string& sExtension);
     // Which file of the export the output path names ("data file", "settings file", "log
     // file"), after resolving the folders and links of both; "" when none.
     static std::string InputNamedBy(const std::string& sOutputPath, const std::string& sXFullPath,

@@ -28,6 +28,9 @@ struct clsExportOptions {
     std::shared_ptr<std::atomic<bool>> CancelFlag;
     // The views of the workbook in place of the settings' EXPORT_VIEWS; none: the settings say.
     std::optional<clsViews> Views;
+    // The folder the workbook goes into instead of the data file's folder; empty: the data
+    // file's folder. The workbook's name stays the same.
+    std::string OutputDir;
 };
 
 struct clsRunContext {

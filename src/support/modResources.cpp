@@ -1,7 +1,12 @@
 #include "support/modResources.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
+#include <mutex>
 
 #include "support/clsRunContext.h"
 #include "support/iclsLabelSource.h"
@@ -99,11 +104,22 @@ void WriteLog(clsRunContext& ctx, const std::string& sMsg, const std::string& sS
 
 void AppendLine(const std::string& sText, const std::string& sFilePath) {
     if (sFilePath.empty()) return;
-    std::FILE* f = std::fopen(sFilePath.c_str(), "ab");
-    if (!f) return;
-    std::fwrite(sText.data(), 1, sText.size(), f);
-    std::fwrite("\r\n", 1, 2, f);
-    std::fclose(f);
+    // The line and its end go to the file in one append, so that the exports of many threads
+    // (or processes) sharing the log never tear a line. The lock keeps this process's writes
+    // apart even when the system splits one; O_APPEND places each at the file's end.
+    static std::mutex s_oLogLock;
+    const std::string sLine = sText + "\r\n";
+    std::lock_guard<std::mutex> oLock(s_oLogLock);
+    const int fd = ::open(sFilePath.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    if (fd < 0) return;
+    size_t lDone = 0;
+    while (lDone < sLine.size()) {
+        const ssize_t lWritten = ::write(fd, sLine.data() + lDone, sLine.size() - lDone);
+        if (lWritten < 0 && errno == EINTR) continue;
+        if (lWritten <= 0) break;
+        lDone += static_cast<size_t>(lWritten);
+    }
+    ::close(fd);
 }
 
 void LogLine(clsRunContext& ctx, const std::string& sLine) {

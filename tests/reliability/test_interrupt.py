@@ -26,6 +26,7 @@ import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 import testreport  # noqa: E402
+from processes import caught_signals  # noqa: E402
 
 CLI = None
 SOURCE = None
@@ -46,19 +47,6 @@ def write_collection(path, n):
         for i in range(n):
             f.write('<Item id="I%d" revision="A" description="item %d" status="s"/>' % (i, i))
         f.write("</Root_Element>")
-
-
-def caught_signals(pid):
-    """The set of signals the process has handlers for, or None once it is gone."""
-    try:
-        with open("/proc/%d/status" % pid) as f:
-            for line in f:
-                if line.startswith("SigCgt:"):
-                    mask = int(line.split()[1], 16)
-                    return {s for s in range(1, 65) if mask & (1 << (s - 1))}
-    except OSError:
-        return None
-    return set()
 
 
 def read_main_panel_ids(path):

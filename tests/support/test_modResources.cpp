@@ -3,6 +3,9 @@
 #include <cstdlib>
 #include <ctime>
 #include <regex>
+#include <string>
+#include <thread>
+#include <vector>
 
 #include "TestUtil.h"
 #include "parse/clsExportContext.h"
@@ -101,6 +104,41 @@ TEST(AppendLine, MissingFolderLosesTheLineWithoutError) {
     EXPECT_NO_THROW(AppendLine("lost", sPath));
     EXPECT_FALSE(std::filesystem::exists(sPath));
     EXPECT_FALSE(std::filesystem::exists(tmp.File("no")));
+}
+
+TEST(AppendLine, ConcurrentLongLinesStayWhole) {
+    // Lines longer than any stream buffer, from eight threads at once: every line of the file
+    // is one whole line of one thread.
+    TempDir tmp;
+    const std::string sPath = tmp.File("x.log");
+    constexpr int kThreads = 8;
+    constexpr int kLines = 40;
+    std::vector<std::thread> arrThreads;
+    for (int t = 0; t < kThreads; ++t) {
+        arrThreads.emplace_back([&sPath, t] {
+            const std::string sLine(20000 + t, static_cast<char>('a' + t));
+            for (int i = 0; i < kLines; ++i)
+                AppendLine(sLine, sPath);
+        });
+    }
+    for (auto& th : arrThreads)
+        th.join();
+    const std::string sAll = testutil::ReadFile(sPath);
+    std::vector<int> arrCount(kThreads, 0);
+    size_t lStart = 0;
+    while (lStart < sAll.size()) {
+        const size_t lEnd = sAll.find("\r\n", lStart);
+        ASSERT_NE(lEnd, std::string::npos);
+        const std::string sLine = sAll.substr(lStart, lEnd - lStart);
+        ASSERT_FALSE(sLine.empty());
+        const int t = sLine[0] - 'a';
+        ASSERT_TRUE(t >= 0 && t < kThreads);
+        EXPECT_EQ(sLine, std::string(20000 + t, static_cast<char>('a' + t)));
+        ++arrCount[t];
+        lStart = lEnd + 2;
+    }
+    for (int t = 0; t < kThreads; ++t)
+        EXPECT_EQ(arrCount[t], kLines) << "thread " << t;
 }
 
 TEST(WriteLog, PlainLineIsMessageBlankDateWithoutSource) {

@@ -343,127 +343,129 @@ TEST_F(DriverTest, SetViewsReplacesTheSettingsUntilItIsCleared) {
     sFile = testutil::ReadFile(sOut);
     EXPECT_NE(sFile.find("Flattened List"), std::string::npos);
     EXPECT_EQ(sFile.find("Where Used"), std::string::npos);
-    TEST_F(DriverTest, OutputFolderTakesTheWorkbookUnderTheSameName) {
-        fs::create_directories(tmp.Path() / "out");
-        clsExportExcel o;
-        o.SetOutputDir(tmp.File("out"));
-        ASSERT_TRUE(o.ParseMain(sData, sSettings, SetupXml("Pump BOM"), ".xlsx"));
-        EXPECT_EQ(o.LastWorkbookPath(), tmp.File("out/Pump BOM.xlsx"));
-        EXPECT_EQ(testutil::ReadFile(tmp.File("out/Pump BOM.xlsx")).substr(0, 2), "PK");
-        EXPECT_FALSE(fs::exists(tmp.File("data/Pump BOM.xlsx")));
-        // Without a caption value: the data file's name with its extension replaced.
-        ASSERT_TRUE(o.ParseMain(sData, sSettings, SetupXml(""), ".xlsx"));
-        EXPECT_EQ(o.LastWorkbookPath(), tmp.File("out/export.xlsx"));
-        // An empty folder brings back the data file's folder.
-        o.SetOutputDir("");
-        ASSERT_TRUE(o.ParseMain(sData, sSettings, SetupXml(""), ".xlsx"));
-        EXPECT_EQ(o.LastWorkbookPath(), tmp.File("data/export.xlsx"));
-        EXPECT_TRUE(Log().empty());
-    }
+}
 
-    TEST_F(DriverTest, MissingOutputFolderFailsWithoutAWorkbook) {
-        clsExportExcel o;
-        o.SetOutputDir(tmp.File("no-such-folder"));
-        EXPECT_FALSE(o.ParseMain(sData, sSettings, SetupXml(""), ".xlsx"));
-        EXPECT_EQ(o.LastWorkbookPath(), "");
-        EXPECT_FALSE(fs::exists(tmp.File("no-such-folder")));
-        EXPECT_FALSE(fs::exists(tmp.File("data/export.xlsx")));
-        EXPECT_FALSE(Log().empty());
-    }
+TEST_F(DriverTest, OutputFolderTakesTheWorkbookUnderTheSameName) {
+    fs::create_directories(tmp.Path() / "out");
+    clsExportExcel o;
+    o.SetOutputDir(tmp.File("out"));
+    ASSERT_TRUE(o.ParseMain(sData, sSettings, SetupXml("Pump BOM"), ".xlsx"));
+    EXPECT_EQ(o.LastWorkbookPath(), tmp.File("out/Pump BOM.xlsx"));
+    EXPECT_EQ(testutil::ReadFile(tmp.File("out/Pump BOM.xlsx")).substr(0, 2), "PK");
+    EXPECT_FALSE(fs::exists(tmp.File("data/Pump BOM.xlsx")));
+    // Without a caption value: the data file's name with its extension replaced.
+    ASSERT_TRUE(o.ParseMain(sData, sSettings, SetupXml(""), ".xlsx"));
+    EXPECT_EQ(o.LastWorkbookPath(), tmp.File("out/export.xlsx"));
+    // An empty folder brings back the data file's folder.
+    o.SetOutputDir("");
+    ASSERT_TRUE(o.ParseMain(sData, sSettings, SetupXml(""), ".xlsx"));
+    EXPECT_EQ(o.LastWorkbookPath(), tmp.File("data/export.xlsx"));
+    EXPECT_TRUE(Log().empty());
+}
 
-    TEST_F(DriverTest, CEntryWithOutputFolder) {
-        fs::create_directories(tmp.Path() / "out");
-        const std::string sSetup = SetupXml("");
-        const std::string sOut = tmp.File("out");
-        EXPECT_EQ(orvExportExcel_ParseMainInto(sData.c_str(), sSettings.c_str(), sSetup.c_str(),
-                                               ".xlsx", sOut.c_str()),
-                  -1);
-        EXPECT_TRUE(fs::is_regular_file(tmp.File("out/export.xlsx")));
-        EXPECT_FALSE(fs::exists(tmp.File("data/export.xlsx")));
-        EXPECT_EQ(orvExportExcel_ParseMainInto(sData.c_str(), sSettings.c_str(), sSetup.c_str(),
-                                               ".xlsx", nullptr),
-                  -1);
-        EXPECT_TRUE(fs::is_regular_file(tmp.File("data/export.xlsx")));
-    }
+TEST_F(DriverTest, MissingOutputFolderFailsWithoutAWorkbook) {
+    clsExportExcel o;
+    o.SetOutputDir(tmp.File("no-such-folder"));
+    EXPECT_FALSE(o.ParseMain(sData, sSettings, SetupXml(""), ".xlsx"));
+    EXPECT_EQ(o.LastWorkbookPath(), "");
+    EXPECT_FALSE(fs::exists(tmp.File("no-such-folder")));
+    EXPECT_FALSE(fs::exists(tmp.File("data/export.xlsx")));
+    EXPECT_FALSE(Log().empty());
+}
 
-    TEST_F(DriverTest, LogObserverSeesTheLinesOfTheCall) {
-        clsExportExcel o;
-        std::vector<std::string> arrSeen;
-        o.SetLogObserver([&](const std::string& s) { arrSeen.push_back(s); });
-        EXPECT_FALSE(o.ParseMain("", sSettings, SetupXml("x"), ""));
-        EXPECT_EQ(arrSeen, Log());
-        EXPECT_EQ(arrSeen.size(), 1u);
-    }
+TEST_F(DriverTest, CEntryWithOutputFolder) {
+    fs::create_directories(tmp.Path() / "out");
+    const std::string sSetup = SetupXml("");
+    const std::string sOut = tmp.File("out");
+    EXPECT_EQ(orvExportExcel_ParseMainInto(sData.c_str(), sSettings.c_str(), sSetup.c_str(),
+                                           ".xlsx", sOut.c_str()),
+              -1);
+    EXPECT_TRUE(fs::is_regular_file(tmp.File("out/export.xlsx")));
+    EXPECT_FALSE(fs::exists(tmp.File("data/export.xlsx")));
+    EXPECT_EQ(orvExportExcel_ParseMainInto(sData.c_str(), sSettings.c_str(), sSetup.c_str(),
+                                           ".xlsx", nullptr),
+              -1);
+    EXPECT_TRUE(fs::is_regular_file(tmp.File("data/export.xlsx")));
+}
 
-    TEST_F(DriverTest, MissingLogFolderLosesLinesButTheResultStands) {
-        fs::remove_all(tmp.Path() / "Korvane" / "Addin Modules");
-        EXPECT_FALSE(Run("", sSettings, SetupXml("x")));
-        EXPECT_FALSE(fs::exists(sExportDir));
-    }
+TEST_F(DriverTest, LogObserverSeesTheLinesOfTheCall) {
+    clsExportExcel o;
+    std::vector<std::string> arrSeen;
+    o.SetLogObserver([&](const std::string& s) { arrSeen.push_back(s); });
+    EXPECT_FALSE(o.ParseMain("", sSettings, SetupXml("x"), ""));
+    EXPECT_EQ(arrSeen, Log());
+    EXPECT_EQ(arrSeen.size(), 1u);
+}
 
-    TEST(OutputPath, CaptionValueNamesTheFileInTheDataFolder) {
-        clsExportContext ctx;
-        ctx.Labels.CaptionTable.ReDim(1, 1);
-        ctx.Labels.CaptionTable.Item(1, 1) = "Report";
-        EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b/data.xml", ".xls"), "/a/b/Report.xls");
-        EXPECT_EQ(clsExportExcel::OutputPath(ctx, "data.xml", ".xlsx"), "Report.xlsx");
-        ctx.Labels.CaptionTable.Item(1, 1) = "../up/evil";
-        EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b/data.xml", ".xls"), "/a/b/.._up_evil.xls");
-    }
+TEST_F(DriverTest, MissingLogFolderLosesLinesButTheResultStands) {
+    fs::remove_all(tmp.Path() / "Korvane" / "Addin Modules");
+    EXPECT_FALSE(Run("", sSettings, SetupXml("x")));
+    EXPECT_FALSE(fs::exists(sExportDir));
+}
 
-    TEST(OutputPath, WithoutCaptionValueTheDataExtensionIsReplaced) {
-        clsExportContext ctx;
-        ctx.Labels.CaptionTable.ReDim(1, 1);
-        EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b/data.xml", ".xls"), "/a/b/data.xls");
-        EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b/data", ".xls"), "/a/b/data.xls");
-        EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b.d/data", ".xls"), "/a/b.d/data.xls");
-        EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b/data.v2.xml", "x"), "/a/b/data.v2x");
-    }
+TEST(OutputPath, CaptionValueNamesTheFileInTheDataFolder) {
+    clsExportContext ctx;
+    ctx.Labels.CaptionTable.ReDim(1, 1);
+    ctx.Labels.CaptionTable.Item(1, 1) = "Report";
+    EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b/data.xml", ".xls"), "/a/b/Report.xls");
+    EXPECT_EQ(clsExportExcel::OutputPath(ctx, "data.xml", ".xlsx"), "Report.xlsx");
+    ctx.Labels.CaptionTable.Item(1, 1) = "../up/evil";
+    EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b/data.xml", ".xls"), "/a/b/.._up_evil.xls");
+}
 
-    TEST(OutputPath, OutputFolderKeepsTheNameAndReplacesTheFolder) {
-        clsExportContext ctx;
-        ctx.Labels.CaptionTable.ReDim(1, 1);
-        ctx.Options.OutputDir = "/out";
-        EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b/data.xml", ".xls"), "/out/data.xls");
-        EXPECT_EQ(clsExportExcel::OutputPath(ctx, "data.xml", "x"), "/out/datax");
-        ctx.Options.OutputDir = "rel/";
-        EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b.d/data", ".xls"), "rel/data.xls");
-        ctx.Labels.CaptionTable.Item(1, 1) = "../up/evil";
-        EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b/data.xml", ".xls"), "rel/.._up_evil.xls");
-    }
+TEST(OutputPath, WithoutCaptionValueTheDataExtensionIsReplaced) {
+    clsExportContext ctx;
+    ctx.Labels.CaptionTable.ReDim(1, 1);
+    EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b/data.xml", ".xls"), "/a/b/data.xls");
+    EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b/data", ".xls"), "/a/b/data.xls");
+    EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b.d/data", ".xls"), "/a/b.d/data.xls");
+    EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b/data.v2.xml", "x"), "/a/b/data.v2x");
+}
 
-    TEST(OutputPath, FewerThanTwoCaptionEntriesIsSubscriptOutOfRange) {
-        clsExportContext ctx;
-        ctx.Labels.CaptionTable.ReDim(1, 0);
-        try {
-            clsExportExcel::OutputPath(ctx, "/a/data.xml", ".xls");
-            FAIL() << "no error";
-        } catch (const clsRunError& e) {
-            EXPECT_EQ(e.Number, 9);
-        }
-    }
+TEST(OutputPath, OutputFolderKeepsTheNameAndReplacesTheFolder) {
+    clsExportContext ctx;
+    ctx.Labels.CaptionTable.ReDim(1, 1);
+    ctx.Options.OutputDir = "/out";
+    EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b/data.xml", ".xls"), "/out/data.xls");
+    EXPECT_EQ(clsExportExcel::OutputPath(ctx, "data.xml", "x"), "/out/datax");
+    ctx.Options.OutputDir = "rel/";
+    EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b.d/data", ".xls"), "rel/data.xls");
+    ctx.Labels.CaptionTable.Item(1, 1) = "../up/evil";
+    EXPECT_EQ(clsExportExcel::OutputPath(ctx, "/a/b/data.xml", ".xls"), "rel/.._up_evil.xls");
+}
 
-    TEST(ClearExportModel, ErasesTheArrayOfTheKindAndResetsTheCount) {
-        clsExportExcel o;
-        clsExportContext& ctx = o.Context();
-        ctx.Model.ExportKind = 2;
-        ctx.Model.XDocs.resize(3);
-        ctx.Model.XItems.resize(2);
-        ctx.Model.ObjCount = 2;
-        o.ClearExportModel();
-        EXPECT_TRUE(ctx.Model.XDocs.empty());
-        EXPECT_EQ(ctx.Model.XItems.size(), 2u);
-        EXPECT_EQ(ctx.Model.ObjCount, -1);
-        ctx.Model.ExportKind = 7;
-        ctx.Model.ObjCount = 4;
-        o.ClearExportModel();
-        EXPECT_EQ(ctx.Model.ObjCount, -1);
-        EXPECT_EQ(ctx.Model.XItems.size(), 2u);
+TEST(OutputPath, FewerThanTwoCaptionEntriesIsSubscriptOutOfRange) {
+    clsExportContext ctx;
+    ctx.Labels.CaptionTable.ReDim(1, 0);
+    try {
+        clsExportExcel::OutputPath(ctx, "/a/data.xml", ".xls");
+        FAIL() << "no error";
+    } catch (const clsRunError& e) {
+        EXPECT_EQ(e.Number, 9);
     }
+}
 
-    TEST(SetObjCount, TakesTheUpperBound) {
-        clsExportExcel o;
-        std::vector<int> v(5);
-        EXPECT_TRUE(o.SetObjCount(v));
-        EXPECT_EQ(o.Context().Model.ObjCount, 4);
-    }
+TEST(ClearExportModel, ErasesTheArrayOfTheKindAndResetsTheCount) {
+    clsExportExcel o;
+    clsExportContext& ctx = o.Context();
+    ctx.Model.ExportKind = 2;
+    ctx.Model.XDocs.resize(3);
+    ctx.Model.XItems.resize(2);
+    ctx.Model.ObjCount = 2;
+    o.ClearExportModel();
+    EXPECT_TRUE(ctx.Model.XDocs.empty());
+    EXPECT_EQ(ctx.Model.XItems.size(), 2u);
+    EXPECT_EQ(ctx.Model.ObjCount, -1);
+    ctx.Model.ExportKind = 7;
+    ctx.Model.ObjCount = 4;
+    o.ClearExportModel();
+    EXPECT_EQ(ctx.Model.ObjCount, -1);
+    EXPECT_EQ(ctx.Model.XItems.size(), 2u);
+}
+
+TEST(SetObjCount, TakesTheUpperBound) {
+    clsExportExcel o;
+    std::vector<int> v(5);
+    EXPECT_TRUE(o.SetObjCount(v));
+    EXPECT_EQ(o.Context().Model.ObjCount, 4);
+}

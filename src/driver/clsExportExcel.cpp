@@ -335,13 +335,13 @@ const char* orvExportExcelVersion() {
     return ORV_VERSION;
 }
 
-namespace {
-
 // The C entries: an export with its options; a list of views that cannot be read returns 0
 // without starting it.
-int ParseMainWithOptions(const char* sXFullPath, const char* sXIniFullPath,
-                         const char* sSetupXString, const char* sExtension, const char* sViews,
-                         const char* sOutputDir) {
+extern "C" int orvExportExcel_ParseMainWithOptions(const char* sXFullPath,
+                                                   const char* sXIniFullPath,
+                                                   const char* sSetupXString,
+                                                   const char* sExtension, const char* sViews,
+                                                   const char* sOutputDir) {
     try {
         clsExportExcel oExport;
         if (sViews) {
@@ -360,24 +360,22 @@ int ParseMainWithOptions(const char* sXFullPath, const char* sXIniFullPath,
     }
 }
 
-}  // namespace
-
 extern "C" int orvExportExcel_ParseMain(const char* sXFullPath, const char* sXIniFullPath,
                                         const char* sSetupXString, const char* sExtension) {
-    return ParseMainWithOptions(sXFullPath, sXIniFullPath, sSetupXString, sExtension, nullptr,
-                                nullptr);
+    return orvExportExcel_ParseMainWithOptions(sXFullPath, sXIniFullPath, sSetupXString, sExtension,
+                                               nullptr, nullptr);
 }
 
 extern "C" int orvExportExcel_ParseMainWithViews(const char* sXFullPath, const char* sXIniFullPath,
                                                  const char* sSetupXString, const char* sExtension,
                                                  const char* sViews) {
-    return ParseMainWithOptions(sXFullPath, sXIniFullPath, sSetupXString, sExtension, sViews,
-                                nullptr);
+    return orvExportExcel_ParseMainWithOptions(sXFullPath, sXIniFullPath, sSetupXString, sExtension,
+                                               sViews, nullptr);
 }
 
 extern "C" int orvExportExcel_ParseMainInto(const char* sXFullPath, const char* sXIniFullPath,
                                             const char* sSetupXString, const char* sExtension,
                                             const char* sOutputDir) {
-    return ParseMainWithOptions(sXFullPath, sXIniFullPath, sSetupXString, sExtension, nullptr,
-                                sOutputDir);
+    return orvExportExcel_ParseMainWithOptions(sXFullPath, sXIniFullPath, sSetupXString, sExtension,
+                                               nullptr, sOutputDir);
 }

@@ -388,6 +388,33 @@ TEST_F(DriverTest, CEntryWithOutputFolder) {
     EXPECT_TRUE(fs::is_regular_file(tmp.File("data/export.xlsx")));
 }
 
+// Both options in one C call: the views go into the workbook, the workbook into the folder.
+TEST_F(DriverTest, CEntryWithViewsAndOutputFolder) {
+    fs::create_directories(tmp.Path() / "out");
+    const std::string sSetup = SetupXml("Viewed");
+    const std::string sOut = tmp.File("out");
+    EXPECT_EQ(orvExportExcel_ParseMainWithOptions(sData.c_str(), sSettings.c_str(), sSetup.c_str(),
+                                                  ".xls", "where-used", sOut.c_str()),
+              -1);
+    EXPECT_FALSE(fs::exists(tmp.File("data/Viewed.xls")));
+    std::string sFile = testutil::ReadFile(tmp.File("out/Viewed.xls"));
+    EXPECT_EQ(sFile.find("Flattened List"), std::string::npos);
+    EXPECT_NE(sFile.find("Where Used"), std::string::npos);
+    // NULL for both: the settings' views (all off in the example) and the data file's folder.
+    EXPECT_EQ(orvExportExcel_ParseMainWithOptions(sData.c_str(), sSettings.c_str(), sSetup.c_str(),
+                                                  ".xls", nullptr, nullptr),
+              -1);
+    sFile = testutil::ReadFile(tmp.File("data/Viewed.xls"));
+    EXPECT_EQ(sFile.find("Where Used"), std::string::npos);
+    // A list that cannot be read writes nothing into the folder either.
+    fs::remove(tmp.File("out/Viewed.xls"));
+    EXPECT_EQ(orvExportExcel_ParseMainWithOptions(sData.c_str(), sSettings.c_str(), sSetup.c_str(),
+                                                  ".xls", "none,flat", sOut.c_str()),
+              0);
+    EXPECT_FALSE(fs::exists(tmp.File("out/Viewed.xls")));
+    EXPECT_TRUE(Log().empty());
+}
+
 TEST_F(DriverTest, LogObserverSeesTheLinesOfTheCall) {
     clsExportExcel o;
     std::vector<std::string> arrSeen;

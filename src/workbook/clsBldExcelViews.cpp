@@ -179,11 +179,21 @@ bool clsBldExcel::FillLevelSheet() {
         for (long i = 0; i <= ctx_.Model.ObjCount; ++i)
             nMaxLevel = std::max<long>(nMaxLevel, LevelOf(i));
         const long nLastCol = CheckedAdd(nMaxLevel, 2);
-        // The tree's columns narrow, so that each level indents the object by a few characters;
-        // fitting then widens every column to what it shows outside the merged areas (the
-        // caption block, the level numbers, the deepest level's objects).
+        // Fitting widens every column to what it shows outside the merged areas: the level
+        // numbers, the deepest level's objects and the caption block. The columns of the
+        // indentation (B up to the one before the deepest level's) show nothing else, so they
+        // then take one width, so that every level indents its objects by the same step: the
+        // widest that the caption block needs in them, no wider than the procedure's own column
+        // width, and a few characters when the caption block does not reach them.
+        const double dLevelSheetWidth = oLevel.ColumnWidthOf(2);
         oLevel.Range(oLevel.Columns(2), oLevel.Columns(nLastCol)).ColumnWidth(kLevelIndentWidth);
         oLevel.Columns().AutoFit();
+        double dIndent = kLevelIndentWidth;
+        for (long c = 2; c < nLastCol; ++c)
+            dIndent = std::max(dIndent, oLevel.ColumnWidthOf(c));
+        dIndent = std::min(dIndent, dLevelSheetWidth);
+        if (nLastCol > 2)
+            oLevel.Range(oLevel.Columns(2), oLevel.Columns(nLastCol - 1)).ColumnWidth(dIndent);
         oLevel.FreezePanes(kViewHeadingRow + 1, 1);
         oLevel.Range(oLevel.Cells(kViewHeadingRow, 1), oLevel.Cells(nLastRow, nLastCol))
             .AutoFilter();

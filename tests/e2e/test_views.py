@@ -227,6 +227,22 @@ class TestViewsOfAnItemStructure(ViewsCase):
                                                           4 + len(self.objs)))
         self.assertIn(ws.print_title_rows, ("1:4", "$1:$4"))
 
+    def test_level_sheet_indents_each_level_by_the_same_step(self):
+        # The caption block reaches into the indentation's columns: they all take the width its
+        # widest text there needs, but no more than the level sheet's own 21.
+        ws = self.wb.worksheets[1]
+        last_col = max(o["depth"] for o in self.objs) + 2
+        def width(c):
+            dims = [d for d in ws.column_dimensions.values() if d.min <= c <= d.max]
+            self.assertEqual(len(dims), 1, c)
+            return dims[0].width
+
+        widths = [width(c) for c in range(2, last_col)]
+        self.assertGreater(len(widths), 3)
+        self.assertEqual(len(set(widths)), 1, widths)
+        self.assertGreater(widths[0], len("PLM administrator"))
+        self.assertLessEqual(widths[0], 22)
+
     def test_flattened_list_totals_and_links(self):
         flat, _, _ = item_views(self.objs)
         ws = self.wb["Flattened List"] if self.ext == ".xlsx" else self.wb.worksheets[2]

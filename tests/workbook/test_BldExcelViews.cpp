@@ -1,10 +1,12 @@
 // The views beside the panels: which ones an export writes, the outline of the main panel, the
 // level sheet as an export places it, the flattened list with its totals and the where-used
 // list, their headings, links, window, filter and page set-up, and a view longer than a sheet.
+#include <algorithm>
 #include <cmath>
 #include <map>
 
 #include "BldExcelTest.h"
+#include "xl/xlRowFit.h"
 
 using namespace wbtest;
 using namespace modConst;
@@ -248,9 +250,10 @@ TEST_F(ViewsTest, TheLevelSheetIsWorksheetTwoAsAddLevelSheetLaysItOut) {
     EXPECT_LT(L.ColumnWidthOf(4), 30);
 }
 
-// A deep tree indents by narrow columns: those that show only merged cells keep the width of 3
-// characters; the deepest level's column fits its objects.
-TEST_F(ViewsTest, TheLevelSheetsTreeColumnsAreNarrow) {
+// A deep tree indents every level by the same step: the columns of the indentation take one
+// width, the widest the caption block above needs in them, up to the level sheet's own 21; the
+// deepest level's column fits its objects.
+TEST_F(ViewsTest, TheLevelSheetIndentsEveryLevelByOneStep) {
     std::vector<Obj> arr;
     const char* arrIds[] = {"L0", "L1", "L2", "L3", "L4", "L5", "L6", "L7", "L8", "A-LONGER-ID-9"};
     for (int i = 0; i < 10; ++i)
@@ -259,10 +262,22 @@ TEST_F(ViewsTest, TheLevelSheetsTreeColumnsAreNarrow) {
     ctx->Options.Views = clsViews{true, false, false, false};
     ASSERT_TRUE(bld->FillExlFile());
     xl::xlWorksheet& L = Book().Worksheets()(2);
-    // Captions in A to D, levels 0 to 9: the tree runs to column 11 (K).
-    for (long c = 6; c <= 10; ++c)
-        EXPECT_DOUBLE_EQ(L.ColumnWidthOf(c), 3) << c;
+    // Captions in A to D, levels 0 to 9: the tree runs to column 11 (K), the indentation is
+    // B to J.
+    long lWidestPx = 0;
+    for (long r = 1; r <= 2; ++r) {
+        for (long c = 2; c <= 4; ++c) {
+            const xl::xlStyle st = L.EffectiveStyle(r, c);
+            lWidestPx = std::max(lWidestPx, xl::detail::TextPixels(L.Cells(r, c).Text(),
+                                                                   st.bBold ? 1 : 0, st.dFontSize));
+        }
+    }
+    ASSERT_GT(lWidestPx, 0);
+    const double dStep = std::min(21.0, std::ceil((lWidestPx + 4.0) / 7.0 * 4.0) / 4.0);
+    for (long c = 2; c <= 10; ++c)
+        EXPECT_DOUBLE_EQ(L.ColumnWidthOf(c), dStep) << c;
     EXPECT_GT(L.ColumnWidthOf(11), 3);
+    EXPECT_NE(L.ColumnWidthOf(11), dStep);
     EXPECT_EQ(L.Cells(14, 11).Text(), "A-LONGER-ID-9");
     EXPECT_EQ(*L.AutoFilterArea(), (std::array<long, 4>{4, 1, 14, 11}));
 }

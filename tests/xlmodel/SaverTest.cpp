@@ -35,17 +35,6 @@ using saverfixtures::Scrambled;
 
 namespace {
 
-long ErrorOf(const std::function<void()>& fn) {
-    try {
-        fn();
-    } catch (const clsRunError& e) {
-        return e.Number;
-    }
-    return 0;
-}
-
-#define EXPECT_RUN_ERROR(stmt, num) EXPECT_EQ(ErrorOf([&] { stmt; }), (num))
-
 // The workbook as openpyxl reads it.
 Value Dump(const std::string& sFile) {
     const std::string sCmd = "/usr/bin/python3 '" + testutil::SourceDir() +

@@ -19,17 +19,6 @@ using xl::xlWorksheet;
 
 namespace {
 
-long ErrorOf(const std::function<void()>& fn) {
-    try {
-        fn();
-    } catch (const clsRunError& e) {
-        return e.Number;
-    }
-    return 0;
-}
-
-#define EXPECT_RUN_ERROR(stmt, num) EXPECT_EQ(ErrorOf([&] { stmt; }), (num))
-
 class WindowOutline : public ::testing::Test {
 protected:
     xl::xlApplication app;

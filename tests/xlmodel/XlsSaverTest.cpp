@@ -31,17 +31,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-long ErrorOf(const std::function<void()>& fn) {
-    try {
-        fn();
-    } catch (const clsRunError& e) {
-        return e.Number;
-    }
-    return 0;
-}
-
-#define EXPECT_RUN_ERROR(stmt, num) EXPECT_EQ(ErrorOf([&] { stmt; }), (num))
-
 // The workbook as xlrd reads it; the record checks of the reader must find nothing wrong.
 Value Dump(const std::string& sFile) {
     const std::string sCmd = "/usr/bin/python3 '" + testutil::SourceDir() +
@@ -381,7 +370,7 @@ TEST(XlsSaver, TheFormatsLimitsAreTheWorkbooksLimits) {
     const long arrH[] = {xlGeneral, xlLeft, xlCenter, xlRight, 5, -4130, 7, -4117};
     const long arrV[] = {xlTop, xlCenter, xlBottom, -4130, -4117};
     long lMade = 0;
-    const long lErr = ErrorOf([&] {
+    const long lErr = testutil::RunErrorOf([&] {
         for (long r = 1; r <= 5000; ++r) {
             xlRange x = ws.Cells(r, 2);
             x.Interior().ColorIndex(1 + r % 56);

@@ -168,22 +168,25 @@ std::vector<xl::xlWorksheet*> clsBldExcel::ContinueSheet(xl::xlWorksheet& oSheet
     return arrNew;
 }
 
-// Vertical alignment and page set-up of one sheet whose property panel ends at row nLastRow.
-void clsBldExcel::FillPageSetup(xl::xlWorksheet& oSheet, long nLastRow) {
+// Vertical alignment and page set-up of one sheet: landscape; all columns on one page width,
+// as many pages down as needed, so that every printed page carries the labels of column A, on any
+// paper; rows 1 to nTitleRows repeat on every printed page; the page number in the footer; the
+// print area is columns A to nLastCol down to nLastRow. A panel sheet's are rows 1 to 3 and
+// columns A to F.
+void clsBldExcel::FillPageSetup(xl::xlWorksheet& oSheet, long nLastRow, long nTitleRows,
+                                long nLastCol) {
     TrapRunVoid(ctx_, "clsBldExcel", "FillPageSetup", [&] {
         oSheet.Cells().VerticalAlignment(xlTop);
         oSheet.PageSetup().Orientation(xlLandscape);
-        // All columns on one page width, as many pages down as needed: every printed page
-        // carries the labels of column A, on any paper.
         oSheet.PageSetup().Zoom(false);
         oSheet.PageSetup().FitToPagesWide(1);
         oSheet.PageSetup().FitToPagesTall(false);
-        // Rows 1 to 3 repeat on every printed page; the print area is always columns A to F.
         oSheet.PageSetup().PrintTitleRows(
-            oSheet.Range(oSheet.Cells(1, 1), oSheet.Cells(3, 4)).Address());
+            oSheet.Range(oSheet.Cells(1, 1), oSheet.Cells(nTitleRows, 4)).Address());
         oSheet.PageSetup().CenterFooter("&P");
         oSheet.PageSetup().PrintArea(
-            oSheet.Range(oSheet.Cells(1, 1), oSheet.Cells(std::max(nLastRow, 1L), 6)).Address());
+            oSheet.Range(oSheet.Cells(1, 1), oSheet.Cells(std::max(nLastRow, 1L), nLastCol))
+                .Address());
     });
 }
 

@@ -93,7 +93,8 @@ public:
     std::string GetFolderHyperlinkName(long nIndex);
     bool FillHyperlinkStruct();
     void FillContinuationSheets(long nBarRow, long nLinksToCome);
-    void FillPageSetup(xl::xlWorksheet& oSheet, long nLastRow);
+    void FillPageSetup(xl::xlWorksheet& oSheet, long nLastRow, long nTitleRows = 3,
+                       long nLastCol = 6);
     // Links a main-panel cell (or a cell of oSheet) to the block of an anchor name, on
     // whichever sheet it is.
     void AddAnchorLink(long nRow, long nCol, const std::string& sAnchor);
@@ -165,7 +166,6 @@ private:
     std::vector<xl::xlWorksheet*> FinishViewSheet(xl::xlWorksheet& oSheet, long nLastCol,
                                                   const std::vector<long>& arrWrapCols,
                                                   const std::vector<long>& arrRightCols);
-    void FillViewPageSetup(xl::xlWorksheet& oSheet, long nLastRow, long nLastCol);
     // Moves the rows of oSheet past its last row to new sheets after it and logs each one.
     std::vector<xl::xlWorksheet*> ContinueSheet(xl::xlWorksheet& oSheet,
                                                 const std::vector<long>& arrTitleRows,

@@ -197,7 +197,7 @@ bool clsBldExcel::FillLevelSheet() {
         oLevel.FreezePanes(kViewHeadingRow + 1, 1);
         oLevel.Range(oLevel.Cells(kViewHeadingRow, 1), oLevel.Cells(nLastRow, nLastCol))
             .AutoFilter();
-        FillViewPageSetup(oLevel, nLastRow, nLastCol);
+        FillPageSetup(oLevel, nLastRow, kViewHeadingRow, nLastCol);
         return true;
     });
 }
@@ -457,26 +457,7 @@ std::vector<xl::xlWorksheet*> clsBldExcel::FinishViewSheet(xl::xlWorksheet& oShe
     for (xl::xlWorksheet* p : arrSheets) {
         const long nLastRow = std::max(p->UsedLastRow(), kViewHeadingRow);
         p->Range(p->Cells(kViewHeadingRow, 1), p->Cells(nLastRow, nLastCol)).AutoFilter();
-        FillViewPageSetup(*p, nLastRow, nLastCol);
+        FillPageSetup(*p, nLastRow, kViewHeadingRow, nLastCol);
     }
     return arrSheets;
-}
-
-// The page set-up of the main sheet: landscape, all columns on one page width, as many pages
-// down as needed, the page number in the footer; the rows down to the heading repeat on every
-// page, and the print area is the view's columns down to its last row.
-void clsBldExcel::FillViewPageSetup(xl::xlWorksheet& oSheet, long nLastRow, long nLastCol) {
-    TrapRunVoid(ctx_, "clsBldExcel", "FillViewPageSetup", [&] {
-        oSheet.Cells().VerticalAlignment(xlTop);
-        oSheet.PageSetup().Orientation(xlLandscape);
-        oSheet.PageSetup().Zoom(false);
-        oSheet.PageSetup().FitToPagesWide(1);
-        oSheet.PageSetup().FitToPagesTall(false);
-        oSheet.PageSetup().PrintTitleRows(
-            oSheet.Range(oSheet.Cells(1, 1), oSheet.Cells(kViewHeadingRow, 1)).Address());
-        oSheet.PageSetup().CenterFooter("&P");
-        oSheet.PageSetup().PrintArea(
-            oSheet.Range(oSheet.Cells(1, 1), oSheet.Cells(std::max(nLastRow, 1L), nLastCol))
-                .Address());
-    });
 }

@@ -169,69 +169,49 @@ def main():
         sys.stdout.flush()
         rows_out.append(name)
 
-    # The .xls cases: the same export as .xls and as .xlsx, interleaved.
-    xls_cases = [c for c in XLS_CASES if not a.only or a.only in c[0] + "-xls"]
-    if xls_cases:
-        print()
-        header = "%-20s %8s %9s %9s %9s %9s %7s" % (
-            "case (.xls)", "objects", "rows", "xls s", "peak MB", "xlsx s", "ratio")
-        print(header)
-        print("-" * len(header))
-        sys.stdout.flush()
-    for name, setup, gen_args in xls_cases:
-        data = generate(out_dir, name, gen_args, settings)
-        setup_file = os.path.join(out_dir, "setup", setup)
-        dump = os.path.join(out_dir, name + ".dump")
-        p = subprocess.run([dump_tool, data, settings, setup_file, dump], env=env,
-                           capture_output=True, text=True, check=True)
-        rows = int(p.stderr.strip().splitlines()[-1].split()[3])  # of all sheets
-        with open(dump, "rb") as f:
-            objects = sum(1 for line in f if line.startswith(b"D\t"))
-        xls, xlsx, rss = [], [], []
-        for _ in range(a.reps):
-            _, wall, peak = run_rss([cli, "--quiet", data, settings, setup_file, ".xls"], env)
-            xls.append(wall)
-            rss.append(peak)
-            _, wall, _ = run_rss([cli, "--quiet", data, settings, setup_file, ".xlsx"], env)
-            xlsx.append(wall)
-        t, b = statistics.median(xls), statistics.median(xlsx)
-        results[name + "-xls"] = dict(objects=objects, rows=rows, wall=t, rss=max(rss),
-                                      xlsx=b, ratio=t / b)
-        print("%-20s %8d %9d %9.2f %9.0f %9.2f %7.2f" % (
-            name, objects, rows, t, max(rss), b, t / b))
-        sys.stdout.flush()
+    def paired_cases(cases, suffix, title, labels, key, args_a, args_b):
+        """Cases that time one export (args_a) against the same export otherwise (args_b),
+        interleaved; each list holds the tool's arguments before the data file and the
+        extension after the setup."""
+        cases = [c for c in cases if not a.only or a.only in c[0] + suffix]
+        if cases:
+            print()
+            header = "%-20s %8s %9s %9s %9s %9s %7s" % (
+                title, "objects", "rows", labels[0], "peak MB", labels[1], "ratio")
+            print(header)
+            print("-" * len(header))
+            sys.stdout.flush()
+        for name, setup, gen_args in cases:
+            data = generate(out_dir, name, gen_args, settings)
+            setup_file = os.path.join(out_dir, "setup", setup)
+            dump = os.path.join(out_dir, name + suffix + ".dump")
+            p = subprocess.run([dump_tool, data, settings, setup_file, dump, *args_a[0]],
+                               env=env, capture_output=True, text=True, check=True)
+            rows = int(p.stderr.strip().splitlines()[-1].split()[3])  # of all sheets
+            with open(dump, "rb") as f:
+                objects = sum(1 for line in f if line.startswith(b"D\t"))
+            ta, tb, rss = [], [], []
+            for _ in range(a.reps):
+                _, wall, peak = run_rss([cli, "--quiet", *args_a[0], data, settings, setup_file,
+                                         args_a[1]], env)
+                ta.append(wall)
+                rss.append(peak)
+                _, wall, _ = run_rss([cli, "--quiet", *args_b[0], data, settings, setup_file,
+                                      args_b[1]], env)
+                tb.append(wall)
+            t, b = statistics.median(ta), statistics.median(tb)
+            results[name + suffix] = {"objects": objects, "rows": rows, "wall": t,
+                                      "rss": max(rss), key: b, "ratio": t / b}
+            print("%-20s %8d %9d %9.2f %9.0f %9.2f %7.2f" % (
+                name, objects, rows, t, max(rss), b, t / b))
+            sys.stdout.flush()
 
-    # The views case: the same export with every view and without, interleaved.
-    view_cases = [c for c in VIEW_CASES if not a.only or a.only in c[0] + "-views"]
-    if view_cases:
-        print()
-        header = "%-20s %8s %9s %9s %9s %9s %7s" % (
-            "case (views)", "objects", "rows", "views s", "peak MB", "plain s", "ratio")
-        print(header)
-        print("-" * len(header))
-        sys.stdout.flush()
-    for name, setup, gen_args in view_cases:
-        data = generate(out_dir, name, gen_args, settings)
-        setup_file = os.path.join(out_dir, "setup", setup)
-        dump = os.path.join(out_dir, name + "-views.dump")
-        p = subprocess.run([dump_tool, data, settings, setup_file, dump, "--views", ALL_VIEWS],
-                           env=env, capture_output=True, text=True, check=True)
-        rows = int(p.stderr.strip().splitlines()[-1].split()[3])
-        with open(dump, "rb") as f:
-            objects = sum(1 for line in f if line.startswith(b"D\t"))
-        views, plain, rss = [], [], []
-        for _ in range(a.reps):
-            _, wall, peak = run_rss([cli, "--quiet", "--views", ALL_VIEWS, data, settings,
-                                     setup_file, ".xlsx"], env)
-            views.append(wall)
-            rss.append(peak)
-            _, wall, _ = run_rss([cli, "--quiet", data, settings, setup_file, ".xlsx"], env)
-            plain.append(wall)
-        t, b = statistics.median(views), statistics.median(plain)
-        results[name + "-views"] = dict(objects=objects, rows=rows, wall=t, rss=max(rss),
-                                        plain=b, ratio=t / b)
-        print("%-20s %8d %9d %9.2f %9.0f %9.2f %7.2f" % (
-            name, objects, rows, t, max(rss), b, t / b))
+    # The .xls cases: the same export as .xls and as .xlsx.
+    paired_cases(XLS_CASES, "-xls", "case (.xls)", ("xls s", "xlsx s"), "xlsx",
+                 ([], ".xls"), ([], ".xlsx"))
+    # The views case: the same export with every view and without.
+    paired_cases(VIEW_CASES, "-views", "case (views)", ("views s", "plain s"), "plain",
+                 (["--views", ALL_VIEWS], ".xlsx"), ([], ".xlsx"))
     if not a.only or a.only in BATCH_CASE[0]:
         name, setup, gen_args = BATCH_CASE
         data = generate(out_dir, name, gen_args, settings)

@@ -5,7 +5,7 @@ strings, for measuring exports. The same arguments always give the same files (s
     bench/gen_data.py OUT.xml [--kind item|document|folder] [--mode structure|collection]
                       [--objects N | --mb MB] [--depth D] [--fanout F] [--attrs A]
                       [--docs N] [--files N] [--folders N] [--mnfs N] [--vnds N]
-                      [--alternates N] [--refdes N] [--seed S]
+                      [--alternates N] [--refdes N] [--common P] [--seed S]
                       [--settings SETTINGS.xml] [--setup-dir DIR]
     bench/gen_data.py OUT.xml --deep N      a single chain N levels deep (parser stress)
 
@@ -17,7 +17,10 @@ the file reaches that size. The counts of related objects are averages (0.25: on
 four has one). Every object carries A attributes (attr_01 ...); items carry the
 related documents (each with its files), folders, manufacturers, vendors, and each child its
 local alternates and reference designators; documents carry files, related items, folders and
-documents; folders related items, documents and folders.
+documents; folders related items, documents and folders. With --common P, an item at the bottom
+of a structure is, with probability P, one of 20 common parts (CP-001 ... CP-020, revision A,
+without relations) that many assemblies share, as screws and washers are shared; the top's
+structure elements then carry a find number and a quantity as all others do.
 
 --settings writes the settings file that shows exactly those attributes (from
 examples/settings.xml); --setup-dir writes the setup strings of the six exports.
@@ -129,6 +132,12 @@ class Gen:
         a = self.a
         self.objects += 1
         budget[0] -= 1
+        if level == 0 and a.common > 0 and self.rnd.random() < a.common:
+            k = self.rnd.randrange(20) + 1
+            self.w("<Item %s/>\n" % attrs(id="CP-%03d" % k, revision="A",
+                                          description="Common part %d" % k, status="Released",
+                                          owner="eng"))
+            return
         self.w("<Item %s>\n" % attrs(id=self.next_id("IT"), revision=self.rnd.choice("ABCD"),
                                      description=self.text(), status="Released", owner="eng",
                                      **self.obj_attrs()))
@@ -236,7 +245,9 @@ def write_data(a):
             g.w('<%s %s>\n' % (obj, attrs(id="TOP-0000001", revision="A",
                                           description="Top assembly", **g.obj_attrs())))
             while more():
-                g.w("<%s>\n" % ps)
+                # With shared parts the top's structure elements carry a find number and a
+                # quantity like every other one, so that every total of the structure is known.
+                g.w("<%s%s>\n" % (ps, ' find_number="10" quantity="1"' if a.common > 0 else ""))
                 tree(a.depth - 2, budget)
                 g.w("</%s>\n" % ps)
             g.w("</%s>\n" % obj)
@@ -287,6 +298,8 @@ def main():
     ap.add_argument("--vnds", type=float, default=1)
     ap.add_argument("--alternates", type=float, default=1)
     ap.add_argument("--refdes", type=float, default=2)
+    ap.add_argument("--common", type=float, default=0.0,
+                    help="share of bottom items that are one of 20 common parts")
     ap.add_argument("--seed", type=int, default=1)
     ap.add_argument("--deep", type=int, default=0)
     ap.add_argument("--settings")

@@ -130,7 +130,23 @@ int main(int argc, char** argv) {
                 if (D(a[1]) != 15.0) worksheet_set_default_row(ws, D(a[1]), LXW_FALSE);
                 break;
             case 'R':
-                err |= worksheet_set_row(ws, U(a[0]), D(a[1]), F(a[2]));
+                if (a.size() > 3) {
+                    lxw_row_col_options opt{};
+                    opt.level = static_cast<uint8_t>(U(a[3]));
+                    err |= worksheet_set_row_opt(ws, U(a[0]), D(a[1]), F(a[2]), &opt);
+                } else {
+                    err |= worksheet_set_row(ws, U(a[0]), D(a[1]), F(a[2]));
+                }
+                break;
+            case 'Z':
+                worksheet_freeze_panes(ws, U(a[0]), static_cast<lxw_col_t>(U(a[1])));
+                break;
+            case 'O':
+                worksheet_outline_settings(ws, LXW_TRUE, LXW_FALSE, LXW_TRUE, LXW_FALSE);
+                break;
+            case 'Y':
+                err |= worksheet_autofilter(ws, U(a[0]), static_cast<lxw_col_t>(U(a[1])), U(a[2]),
+                                            static_cast<lxw_col_t>(U(a[3])));
                 break;
             case 'M':
                 err |= worksheet_merge_range(ws, U(a[0]), static_cast<lxw_col_t>(U(a[1])), U(a[2]),

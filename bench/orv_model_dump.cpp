@@ -2,10 +2,12 @@
 // workbook's dump (the calls that saving it makes to the file writer, one line each) instead of
 // saving it, and prints how long each step took on standard error.
 //
-//     orv-model-dump DATA_XML SETTINGS_XML SETUP_FILE DUMP_OUT [--save XLSX]
+//     orv-model-dump DATA_XML SETTINGS_XML SETUP_FILE DUMP_OUT [--save XLSX] [--views LIST]
 //     orv-model-dump DATA_XML SETTINGS_XML SETUP_FILE --parse-only
 //
-// With --save the workbook is also saved as the export saves it, and the save is timed. With
+// With --save the workbook is also saved as the export saves it, and the save is timed; --views
+// gives the export's views as the tool's option of that name does. The rows and cells counted
+// are those of every sheet. With
 // --parse-only the data file is only loaded and walked, and "parse SECONDS OBJECTS" is printed
 // on standard output.
 #include <chrono>
@@ -46,17 +48,38 @@ std::string ReadFile(const std::string& sPath) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 5 && !(argc == 7 && std::strcmp(argv[5], "--save") == 0)) {
+    std::string sSave, sViews;
+    bool bUsage = argc < 5;
+    for (int i = 5; i < argc && !bUsage; i += 2) {
+        if (i + 1 >= argc) {
+            bUsage = true;
+        } else if (std::strcmp(argv[i], "--save") == 0) {
+            sSave = argv[i + 1];
+        } else if (std::strcmp(argv[i], "--views") == 0) {
+            sViews = argv[i + 1];
+        } else {
+            bUsage = true;
+        }
+    }
+    if (bUsage) {
         std::cerr << "usage: orv-model-dump DATA_XML SETTINGS_XML SETUP_FILE "
-                     "(DUMP_OUT [--save XLSX] | --parse-only)\n";
+                     "(DUMP_OUT [--save XLSX] [--views LIST] | --parse-only)\n";
         return 2;
     }
     const bool bParseOnly = std::strcmp(argv[4], "--parse-only") == 0;
     const std::string sData = argv[1], sSettings = argv[2], sDump = argv[4];
     const std::string sSetup = ReadFile(argv[3]);
-    const std::string sSave = argc == 7 ? argv[6] : "";
 
     clsExportExcel oExport;
+    if (!sViews.empty()) {
+        clsViews oViews;
+        std::string sError;
+        if (!ParseViewList(sViews, oViews, sError)) {
+            std::cerr << "orv-model-dump: --views: " << sError << "\n";
+            return 2;
+        }
+        oExport.SetViews(oViews);
+    }
     clsExportContext& ctx = oExport.Context();
     ctx.Options.OnLogLine = [](const std::string& s) { std::cerr << s << "\n"; };
     ctx.LogFilePath = "/dev/null";

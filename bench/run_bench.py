@@ -9,6 +9,9 @@ its model dump with orv-model-dump, then runs the export (orv-export-excel) and 
 cells, the export's wall seconds and peak resident memory, the baseline's seconds and the
 ratio of the two. The parse case loads and walks a large data file without building anything.
 The .xls cases time the Excel 97-2003 export against the .xlsx export of the same data (their
+size is the largest the format's 65,536 rows hold). The views case times the largest item
+structure with every view (--views level,flat,where-used,outline) against the same export
+without views.
 size is the largest the format's 65,536 rows hold). The batch case exports 50 data files of 1,000
 objects each in one --batch run, on one thread and on two, and reports the speed-up.
 Ends with the goals and whether each one holds; the exit status is 1 when one does not.
@@ -56,6 +59,12 @@ XLS_CASES = [
     ("item-structure-4800", "item-structure.xml",
      ["--kind", "item", "--objects", "4800", "--depth", "7", "--fanout", "4"] + ITEM_MIX),
 ]
+# The largest item structure with all views, against the same export without them.
+VIEW_CASES = [
+    ("item-structure-50k", "item-structure.xml",
+     ["--kind", "item", "--objects", "50000", "--depth", "7", "--fanout", "4"] + ITEM_MIX),
+]
+ALL_VIEWS = "level,flat,where-used,outline"
 # One --batch run over BATCH_FILES copies of a data file of this case, -j 1 against -j 2.
 BATCH_CASE = ("batch-50x1k", "item-structure.xml",
               ["--kind", "item", "--objects", "1000", "--depth", "6", "--fanout", "4"] + ITEM_MIX)
@@ -160,38 +169,49 @@ def main():
         sys.stdout.flush()
         rows_out.append(name)
 
-    # The .xls cases: the same export as .xls and as .xlsx, interleaved.
-    xls_cases = [c for c in XLS_CASES if not a.only or a.only in c[0] + "-xls"]
-    if xls_cases:
-        print()
-        header = "%-20s %8s %9s %9s %9s %9s %7s" % (
-            "case (.xls)", "objects", "rows", "xls s", "peak MB", "xlsx s", "ratio")
-        print(header)
-        print("-" * len(header))
-        sys.stdout.flush()
-    for name, setup, gen_args in xls_cases:
-        data = generate(out_dir, name, gen_args, settings)
-        setup_file = os.path.join(out_dir, "setup", setup)
-        dump = os.path.join(out_dir, name + ".dump")
-        p = subprocess.run([dump_tool, data, settings, setup_file, dump], env=env,
-                           capture_output=True, text=True, check=True)
-        rows = int(p.stderr.strip().splitlines()[-1].split()[3])  # of all sheets
-        with open(dump, "rb") as f:
-            objects = sum(1 for line in f if line.startswith(b"D\t"))
-        xls, xlsx, rss = [], [], []
-        for _ in range(a.reps):
-            _, wall, peak = run_rss([cli, "--quiet", data, settings, setup_file, ".xls"], env)
-            xls.append(wall)
-            rss.append(peak)
-            _, wall, _ = run_rss([cli, "--quiet", data, settings, setup_file, ".xlsx"], env)
-            xlsx.append(wall)
-        t, b = statistics.median(xls), statistics.median(xlsx)
-        results[name + "-xls"] = dict(objects=objects, rows=rows, wall=t, rss=max(rss),
-                                      xlsx=b, ratio=t / b)
-        print("%-20s %8d %9d %9.2f %9.0f %9.2f %7.2f" % (
-            name, objects, rows, t, max(rss), b, t / b))
-        sys.stdout.flush()
+    def paired_cases(cases, suffix, title, labels, key, args_a, args_b):
+        """Cases that time one export (args_a) against the same export otherwise (args_b),
+        interleaved; each list holds the tool's arguments before the data file and the
+        extension after the setup."""
+        cases = [c for c in cases if not a.only or a.only in c[0] + suffix]
+        if cases:
+            print()
+            header = "%-20s %8s %9s %9s %9s %9s %7s" % (
+                title, "objects", "rows", labels[0], "peak MB", labels[1], "ratio")
+            print(header)
+            print("-" * len(header))
+            sys.stdout.flush()
+        for name, setup, gen_args in cases:
+            data = generate(out_dir, name, gen_args, settings)
+            setup_file = os.path.join(out_dir, "setup", setup)
+            dump = os.path.join(out_dir, name + suffix + ".dump")
+            p = subprocess.run([dump_tool, data, settings, setup_file, dump, *args_a[0]],
+                               env=env, capture_output=True, text=True, check=True)
+            rows = int(p.stderr.strip().splitlines()[-1].split()[3])  # of all sheets
+            with open(dump, "rb") as f:
+                objects = sum(1 for line in f if line.startswith(b"D\t"))
+            ta, tb, rss = [], [], []
+            for _ in range(a.reps):
+                _, wall, peak = run_rss([cli, "--quiet", *args_a[0], data, settings, setup_file,
+                                         args_a[1]], env)
+                ta.append(wall)
+                rss.append(peak)
+                _, wall, _ = run_rss([cli, "--quiet", *args_b[0], data, settings, setup_file,
+                                      args_b[1]], env)
+                tb.append(wall)
+            t, b = statistics.median(ta), statistics.median(tb)
+            results[name + suffix] = {"objects": objects, "rows": rows, "wall": t,
+                                      "rss": max(rss), key: b, "ratio": t / b}
+            print("%-20s %8d %9d %9.2f %9.0f %9.2f %7.2f" % (
+                name, objects, rows, t, max(rss), b, t / b))
+            sys.stdout.flush()
 
+    # The .xls cases: the same export as .xls and as .xlsx.
+    paired_cases(XLS_CASES, "-xls", "case (.xls)", ("xls s", "xlsx s"), "xlsx",
+                 ([], ".xls"), ([], ".xlsx"))
+    # The views case: the same export with every view and without.
+    paired_cases(VIEW_CASES, "-views", "case (views)", ("views s", "plain s"), "plain",
+                 (["--views", ALL_VIEWS], ".xlsx"), ([], ".xlsx"))
     if not a.only or a.only in BATCH_CASE[0]:
         name, setup, gen_args = BATCH_CASE
         data = generate(out_dir, name, gen_args, settings)
@@ -270,6 +290,11 @@ def main():
             goal("%s .xls: %.2f s <= %.2f s of the .xlsx" % (name, r["wall"], r["xlsx"]),
                  r["wall"] <= r["xlsx"])
             goal("%s .xls: %d rows <= 65,536" % (name, r["rows"]), r["rows"] <= 65536)
+    for name, _, _ in VIEW_CASES:
+        r = results.get(name + "-views")
+        if r:
+            goal("%s with all views: %.2f s <= 1.5 x %.2f s without (%.2f)"
+                 % (name, r["wall"], r["plain"], r["ratio"]), r["ratio"] <= 1.5)
     bt = results.get(BATCH_CASE[0])
     if bt:
         goal("%s: speed-up of -j 2 over -j 1 %.2f >= 1.6" % (BATCH_CASE[0], bt["speedup"]),

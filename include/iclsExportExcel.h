@@ -6,6 +6,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,6 +33,22 @@ struct clsWorkbookState {
     std::string sFailure;   // why it could not be written: the system's reason, else empty
 };
 
+// The views a workbook may have beside its panels. Which ones an export writes depends on its kind
+// and mode: the level sheet and the outline need a structure, the flattened list and the
+// where-used sheet need items (README, "Views").
+struct clsViews {
+    bool bLevelSheet = false;  // worksheet 2: the structure as an indented tree
+    bool bFlatList = false;    // each item once, with its total quantity and the places it is used
+    bool bWhereUsed = false;   // each item with every parent that uses it
+    bool bOutline = false;     // the main panel's object rows grouped by their level
+    bool operator==(const clsViews&) const = default;
+};
+
+// Reads a list of views as the command-line tool's --views takes it: "level", "flat",
+// "where-used" and "outline", separated by commas, or "none" alone. False for an empty list,
+// an unknown word or "none" beside another word; sError then says why.
+bool ParseViewList(const std::string& sList, clsViews& oViews, std::string& sError);
+
 class iclsExportExcel {
 public:
     virtual ~iclsExportExcel() = default;
@@ -54,6 +71,9 @@ public:
     // pointer removes it.
     virtual void SetCancelFlag(std::shared_ptr<std::atomic<bool>> pFlag) = 0;
 
+    // The views of the following calls' workbooks, in place of what the settings say (their
+    // section EXPORT_VIEWS); std::nullopt lets the settings decide again.
+    virtual void SetViews(std::optional<clsViews> oViews) = 0;
     // The folder the workbooks of the following calls go into, instead of the data file's
     // folder; their names stay the same. An empty string brings back the data file's folder.
     virtual void SetOutputDir(const std::string& sOutputDir) = 0;

@@ -16,9 +16,20 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "support/clsRunError.h"
+
 namespace fs = std::filesystem;
 
 namespace testutil {
+
+long RunErrorOf(const std::function<void()>& fn) {
+    try {
+        fn();
+    } catch (const clsRunError& e) {
+        return e.Number;
+    }
+    return 0;
+}
 
 const char* const kDateTimeRegex = R"(\d{1,2}/\d{1,2}/\d{4} \d{1,2}:\d{2}:\d{2} (AM|PM))";
 

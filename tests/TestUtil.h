@@ -8,6 +8,9 @@
 
 namespace testutil {
 
+// The number of the run-time error that fn raises; 0 when it raises none.
+long RunErrorOf(const std::function<void()>& fn);
+
 // A fresh temporary folder, removed with the object.
 class TempDir {
 public:
@@ -68,3 +71,6 @@ std::string ExamplesDir();
 extern const char* const kDateTimeRegex;
 
 }  // namespace testutil
+
+// Expects the statement to raise the run-time error num.
+#define EXPECT_RUN_ERROR(stmt, num) EXPECT_EQ(::testutil::RunErrorOf([&] { stmt; }), (num))

@@ -12,6 +12,7 @@
 #include <fstream>
 #include <iostream>
 #include <mutex>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -343,6 +344,7 @@ int main(int argc, char** argv) {
         "orv-export-excel"};
     std::string sData, sSettings, sSetup, sExtension;
     std::string sGrouping = "ranges";
+    std::string sViews;
     bool bQuiet = false;
     std::vector<std::string> arrCheck;
     std::string sFormat = "text";
@@ -391,6 +393,12 @@ int main(int argc, char** argv) {
     app.add_option("--refdes-grouping", sGrouping,
                    "How reference designators are grouped: 'ranges' (R1-R3) or 'none'")
         ->check(CLI::IsMember({"ranges", "none"}));
+    CLI::Option* optViews = app.add_option(
+        "--views", sViews,
+        "The workbook's views, in place of what the settings say: a comma-separated list of "
+        "'level' (a level sheet), 'flat' (a flattened list), 'where-used' and 'outline' (the "
+        "main panel grouped by level), or 'none'");
+    optViews->type_name("LIST");
     app.add_flag("-q,--quiet", bQuiet, "Show no progress on standard error");
     app.set_version_flag("--version", std::string("orv-export-excel ") + orvExportExcelVersion());
     app.footer(
@@ -414,7 +422,7 @@ int main(int argc, char** argv) {
     }
 
     if (optCheck->count() > 0) {
-        for (const CLI::Option* opt : {optData, optSettings, optSetup, optExtension}) {
+        for (const CLI::Option* opt : {optData, optSettings, optSetup, optExtension, optViews}) {
             if (opt->count() > 0) return UsageError("--check-settings takes no " + opt->get_name());
         }
         if (optBatch->count() > 0) return UsageError("--check-settings takes no --batch");
@@ -447,6 +455,14 @@ int main(int argc, char** argv) {
         }
     }
 
+    std::optional<clsViews> oViews;
+    if (optViews->count() > 0) {
+        clsViews oList;
+        std::string sViewError;
+        if (!ParseViewList(sViews, oList, sViewError)) return UsageError("--views: " + sViewError);
+        oViews = oList;
+    }
+
     std::string sSetupXml, sError;
     if (!ReadSetup(sSetup, sSetupXml, sError)) {
         std::cerr << "orv-export-excel: " << sError << "\n";
@@ -475,6 +491,7 @@ int main(int argc, char** argv) {
     }
 
     auto oExport = CreateExportExcel();
+    oExport->SetViews(oViews);
     ProgressLine oProgress(!bQuiet && ::isatty(STDERR_FILENO) == 1);
     oExport->SetLogObserver([&oProgress](const std::string& sLine) {
         oProgress.Clear();

@@ -85,6 +85,49 @@ void clsExportExcel::SetCancelFlag(std::shared_ptr<std::atomic<bool>> pFlag) {
     ctx_.Options.CancelFlag = std::move(pFlag);
 }
 
+void clsExportExcel::SetViews(std::optional<clsViews> oViews) {
+    ctx_.Options.Views = oViews;
+}
+
+bool ParseViewList(const std::string& sList, clsViews& oViews, std::string& sError) {
+    clsViews oResult;
+    bool bNone = false;
+    long nWords = 0;
+    size_t p = 0;
+    while (p <= sList.size()) {
+        size_t q = sList.find(',', p);
+        if (q == std::string::npos) q = sList.size();
+        std::string sWord = sList.substr(p, q - p);
+        const size_t a = sWord.find_first_not_of(" \t");
+        sWord = a == std::string::npos ? std::string()
+                                       : sWord.substr(a, sWord.find_last_not_of(" \t") - a + 1);
+        ++nWords;
+        if (sWord == "level") {
+            oResult.bLevelSheet = true;
+        } else if (sWord == "flat") {
+            oResult.bFlatList = true;
+        } else if (sWord == "where-used") {
+            oResult.bWhereUsed = true;
+        } else if (sWord == "outline") {
+            oResult.bOutline = true;
+        } else if (sWord == "none") {
+            bNone = true;
+        } else {
+            sError = sWord.empty() ? "an empty entry in the list of views '" + sList + "'"
+                                   : "unknown view '" + sWord + "'";
+            sError += " (the views are level, flat, where-used and outline, or none)";
+            return false;
+        }
+        p = q + 1;
+    }
+    if (bNone && nWords > 1) {
+        sError = "'none' stands alone in the list of views '" + sList + "'";
+        return false;
+    }
+    oViews = oResult;
+    return true;
+}
+
 void clsExportExcel::SetOutputDir(const std::string& sOutputDir) {
     ctx_.Options.OutputDir = sOutputDir;
 }
@@ -292,17 +335,21 @@ const char* orvExportExcelVersion() {
     return ORV_VERSION;
 }
 
-extern "C" int orvExportExcel_ParseMain(const char* sXFullPath, const char* sXIniFullPath,
-                                        const char* sSetupXString, const char* sExtension) {
-    return orvExportExcel_ParseMainInto(sXFullPath, sXIniFullPath, sSetupXString, sExtension,
-                                        nullptr);
-}
-
-extern "C" int orvExportExcel_ParseMainInto(const char* sXFullPath, const char* sXIniFullPath,
-                                            const char* sSetupXString, const char* sExtension,
-                                            const char* sOutputDir) {
+// The C entries: an export with its options; a list of views that cannot be read returns 0
+// without starting it.
+extern "C" int orvExportExcel_ParseMainWithOptions(const char* sXFullPath,
+                                                   const char* sXIniFullPath,
+                                                   const char* sSetupXString,
+                                                   const char* sExtension, const char* sViews,
+                                                   const char* sOutputDir) {
     try {
         clsExportExcel oExport;
+        if (sViews) {
+            clsViews oViews;
+            std::string sError;
+            if (!ParseViewList(sViews, oViews, sError)) return 0;
+            oExport.SetViews(oViews);
+        }
         oExport.SetOutputDir(sOutputDir ? sOutputDir : "");
         bool b =
             oExport.ParseMain(sXFullPath ? sXFullPath : "", sXIniFullPath ? sXIniFullPath : "",
@@ -311,4 +358,24 @@ extern "C" int orvExportExcel_ParseMainInto(const char* sXFullPath, const char* 
     } catch (...) {
         return 0;
     }
+}
+
+extern "C" int orvExportExcel_ParseMain(const char* sXFullPath, const char* sXIniFullPath,
+                                        const char* sSetupXString, const char* sExtension) {
+    return orvExportExcel_ParseMainWithOptions(sXFullPath, sXIniFullPath, sSetupXString, sExtension,
+                                               nullptr, nullptr);
+}
+
+extern "C" int orvExportExcel_ParseMainWithViews(const char* sXFullPath, const char* sXIniFullPath,
+                                                 const char* sSetupXString, const char* sExtension,
+                                                 const char* sViews) {
+    return orvExportExcel_ParseMainWithOptions(sXFullPath, sXIniFullPath, sSetupXString, sExtension,
+                                               sViews, nullptr);
+}
+
+extern "C" int orvExportExcel_ParseMainInto(const char* sXFullPath, const char* sXIniFullPath,
+                                            const char* sSetupXString, const char* sExtension,
+                                            const char* sOutputDir) {
+    return orvExportExcel_ParseMainWithOptions(sXFullPath, sXIniFullPath, sSetupXString, sExtension,
+                                               nullptr, sOutputDir);
 }

@@ -20,6 +20,7 @@ public:
     void RegisterGroup(const std::string& sProgID,
                        std::function<std::unique_ptr<IclsGroup>()> fnFactory) override;
     void SetCancelFlag(std::shared_ptr<std::atomic<bool>> pFlag) override;
+    void SetViews(std::optional<clsViews> oViews) override;
     void SetOutputDir(const std::string& sOutputDir) override;
     std::string LastWorkbookPath() const override { return sLastWorkbookPath_; }
     clsWorkbookState LastWorkbookState() const override { return oWorkbookState_; }

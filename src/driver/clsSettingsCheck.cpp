@@ -388,6 +388,9 @@ void clsSettingsCheck::RunExport(int iKind, int iStructure, const std::string& s
     }
 
     oRecorder_.SetStep("workbook");
+    // Every view the kind and mode allow is laid out, whatever the settings switch on: their
+    // labels are read only where a view is written.
+    ctx.Options.Views = clsViews{true, true, true, true};
     FillSyntheticModel(ctx);
     clsBldExcel oBuilder(ctx);
     if (oBuilder.InitExlInMemory()) oBuilder.FillExlFile();

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "iclsExportExcel.h"
@@ -25,6 +26,8 @@ struct clsExportOptions {
     // it. The export stops at its next progress point with run-time error 18, saves nothing and
     // removes the workbook it had started. Nothing resets it: the host clears it for new calls.
     std::shared_ptr<std::atomic<bool>> CancelFlag;
+    // The views of the workbook in place of the settings' EXPORT_VIEWS; none: the settings say.
+    std::optional<clsViews> Views;
     // The folder the workbook goes into instead of the data file's folder; empty: the data
     // file's folder. The workbook's name stays the same.
     std::string OutputDir;

@@ -25,6 +25,8 @@ constexpr long xlUnderlineStyleSingle = 2;
 constexpr long xlColorIndexAutomatic = -4105;
 constexpr long xlOpenXMLWorkbook = 51;  // FileFormat of an .xlsx workbook
 constexpr long xlExcel8 = 56;           // FileFormat of an Excel 97-2003 (.xls) workbook
+constexpr long xlSummaryAbove = 0;      // an outline's summary row stands above its detail rows
+constexpr long xlSummaryBelow = 1;      // ... below them (the application's default)
 
 // Limits of one worksheet.
 constexpr long xlMaxRows = 1048576;

@@ -15,7 +15,7 @@ namespace modResources {
 
 namespace {
 
-// The 20 message keys and the 23 configurable names, in the order they are read.
+// The 21 message keys and the 23 configurable names, in the order they are read.
 struct clsResourceKey {
     const char* sXPath;
     std::string clsResources::*pEntry;
@@ -42,6 +42,7 @@ const clsResourceKey kResourceKeys[] = {
     {"//MSG_NOT_DATASET", &clsResources::MsgNotDataset},
     {"//MSG_DOC_DATASET", &clsResources::MsgDocDataset},
     {"//MSG_CONTINUES_ON_SHEET", &clsResources::MsgContinuesOnSheet},
+    {"//MSG_QUANTITY_NOT_NUMBER", &clsResources::MsgQuantityNotNumber},
     {"//CUSTOM_OBJECTS/ITEM", &clsResources::NameItem},
     {"//CUSTOM_OBJECTS/ITEM_PS_DEF", &clsResources::NameItemPsDef},
     {"//CUSTOM_OBJECTS/ITEM_MNF", &clsResources::NameItemMnf},

@@ -34,6 +34,7 @@ struct clsResources {
     std::string MsgNotDataset;         // MSG_NOT_DATASET
     std::string MsgDocDataset;         // MSG_DOC_DATASET
     std::string MsgContinuesOnSheet;   // MSG_CONTINUES_ON_SHEET
+    std::string MsgQuantityNotNumber;  // MSG_QUANTITY_NOT_NUMBER
 
     // Configurable names of the data file (settings element in the comment).
     std::string NameItem;                // CUSTOM_OBJECTS/ITEM

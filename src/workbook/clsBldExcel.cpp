@@ -70,6 +70,9 @@ bool clsBldExcel::FillExlFile() {
         oSheet.Cells(4, 1).Value(GetCaptionByPath(sSection + "/MAIN_PANEL", "Main Panel"));
         oSheet.Cells(4, 1).Font().FontStyle("Bold");
 
+        // The views the export writes beside its panels.
+        const clsViews oViews = GetExportViews();
+
         oSheet.Rows(5).Font().FontStyle("Bold");
         FillMainPanelCaption(5);
         long nCount = 0;
@@ -90,6 +93,8 @@ bool clsBldExcel::FillExlFile() {
         // The main panel stays on the first sheet, from row 6: an export with more objects than
         // that sheet has rows is refused.
         if (CheckedAdd(nCount, 5) > oSheet.MaxRows()) RaiseError(errAppDefined);
+
+        if (oViews.bOutline) FillOutline(nCount);
 
         // The property panel may run past the sheet's last row: it then continues on new
         // sheets, block by block.
@@ -134,6 +139,8 @@ bool clsBldExcel::FillExlFile() {
             xl::xlWorksheet& ws = oWorkbook_->Worksheets()(i);
             FillPageSetup(ws, nSheets == 1 ? std::min(nRow, ws.MaxRows()) : ws.UsedLastRow());
         }
+
+        FillViews(oViews);
         return true;
     });
 }
@@ -142,35 +149,44 @@ bool clsBldExcel::FillExlFile() {
 // block and the property-panel bar at its top; one log line names each new sheet.
 void clsBldExcel::FillContinuationSheets(long nBarRow, long nLinksToCome) {
     TrapRunVoid(ctx_, "clsBldExcel", "FillContinuationSheets", [&] {
-        xl::xlWorksheet& oSheet = Sheet();
-        const std::vector<xl::xlWorksheet*> arrNew =
-            oSheet.ContinueOnNewSheets({1, 2, 3, nBarRow}, nLinksToCome);
-        for (xl::xlWorksheet* pSheet : arrNew) {
-            const std::string& sMsg = ctx_.Res.MsgContinuesOnSheet;
-            modResources::WriteLog(ctx_,
-                                   (sMsg.empty() ? "The workbook continues on sheet" : sMsg) +
-                                       " '" + pSheet->Name() + "'.",
-                                   "", -1, false);
-        }
+        ContinueSheet(Sheet(), {1, 2, 3, nBarRow}, nLinksToCome);
     });
 }
 
-// Vertical alignment and page set-up of one sheet whose property panel ends at row nLastRow.
-void clsBldExcel::FillPageSetup(xl::xlWorksheet& oSheet, long nLastRow) {
+std::vector<xl::xlWorksheet*> clsBldExcel::ContinueSheet(xl::xlWorksheet& oSheet,
+                                                         const std::vector<long>& arrTitleRows,
+                                                         long nLinksToCome) {
+    const std::vector<xl::xlWorksheet*> arrNew =
+        oSheet.ContinueOnNewSheets(arrTitleRows, nLinksToCome);
+    for (xl::xlWorksheet* pSheet : arrNew) {
+        const std::string& sMsg = ctx_.Res.MsgContinuesOnSheet;
+        modResources::WriteLog(ctx_,
+                               (sMsg.empty() ? "The workbook continues on sheet" : sMsg) + " '" +
+                                   pSheet->Name() + "'.",
+                               "", -1, false);
+    }
+    return arrNew;
+}
+
+// Vertical alignment and page set-up of one sheet: landscape; all columns on one page width,
+// as many pages down as needed, so that every printed page carries the labels of column A, on any
+// paper; rows 1 to nTitleRows repeat on every printed page; the page number in the footer; the
+// print area is columns A to nLastCol down to nLastRow. A panel sheet's are rows 1 to 3 and
+// columns A to F.
+void clsBldExcel::FillPageSetup(xl::xlWorksheet& oSheet, long nLastRow, long nTitleRows,
+                                long nLastCol) {
     TrapRunVoid(ctx_, "clsBldExcel", "FillPageSetup", [&] {
         oSheet.Cells().VerticalAlignment(xlTop);
         oSheet.PageSetup().Orientation(xlLandscape);
-        // All columns on one page width, as many pages down as needed: every printed page
-        // carries the labels of column A, on any paper.
         oSheet.PageSetup().Zoom(false);
         oSheet.PageSetup().FitToPagesWide(1);
         oSheet.PageSetup().FitToPagesTall(false);
-        // Rows 1 to 3 repeat on every printed page; the print area is always columns A to F.
         oSheet.PageSetup().PrintTitleRows(
-            oSheet.Range(oSheet.Cells(1, 1), oSheet.Cells(3, 4)).Address());
+            oSheet.Range(oSheet.Cells(1, 1), oSheet.Cells(nTitleRows, 4)).Address());
         oSheet.PageSetup().CenterFooter("&P");
         oSheet.PageSetup().PrintArea(
-            oSheet.Range(oSheet.Cells(1, 1), oSheet.Cells(std::max(nLastRow, 1L), 6)).Address());
+            oSheet.Range(oSheet.Cells(1, 1), oSheet.Cells(std::max(nLastRow, 1L), nLastCol))
+                .Address());
     });
 }
 

@@ -16,6 +16,7 @@
 #include "xl/xlObjectModel.h"
 
 struct clsBldExcelTestAccess;
+struct clsItemUses;
 
 class clsBldExcel {
 public:
@@ -92,9 +93,12 @@ public:
     std::string GetFolderHyperlinkName(long nIndex);
     bool FillHyperlinkStruct();
     void FillContinuationSheets(long nBarRow, long nLinksToCome);
-    void FillPageSetup(xl::xlWorksheet& oSheet, long nLastRow);
-    // Links a main-panel cell to the block of an anchor name, on whichever sheet it is.
+    void FillPageSetup(xl::xlWorksheet& oSheet, long nLastRow, long nTitleRows = 3,
+                       long nLastCol = 6);
+    // Links a main-panel cell (or a cell of oSheet) to the block of an anchor name, on
+    // whichever sheet it is.
     void AddAnchorLink(long nRow, long nCol, const std::string& sAnchor);
+    void AddAnchorLink(xl::xlWorksheet& oSheet, long nRow, long nCol, const std::string& sAnchor);
     bool FillHyperlinkCollect();
 
     // Caption bands, merging and the level sheet.
@@ -103,6 +107,16 @@ public:
                      bool bMerge);
     bool MergeLevel(long nRow, long nFirstCol, long nLastCol, xl::xlWorksheet& oSheet);
     bool AddLevelSheet();
+
+    // Views beside the panels (clsBldExcelViews.cpp): which ones this export writes (the host's
+    // choice, else the settings' EXPORT_VIEWS, each where the export's kind and mode allow
+    // it), the outline of the main panel, and the view sheets.
+    clsViews GetExportViews();
+    void FillOutline(long nCount);
+    void FillViews(const clsViews& oViews);
+    bool FillLevelSheet();
+    bool FillFlatList(const clsItemUses& oUses);
+    bool FillWhereUsed(const clsItemUses& oUses);
 
 private:
     friend struct clsBldExcelTestAccess;
@@ -141,6 +155,23 @@ private:
     // The objects the procedures need; each raises error 91 when it is not there.
     xl::xlWorksheet& Sheet() const;
     clsXMLIniData& Ini() const;
+
+    // The view sheets: a new sheet after the last one, named after a label (made a valid sheet
+    // name, and another than the workbook's); the caption block, the heading row 4 with the
+    // labels; the finish once the rows are written (columns fitted, the sheet continued past its
+    // last row, on every sheet of the view the heading frozen, the AutoFilter, the links and the
+    // page set-up).
+    xl::xlWorksheet& AddViewSheet(const std::string& sName);
+    void FillViewHeading(xl::xlWorksheet& oSheet, const std::vector<std::string>& arrLabels);
+    std::vector<xl::xlWorksheet*> FinishViewSheet(xl::xlWorksheet& oSheet, long nLastCol,
+                                                  const std::vector<long>& arrWrapCols,
+                                                  const std::vector<long>& arrRightCols);
+    // Moves the rows of oSheet past its last row to new sheets after it and logs each one.
+    std::vector<xl::xlWorksheet*> ContinueSheet(xl::xlWorksheet& oSheet,
+                                                const std::vector<long>& arrTitleRows,
+                                                long nLinksToCome);
+    // What the item views read: every distinct item with its uses and total quantity.
+    clsItemUses CollectItemUses();
 
     // The caption band that opens a list: columns A to F merged, top and bottom borders, the
     // caption in column A in bold italic; the row then advances by one.

@@ -85,7 +85,8 @@ bool clsBldExcel::MergeLevel(long nRow, long nFirstCol, long nLastCol, xl::xlWor
 
 // Builds the level sheet (worksheet 2) from the finished main panel of the current worksheet:
 // the caption block, the level of each object in column A, and each object's text indented by
-// its level, its cell running to the column of the deepest level. No export calls it.
+// its level, its cell running to the column of the deepest level. Exports call it for the level
+// sheet view (FillLevelSheet).
 bool clsBldExcel::AddLevelSheet() {
     return TrapRun(ctx_, "clsBldExcel", "AddLevelSheet", false, [&] {
         xl::xlWorksheet& oMain = Sheet();

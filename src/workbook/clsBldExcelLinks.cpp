@@ -200,14 +200,22 @@ bool clsBldExcel::FillHyperlinkCollect() {
 // through that sheet and the name's first cell. Past the hyperlinks a sheet holds, the cell
 // holds a HYPERLINK formula that shows its text and leads to the block's first cell.
 void clsBldExcel::AddAnchorLink(long nRow, long nCol, const std::string& sAnchor) {
-    xl::xlWorksheet& oSheet = Sheet();
+    AddAnchorLink(Sheet(), nRow, nCol, sAnchor);
+}
+
+// The same for a cell of any sheet: a block on the cell's own sheet through its name, one on
+// another sheet through that sheet's cell.
+void clsBldExcel::AddAnchorLink(xl::xlWorksheet& oSheet, long nRow, long nCol,
+                                const std::string& sAnchor) {
+    if (!oWorkbook_) RaiseError(modConst::errObjectNotSet);
     std::string sSubAddress = sAnchor;
     std::string sCell;  // the block's first cell, with its sheet
     if (const xl::xlNameEntry* pName = oSheet.Names().Find(sAnchor)) {
         sCell = oSheet.Cells(pName->lRow1, 1).AddressExternal();
     } else {
         xl::xlWorksheets& oSheets = oWorkbook_->Worksheets();
-        for (long i = 2; i <= oSheets.Count() && sCell.empty(); ++i) {
+        for (long i = 1; i <= oSheets.Count() && sCell.empty(); ++i) {
+            if (&oSheets(i) == &oSheet) continue;
             if (const xl::xlNameEntry* pName = oSheets(i).Names().Find(sAnchor)) {
                 sCell = oSheets(i).Cells(pName->lRow1, 1).AddressExternal();
                 sSubAddress = sCell;

@@ -230,6 +230,9 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
         t.arrColWidth = d.arrColWidth;
         t.arrFormattedCols = d.arrFormattedCols;
         t.dDefaultRowHeight = d.dDefaultRowHeight;
+        t.lFrozenRows = d.lFrozenRows;
+        t.lFrozenCols = d.lFrozenCols;
+        t.bSummaryBelow = d.bSummaryBelow;
         // The title rows at the top, with the areas merged within each of them.
         for (long i = 0; i < lTitles; ++i) {
             const long r = arrTitleRows[static_cast<size_t>(i)];
@@ -250,6 +253,7 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
             RowRec& o = t.EnsureRow(lTitles + (r - part.lFirst) + 1);
             o.lStyle = from.lStyle;
             o.nHeightTwips = from.nHeightTwips;
+            o.nOutline = from.nOutline;
             o.arrCells.reserve(from.arrCells.size());
             for (const Cell& c : from.arrCells) {
                 o.arrCells.push_back(CellFor(d, t, c));
@@ -319,6 +323,12 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
 
     d.arrRows.resize(static_cast<size_t>(plan.lKeep));
     d.arrRows.shrink_to_fit();
+    // An AutoFilter ends where the sheet's rows end.
+    if (d.arrAutoFilter[0] > plan.lKeep) {
+        d.arrAutoFilter = {};
+    } else if (d.arrAutoFilter[2] > plan.lKeep) {
+        d.arrAutoFilter[2] = plan.lKeep;
+    }
 
     // A link to a name that went to another sheet now leads to that sheet's cell.
     std::vector<xlWorksheet*> arrFamily{this};

@@ -151,6 +151,7 @@ struct Row {
     std::vector<Cell> arrCells;         // sorted by column
     uint32_t lStyle = kUnformatted;     // the row's own format, when formatted as a whole
     uint16_t nHeightTwips = kNoHeight;  // 1/20 point
+    uint8_t nOutline = 0;               // outline level as the files hold it: 0 (none) to 7
 };
 
 inline uint64_t CellKey(long lRow, long lCol) {
@@ -198,6 +199,13 @@ struct xlWorksheet::Impl {
     std::vector<long> arrBlockStarts;
     // The last row that may be written: the sheet's, or far past it while it continues.
     long RowLimit() const { return bContinues ? xlWorksheet::kMaxContinuedRows : lMaxRows; }
+
+    // The window and the outline: rows and columns frozen at the top and left, the AutoFilter
+    // (row1, col1, row2, col2; row1 0 when there is none), where outline summary rows stand.
+    long lFrozenRows = 0;
+    long lFrozenCols = 0;
+    std::array<long, 4> arrAutoFilter{};
+    bool bSummaryBelow = true;
 
     // Merged areas (row1, col1, row2, col2), and for each row the areas that cover it.
     std::vector<std::array<long, 4>> arrMerged;

@@ -1103,6 +1103,30 @@ void xlRange::ColumnWidth(double dWidth) {
         d.arrColWidth[c] = static_cast<float>(dWidth);
 }
 
+void xlRange::AutoFit() {
+    xlWorksheet::Impl& d = pSheet_->Data();
+    if (IsWholeColumns()) {
+        detail::FitColumnWidths(d, lCol1_, lCol2_);
+    } else if (IsWholeRows()) {
+        const long rLast = std::min<long>(lRow2_, static_cast<long>(d.arrRows.size()));
+        for (long r = lRow1_; r <= rLast; ++r)
+            d.arrRows[static_cast<size_t>(r - 1)].nHeightTwips = detail::kNoHeight;
+    } else {
+        Fail();
+    }
+}
+
+void xlRange::OutlineLevel(long lLevel) {
+    if (lLevel < 1 || lLevel > 8 || !IsWholeRows() || IsWholeColumns()) Fail();
+    xlWorksheet::Impl& d = pSheet_->Data();
+    for (long r = lRow1_; r <= lRow2_; ++r)
+        d.EnsureRow(r).nOutline = static_cast<uint8_t>(lLevel - 1);
+}
+
+void xlRange::AutoFilter() {
+    pSheet_->Data().arrAutoFilter = {lRow1_, lCol1_, lRow2_, lCol2_};
+}
+
 std::string xlRange::Address() const {
     return AddressOf(pSheet_->Data(), lRow1_, lCol1_, lRow2_, lCol2_);
 }
@@ -1663,6 +1687,41 @@ const std::vector<std::array<long, 4>>& xlWorksheet::MergedAreas() const {
     return pImpl_->arrMerged;
 }
 
+void xlWorksheet::FreezePanes(long lRow, long lCol) {
+    CheckRow(*pImpl_, lRow);
+    CheckCol(*pImpl_, lCol);
+    pImpl_->lFrozenRows = lRow - 1;
+    pImpl_->lFrozenCols = lCol - 1;
+}
+
+long xlWorksheet::FrozenRows() const {
+    return pImpl_->lFrozenRows;
+}
+
+long xlWorksheet::FrozenColumns() const {
+    return pImpl_->lFrozenCols;
+}
+
+void xlWorksheet::OutlineSummaryRow(long lPosition) {
+    if (lPosition != xlSummaryAbove && lPosition != xlSummaryBelow) Fail();
+    pImpl_->bSummaryBelow = lPosition == xlSummaryBelow;
+}
+
+long xlWorksheet::OutlineSummaryRowOf() const {
+    return pImpl_->bSummaryBelow ? xlSummaryBelow : xlSummaryAbove;
+}
+
+long xlWorksheet::RowOutlineLevel(long lRow) const {
+    CheckRow(*pImpl_, lRow);
+    const RowRec* p = pImpl_->FindRow(lRow);
+    return p ? p->nOutline + 1 : 1;
+}
+
+std::optional<std::array<long, 4>> xlWorksheet::AutoFilterArea() const {
+    if (pImpl_->arrAutoFilter[0] == 0) return std::nullopt;
+    return pImpl_->arrAutoFilter;
+}
+
 xlWorksheet& xlWorksheets::Item(long lIndex) {
     if (lIndex < 1 || lIndex > Count()) RaiseError(errSubscript);
     return *arr_[static_cast<size_t>(lIndex - 1)];
@@ -1770,6 +1829,8 @@ void xlWorkbook::SaveInFormat(const std::string& sPath, long lFormat) {
         }
         const xlPageSetup& ps = ws.PageSetup();
         if (bOutside(ps.lTitleRow1, 1) || bOutside(ps.lAreaRow1, ps.lAreaCol1)) Fail();
+        if (bOutside(d.lFrozenRows + 1, d.lFrozenCols + 1)) Fail();
+        if (bOutside(d.arrAutoFilter[2], d.arrAutoFilter[3])) Fail();
     }
     SaveWorkbookFileXls(*this, sPath);
 }

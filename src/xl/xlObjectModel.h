@@ -117,6 +117,18 @@ public:
     void NumberFormat(const std::string& sFormat);
     void RowHeight(double dHeight);
     void ColumnWidth(double dWidth);
+    // Whole columns: each column takes the width that the widest line of its cells needs (in
+    // their fonts; a cell under a merged area that spans columns does not count); a column
+    // without values keeps its width. Whole rows: each row drops a height of its own and fits
+    // its text again. Raises 1004 for any other range.
+    void AutoFit();
+    // The outline level of whole rows, numbered as the application numbers it: 1 for a row in
+    // no group up to 8 for a row inside seven nested groups. Raises 1004 for another level, or
+    // for a range that is not whole rows (or is the whole sheet).
+    void OutlineLevel(long lLevel);
+    // An AutoFilter over the range: its first row holds the filter buttons, the rows below it
+    // are filtered. A sheet has one; a later one replaces it.
+    void AutoFilter();
 
     // Absolute A1 address: "$A$1", "$A$1:$D$3", "$5:$5" for a whole row, "$A:$A" for a column.
     std::string Address() const;
@@ -324,16 +336,31 @@ public:
     // Merged areas as (row1, col1, row2, col2); never overlapping.
     const std::vector<std::array<long, 4>>& MergedAreas() const;
 
+    // The window: the rows above lRow and the columns left of lCol stay in place while the rest
+    // scrolls, as the application's FreezePanes does with cell (lRow, lCol) selected; (1, 1)
+    // unfreezes. Raises 1004 for a cell outside the sheet.
+    void FreezePanes(long lRow, long lCol);
+    long FrozenRows() const;
+    long FrozenColumns() const;
+    // Where the summary row of each group of the row outline stands: xlSummaryBelow (the
+    // default) or xlSummaryAbove; 1004 for any other value.
+    void OutlineSummaryRow(long lPosition);
+    long OutlineSummaryRowOf() const;
+    long RowOutlineLevel(long lRow) const;  // 1 unless set
+    // The AutoFilter's range as (row1, col1, row2, col2), or none.
+    std::optional<std::array<long, 4>> AutoFilterArea() const;
+
     // Continuation, for a sheet that is filled past its last row (xlContinuation.cpp). From
     // ContinuePastLastRow on, rows up to kMaxContinuedRows may be written; the rows from each
     // KeepRowsTogetherFrom mark to the next are a block that goes to one sheet when it can.
     // ContinueOnNewSheets then moves every block that does not fit the sheet (its rows, its
     // hyperlinks beside lLinksToCome more that the sheet will take, or its local names) to new
     // worksheets placed after it, named after it with " (2)", " (3)", ...: each with the sheet's
-    // column widths and sheet-wide formats and, at its top, copies of arrTitleRows; a block
-    // longer than a new sheet holds is cut where the sheet ends. Names, hyperlinks and merged areas
-    // go with their rows. Returns the new sheets, in order; a sheet that fits gets none. A sheet
-    // with rows past its end cannot be saved before.
+    // column widths, sheet-wide formats, frozen panes and outline settings and, at its top,
+    // copies of arrTitleRows; a block longer than a new sheet holds is cut where the sheet ends.
+    // Names, hyperlinks, merged areas and outline levels go with their rows; an AutoFilter of
+    // the sheet ends at its last row. Returns the new sheets, in order; a sheet that fits gets
+    // none. A sheet with rows past its end cannot be saved before.
     static constexpr long kMaxContinuedRows = long{1} << 30;
     void ContinuePastLastRow();
     bool ContinuesPastLastRow() const;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 
 #include "support/modConst.h"
 #include "xl/xlFontMetrics.h"
@@ -111,6 +112,65 @@ long TextLines(std::string_view sText, int nFace, double dSize, long lAvailPx, b
         if (c == U'-' || c == U'/' || c == U'\\') xBreak = x;
     }
     return nLines;
+}
+
+long TextPixels(std::string_view sText, int nFace, double dSize) {
+    const int64_t nPpem = PixelSize(dSize);
+    int64_t x = 0;
+    int64_t lWidest = 0;
+    for (size_t i = 0; i < sText.size();) {
+        const char32_t c = NextChar(sText, i);
+        if (c == U'\n') {
+            x = 0;
+            continue;
+        }
+        if (c == U'\r') continue;
+        x += (Advance(nFace, c) * nPpem + fm::kUnitsPerEm / 2) / fm::kUnitsPerEm;
+        lWidest = std::max(lWidest, x);
+    }
+    return static_cast<long>(lWidest);
+}
+
+void FitColumnWidths(xlWorksheet::Impl& d, long c1, long c2) {
+    std::vector<long> arrPx(static_cast<size_t>(c2 - c1 + 1), -1);
+    char sNumber[40];
+    for (size_t i = 0; i < d.arrRows.size(); ++i) {
+        const Row& o = d.arrRows[i];
+        const std::vector<uint32_t>* pMerged =
+            i < d.arrMergedRows.size() ? &d.arrMergedRows[i] : nullptr;
+        for (const Cell& c : o.arrCells) {
+            if (c.nCol < c1 || c.nCol > c2 || c.eType == kEmpty) continue;
+            bool bSpans = false;
+            if (pMerged) {
+                for (uint32_t k : *pMerged) {
+                    const auto& a = d.arrMerged[k];
+                    if (c.nCol >= a[1] && c.nCol <= a[3] && a[1] != a[3]) bSpans = true;
+                }
+            }
+            if (bSpans) continue;
+            std::string_view sText;
+            if (c.eType == kNumber) {
+                std::snprintf(sNumber, sizeof sNumber, "%.15G", c.Number());
+                sText = sNumber;
+            } else {
+                sText = d.oText.Get(c.lPayload);
+                if (c.eType == kFormula) sText = FormulaValueOf(sText);
+            }
+            const xlStyle& st = d.pStyles->Get(c.lStyle);
+            const int nFace =
+                (st.bBold ? fm::kBold : fm::kRegular) + (st.bItalic ? fm::kItalic : fm::kRegular);
+            long& lPx = arrPx[static_cast<size_t>(c.nCol - c1)];
+            lPx = std::max(lPx, TextPixels(sText, nFace, st.dFontSize));
+        }
+    }
+    for (long c = c1; c <= c2; ++c) {
+        const long lPx = arrPx[static_cast<size_t>(c - c1)];
+        if (lPx < 0) continue;
+        // A column of width w gives its text 7w pixels; a few more keep the text clear of the
+        // edge where another application draws it a little wider. Quarter characters.
+        const double dWidth = std::ceil((static_cast<double>(lPx) + 4.0) / 7.0 * 4.0) / 4.0;
+        d.arrColWidth[c] = static_cast<float>(std::min(dWidth, 255.0));
+    }
 }
 
 RowFitter::RowFitter(const xlWorksheet::Impl& d) : d_(d) {

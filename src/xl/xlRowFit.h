@@ -32,6 +32,13 @@ double LinesHeight(long nLines, double dSize);
 // xlFontMetrics.h) and size, wrapped or not.
 long TextLines(std::string_view sText, int nFace, double dSize, long lAvailPx, bool bWrap);
 
+// Pixels of the widest line of a text (lines end at line feeds), in the given face and size.
+long TextPixels(std::string_view sText, int nFace, double dSize);
+
+// Gives each of the columns c1 to c2 the width its widest cell text needs (see
+// xlRange::AutoFit); a column without values keeps its width.
+void FitColumnWidths(xlWorksheet::Impl& d, long c1, long c2);
+
 // Fits the rows of one sheet; made once for many rows (it caches column positions and what each
 // format means for the text), it allocates nothing per cell.
 class RowFitter {

@@ -124,7 +124,14 @@ enum : uint16_t {
     kMergeCells = 0x00E5,
     kHLink = 0x01B8,
     kHLinkTooltip = 0x0800,
+    kAutoFilterInfo = 0x009D,
+    kPane = 0x0041,
 };
+
+// Built-in names.
+constexpr uint8_t kNamePrintArea = 0x06;
+constexpr uint8_t kNamePrintTitles = 0x07;
+constexpr uint8_t kNameFilterDatabase = 0x0D;
 
 constexpr uint32_t kDefaultXf = 15;  // the cell format of cells without one of their own
 constexpr size_t kRowsPerBlock = 32;
@@ -605,6 +612,7 @@ public:
         Settings();
         PageSetup();
         Columns();
+        AutoFilterInfo();
         Dimensions();
         CellTable();
         Window();
@@ -645,7 +653,9 @@ private:
                 p.nColMac = static_cast<uint16_t>(col + 1);
                 bCells = true;
             }
-            p.bRecord = bCells || o.lStyle != kUnformatted || o.nHeightTwips != detail::kNoHeight;
+            p.bRecord = bCells || o.lStyle != kUnformatted || o.nHeightTwips != detail::kNoHeight ||
+                        o.nOutline != 0;
+            nMaxOutline_ = std::max(nMaxOutline_, o.nOutline);
             if (bCells) {
                 if (!bAnyCell) {
                     oUsed_.lRowFirst = static_cast<uint32_t>(i);
@@ -677,8 +687,13 @@ private:
         w_.Record16(kPrintRowCol, 0);
         w_.Record16(kPrintGrid, 0);  // gridlines are not printed
         w_.Record16(kGridSet, 1);
+        // The row gutter: as wide as the outline's levels need (none without an outline), and
+        // the number of levels plus one.
         b.Clear();
-        b.Zeros(8);
+        b.U16(nMaxOutline_ ? 14u * (nMaxOutline_ + 1u) : 0);
+        b.U16(0);
+        b.U16(nMaxOutline_ ? nMaxOutline_ + 1u : 0);
+        b.U16(0);
         w_.Record(kGuts, b);
         b.Clear();
         const bool bCustom = d_.dDefaultRowHeight != detail::kDefaultRowHeight;
@@ -686,7 +701,9 @@ private:
         b.U16(static_cast<uint32_t>(std::lround(d_.dDefaultRowHeight * 20)));
         w_.Record(kDefaultRowHeight, b);
         const PageFit f = PageFitOf(ws_.PageSetup());
-        w_.Record16(kWsBool, 0x04C1 | (f.bFit ? 0x0100 : 0));
+        // Automatic page breaks, outline symbols, summary columns right of their details and
+        // summary rows below them unless the sheet puts them above.
+        w_.Record16(kWsBool, 0x0481 | (d_.bSummaryBelow ? 0x0040 : 0) | (f.bFit ? 0x0100 : 0));
     }
 
     void PageSetup() {
@@ -758,6 +775,15 @@ private:
         }
     }
 
+    // The AutoFilter's buttons: one per column of its range (the range is the sheet's built-in
+    // name _FilterDatabase).
+    void AutoFilterInfo() {
+        const auto& a = d_.arrAutoFilter;
+        if (a[0] == 0) return;
+        const long c2 = std::min(a[3], xlMaxColumnsXls);
+        w_.Record16(kAutoFilterInfo, static_cast<uint32_t>(c2 - a[1] + 1));
+    }
+
     void Dimensions() {
         Bytes b;
         b.U32(oUsed_.lRowFirst);
@@ -781,7 +807,8 @@ private:
         b.U16(0);
         b.U16(0);
         const bool bFormat = o.lStyle != kUnformatted;
-        b.U16((bHidden ? 0x0020 : 0) | (h.bCustom ? 0x0040 : 0) | (bFormat ? 0x0080 : 0) | 0x0100);
+        b.U16(o.nOutline | (bHidden ? 0x0020 : 0) | (h.bCustom ? 0x0040 : 0) |
+              (bFormat ? 0x0080 : 0) | 0x0100);
         b.U16(bFormat ? xfs_.For(o.lStyle) : kDefaultXf);
         w_.Record(kRow, b);
     }
@@ -909,8 +936,9 @@ private:
     void Window() {
         Bytes b;
         // Gridlines, headings, zeros, default header colour, outline symbols; the first sheet
-        // is the selected one on display.
-        b.U16(0x00B6 | (bFirst_ ? 0x0600 : 0));
+        // is the selected one on display; panes frozen without a split when the sheet has them.
+        const bool bFrozen = d_.lFrozenRows > 0 || d_.lFrozenCols > 0;
+        b.U16(0x00B6 | (bFirst_ ? 0x0600 : 0) | (bFrozen ? 0x0108 : 0));
         b.U16(0);
         b.U16(0);
         b.U16(64);
@@ -920,6 +948,19 @@ private:
         b.U16(0);
         b.U16(0);
         w_.Record(kWindow2, b);
+        if (!bFrozen) return;
+        // Frozen panes: columns and rows kept, the first ones that scroll, and the active pane
+        // (0 lower right, 1 upper right, 2 lower left).
+        const uint32_t x = static_cast<uint32_t>(std::min(d_.lFrozenCols, xlMaxColumnsXls - 1));
+        const uint32_t y = static_cast<uint32_t>(std::min(d_.lFrozenRows, xlMaxRowsXls - 1));
+        b.Clear();
+        b.U16(x);
+        b.U16(y);
+        b.U16(y);
+        b.U16(x);
+        b.U8(x > 0 && y > 0 ? 0 : (y > 0 ? 2 : 1));
+        b.U8(0);
+        w_.Record(kPane, b);
     }
 
     void MergedCells() {
@@ -963,7 +1004,8 @@ private:
     UsedArea oUsed_;
     bool bAnyRow_ = false;
     size_t lFirstRow_ = 0, lLastRow_ = 0;
-    size_t lReported_ = 0;  // rows handed to the progress
+    size_t lReported_ = 0;     // rows handed to the progress
+    uint8_t nMaxOutline_ = 0;  // the deepest outline level of a row
     SheetLayout oLayout_;
     Bytes b_;
 };
@@ -977,6 +1019,7 @@ struct NameRecord {
     uint8_t nBuiltin = 0;
     uint32_t lSheet = 0;  // 0-based
     long r1, c1, r2, c2;  // 1-based
+    bool bHidden = false;
 };
 
 std::string UpperAscii(std::string s) {
@@ -993,11 +1036,16 @@ std::vector<NameRecord> NamesOf(const xlWorksheets& oSheets) {
         const uint32_t k = static_cast<uint32_t>(i - 1);
         const xlPageSetup& p = ws.PageSetup();
         if (p.lAreaRow1 > 0) {
-            arr.push_back({"", 0x06, k, p.lAreaRow1, p.lAreaCol1, p.lAreaRow2, p.lAreaCol2});
+            arr.push_back(
+                {"", kNamePrintArea, k, p.lAreaRow1, p.lAreaCol1, p.lAreaRow2, p.lAreaCol2});
         }
         if (p.lTitleRow1 > 0) {
-            arr.push_back({"", 0x07, k, p.lTitleRow1, 1, p.lTitleRow2, xlMaxColumnsXls});
+            arr.push_back(
+                {"", kNamePrintTitles, k, p.lTitleRow1, 1, p.lTitleRow2, xlMaxColumnsXls});
         }
+        // An AutoFilter's range is the sheet's hidden name _FilterDatabase.
+        const auto& f = ws.Data().arrAutoFilter;
+        if (f[0] > 0) arr.push_back({"", kNameFilterDatabase, k, f[0], f[1], f[2], f[3], true});
         for (const xlNameEntry& e : ws.Names().Items())
             arr.push_back({e.sName, 0, k, e.lRow1, e.lCol1, e.lRow2, e.lCol2});
     }
@@ -1029,7 +1077,7 @@ Bytes LblRecord(const NameRecord& n) {
     const uint32_t r2 = static_cast<uint32_t>(std::min(n.r2, xlMaxRowsXls) - 1);
     const uint32_t c1 = static_cast<uint32_t>(std::min(n.c1, xlMaxColumnsXls) - 1);
     const uint32_t c2 = static_cast<uint32_t>(std::min(n.c2, xlMaxColumnsXls) - 1);
-    if (r1 == r2 && c1 == c2) {
+    if (r1 == r2 && c1 == c2 && n.nBuiltin != kNameFilterDatabase) {  // the filter's: an area
         f.U8(0x3A);
         f.U16(n.lSheet);
         f.U16(r1);
@@ -1044,8 +1092,8 @@ Bytes LblRecord(const NameRecord& n) {
     }
     const std::u16string s = n.nBuiltin ? std::u16string(1, n.nBuiltin) : biff::Utf16(n.sName);
     Bytes b;
-    b.U16(n.nBuiltin ? 0x0020 : 0);  // fBuiltin
-    b.U8(0);                         // no shortcut key
+    b.U16((n.nBuiltin ? 0x0020 : 0) | (n.bHidden ? 0x0001 : 0));  // fBuiltin, fHidden
+    b.U8(0);                                                      // no shortcut key
     b.U8(static_cast<uint32_t>(s.size()));
     b.U16(static_cast<uint32_t>(f.Size()));
     b.U16(0);

@@ -203,7 +203,24 @@ public:
             worksheet_set_default_row(ws_, dDefaultRowHeight, LXW_FALSE);
         }
     }
-    void Row(lxw_row_t r, double dHeight, Fmt f) { Check(worksheet_set_row(ws_, r, dHeight, f)); }
+    // A row with an outline level (1 to 7) is written with it.
+    void Row(lxw_row_t r, double dHeight, Fmt f, uint8_t nLevel) {
+        if (nLevel == 0) {
+            Check(worksheet_set_row(ws_, r, dHeight, f));
+            return;
+        }
+        lxw_row_col_options opt{};
+        opt.level = nLevel;
+        Check(worksheet_set_row_opt(ws_, r, dHeight, f, &opt));
+    }
+    // The window and the outline, set at any time before closing.
+    void Freeze(lxw_row_t r, lxw_col_t c) { worksheet_freeze_panes(ws_, r, c); }
+    void OutlineSummaryAbove() {
+        worksheet_outline_settings(ws_, LXW_TRUE, LXW_FALSE, LXW_TRUE, LXW_FALSE);
+    }
+    void AutoFilter(lxw_row_t r1, lxw_col_t c1, lxw_row_t r2, lxw_col_t c2) {
+        Check(worksheet_autofilter(ws_, r1, c1, r2, c2));
+    }
     // Registering an area writes no cell when no format is given; the cells follow.
     void Merge(lxw_row_t r1, lxw_col_t c1, lxw_row_t r2, lxw_col_t c2) {
         Check(worksheet_merge_range(ws_, r1, c1, r2, c2, "", nullptr));
@@ -308,8 +325,15 @@ public:
         Text(sName.c_str());
         std::fprintf(p_, "\t%.17g\n", dDefaultRowHeight);
     }
-    void Row(lxw_row_t r, double dHeight, Fmt f) {
-        std::fprintf(p_, "R\t%u\t%.17g\t%ld\n", r, dHeight, f);
+    void Row(lxw_row_t r, double dHeight, Fmt f, uint8_t nLevel) {
+        std::fprintf(p_, "R\t%u\t%.17g\t%ld", r, dHeight, f);
+        if (nLevel != 0) std::fprintf(p_, "\t%u", static_cast<unsigned>(nLevel));
+        std::fputc('\n', p_);
+    }
+    void Freeze(lxw_row_t r, lxw_col_t c) { std::fprintf(p_, "Z\t%u\t%u\n", r, c); }
+    void OutlineSummaryAbove() { std::fputs("O\n", p_); }
+    void AutoFilter(lxw_row_t r1, lxw_col_t c1, lxw_row_t r2, lxw_col_t c2) {
+        std::fprintf(p_, "Y\t%u\t%u\t%u\t%u\n", r1, c1, r2, c2);
     }
     void Merge(lxw_row_t r1, lxw_col_t c1, lxw_row_t r2, lxw_col_t c2) {
         std::fprintf(p_, "M\t%u\t%u\t%u\t%u\n", r1, c1, r2, c2);
@@ -516,15 +540,16 @@ void WriteCells(Sink& sink, const xlWorksheet& oSheet, Formats<Sink>& fmts,
         const lxw_row_t rr = static_cast<lxw_row_t>(i);
         const bool bMerge = lNextMerge < arrMerged.size() && arrMerged[lNextMerge][0] == r;
         if (o.arrCells.empty() && o.lStyle == kUnformatted && o.nHeightTwips == detail::kNoHeight &&
-            !bMerge) {
+            o.nOutline == 0 && !bMerge) {
             continue;
         }
         // A row's own height wins; else the height its text needs, when more than standard.
         double h = o.nHeightTwips != detail::kNoHeight ? o.nHeightTwips / 20.0 : 0;
         if (h == 0 && !o.arrCells.empty()) h = oFitter.Fit(r);
-        if (o.lStyle != kUnformatted || h != 0) {
+        if (o.lStyle != kUnformatted || h != 0 || o.nOutline != 0) {
             sink.Row(rr, h != 0 ? h : d.dDefaultRowHeight,
-                     o.lStyle != kUnformatted ? fmts.For(*d.pStyles, o.lStyle) : Sink::kNone);
+                     o.lStyle != kUnformatted ? fmts.For(*d.pStyles, o.lStyle) : Sink::kNone,
+                     o.nOutline);
         }
         for (; lNextMerge < arrMerged.size() && arrMerged[lNextMerge][0] == r; ++lNextMerge) {
             const auto& a = arrMerged[lNextMerge];
@@ -573,6 +598,20 @@ void WriteCells(Sink& sink, const xlWorksheet& oSheet, Formats<Sink>& fmts,
         const auto& a = arrMerged[lNextMerge];
         sink.Merge(static_cast<lxw_row_t>(a[0] - 1), static_cast<lxw_col_t>(a[1] - 1),
                    static_cast<lxw_row_t>(a[2] - 1), static_cast<lxw_col_t>(a[3] - 1));
+    }
+}
+
+// Frozen panes, where outline summary rows stand, and the AutoFilter: written only when set.
+template <class Sink>
+void WriteWindow(Sink& sink, const xlWorksheet::Impl& d) {
+    if (d.lFrozenRows > 0 || d.lFrozenCols > 0) {
+        sink.Freeze(static_cast<lxw_row_t>(d.lFrozenRows), static_cast<lxw_col_t>(d.lFrozenCols));
+    }
+    if (!d.bSummaryBelow) sink.OutlineSummaryAbove();
+    const auto& a = d.arrAutoFilter;
+    if (a[0] > 0) {
+        sink.AutoFilter(static_cast<lxw_row_t>(a[0] - 1), static_cast<lxw_col_t>(a[1] - 1),
+                        static_cast<lxw_row_t>(a[2] - 1), static_cast<lxw_col_t>(a[3] - 1));
     }
 }
 
@@ -651,6 +690,7 @@ void WriteBook(Sink& sink, const xlWorkbook& oBook) {
         const xlWorksheet& oSheet = oSheets.Item(i);
         const xlWorksheet::Impl& d = oSheet.Data();
         sink.Sheet(oSheet.Name(), d.dDefaultRowHeight);
+        WriteWindow(sink, d);
         WriteCells(sink, oSheet, fmts, oProgress);
         // Columns go last: a formatted column widens the span of columns that the writer walks
         // for every row it flushes, and columns are only written when the file is closed.

@@ -249,6 +249,102 @@ TEST_F(DriverTest, CEntryReturnsMinusOneForTrueAndZeroForFalse) {
     EXPECT_EQ(orvExportExcel_ParseMain(nullptr, nullptr, nullptr, nullptr), 0);
 }
 
+TEST(ViewList, WordsCommasAndNone) {
+    clsViews o;
+    std::string sError;
+    ASSERT_TRUE(ParseViewList("level,flat,where-used,outline", o, sError));
+    EXPECT_EQ(o, (clsViews{true, true, true, true}));
+    ASSERT_TRUE(ParseViewList(" flat , where-used ", o, sError));
+    EXPECT_EQ(o, (clsViews{false, true, true, false}));
+    ASSERT_TRUE(ParseViewList("outline,outline", o, sError));
+    EXPECT_EQ(o, (clsViews{false, false, false, true}));
+    o = clsViews{true, true, true, true};
+    ASSERT_TRUE(ParseViewList("none", o, sError));
+    EXPECT_EQ(o, clsViews{});
+    EXPECT_EQ(sError, "");
+}
+
+TEST(ViewList, AnUnknownWordAnEmptyEntryOrNoneBesideAViewIsRefused) {
+    const clsViews oBefore{true, false, true, false};
+    struct Case {
+        const char* sList;
+        const char* sError;
+    };
+    const Case arr[] = {
+        {"flat,tree",
+         "unknown view 'tree' (the views are level, flat, where-used and outline, or none)"},
+        {"Flat",
+         "unknown view 'Flat' (the views are level, flat, where-used and outline, or none)"},
+        {"",
+         "an empty entry in the list of views '' (the views are level, flat, where-used and "
+         "outline, or none)"},
+        {"level,,flat",
+         "an empty entry in the list of views 'level,,flat' (the views are level, "
+         "flat, where-used and outline, or none)"},
+        {"none,level", "'none' stands alone in the list of views 'none,level'"},
+    };
+    for (const Case& c : arr) {
+        clsViews o = oBefore;
+        std::string sError;
+        EXPECT_FALSE(ParseViewList(c.sList, o, sError)) << c.sList;
+        EXPECT_EQ(sError, c.sError);
+        EXPECT_EQ(o, oBefore) << c.sList;  // left as it was
+    }
+}
+
+// The C entry with views: the sheets of the Excel 97-2003 file carry their names as plain
+// bytes, so the file shows which views it has.
+TEST_F(DriverTest, CEntryWithViewsWritesThemAndRefusesAListItCannotRead) {
+    const std::string sSetup = SetupXml("Viewed");
+    const std::string sOut = tmp.File("data/Viewed.xls");
+    EXPECT_EQ(orvExportExcel_ParseMainWithViews(sData.c_str(), sSettings.c_str(), sSetup.c_str(),
+                                                ".xls", "flat,where-used"),
+              -1);
+    std::string sFile = testutil::ReadFile(sOut);
+    EXPECT_NE(sFile.find("Flattened List"), std::string::npos);
+    EXPECT_NE(sFile.find("Where Used"), std::string::npos);
+    // NULL: the settings decide, and the example settings switch every view off.
+    EXPECT_EQ(orvExportExcel_ParseMainWithViews(sData.c_str(), sSettings.c_str(), sSetup.c_str(),
+                                                ".xls", nullptr),
+              -1);
+    sFile = testutil::ReadFile(sOut);
+    EXPECT_EQ(sFile.find("Flattened List"), std::string::npos);
+    EXPECT_EQ(sFile.find("Where Used"), std::string::npos);
+    // A list that cannot be read starts nothing: no workbook, no log line.
+    fs::remove(sOut);
+    EXPECT_EQ(orvExportExcel_ParseMainWithViews(sData.c_str(), sSettings.c_str(), sSetup.c_str(),
+                                                ".xls", "flat,tree"),
+              0);
+    EXPECT_FALSE(fs::exists(sOut));
+    EXPECT_TRUE(Log().empty());
+}
+
+TEST_F(DriverTest, SetViewsReplacesTheSettingsUntilItIsCleared) {
+    const std::string sSetup = SetupXml("Viewed");
+    const std::string sOut = tmp.File("data/Viewed.xls");
+    clsExportExcel o;
+    o.SetViews(clsViews{false, false, true, false});
+    ASSERT_TRUE(o.ParseMain(sData, sSettings, sSetup, ".xls"));
+    std::string sFile = testutil::ReadFile(sOut);
+    EXPECT_EQ(sFile.find("Flattened List"), std::string::npos);
+    EXPECT_NE(sFile.find("Where Used"), std::string::npos);
+    // The settings switch a view on; the host's empty choice switches it off again.
+    std::string sSettingsOn = testutil::ReadFile(sSettings);
+    const std::string sOff = "<FLAT_LIST>0</FLAT_LIST>";
+    sSettingsOn.replace(sSettingsOn.find(sOff), sOff.size(), "<FLAT_LIST>1</FLAT_LIST>");
+    const std::string sOn = tmp.File("settings-on.xml");
+    testutil::WriteFile(sOn, sSettingsOn);
+    o.SetViews(clsViews{});
+    ASSERT_TRUE(o.ParseMain(sData, sOn, sSetup, ".xls"));
+    sFile = testutil::ReadFile(sOut);
+    EXPECT_EQ(sFile.find("Flattened List"), std::string::npos);
+    o.SetViews(std::nullopt);
+    ASSERT_TRUE(o.ParseMain(sData, sOn, sSetup, ".xls"));
+    sFile = testutil::ReadFile(sOut);
+    EXPECT_NE(sFile.find("Flattened List"), std::string::npos);
+    EXPECT_EQ(sFile.find("Where Used"), std::string::npos);
+}
+
 TEST_F(DriverTest, OutputFolderTakesTheWorkbookUnderTheSameName) {
     fs::create_directories(tmp.Path() / "out");
     clsExportExcel o;
@@ -290,6 +386,33 @@ TEST_F(DriverTest, CEntryWithOutputFolder) {
                                            ".xlsx", nullptr),
               -1);
     EXPECT_TRUE(fs::is_regular_file(tmp.File("data/export.xlsx")));
+}
+
+// Both options in one C call: the views go into the workbook, the workbook into the folder.
+TEST_F(DriverTest, CEntryWithViewsAndOutputFolder) {
+    fs::create_directories(tmp.Path() / "out");
+    const std::string sSetup = SetupXml("Viewed");
+    const std::string sOut = tmp.File("out");
+    EXPECT_EQ(orvExportExcel_ParseMainWithOptions(sData.c_str(), sSettings.c_str(), sSetup.c_str(),
+                                                  ".xls", "where-used", sOut.c_str()),
+              -1);
+    EXPECT_FALSE(fs::exists(tmp.File("data/Viewed.xls")));
+    std::string sFile = testutil::ReadFile(tmp.File("out/Viewed.xls"));
+    EXPECT_EQ(sFile.find("Flattened List"), std::string::npos);
+    EXPECT_NE(sFile.find("Where Used"), std::string::npos);
+    // NULL for both: the settings' views (all off in the example) and the data file's folder.
+    EXPECT_EQ(orvExportExcel_ParseMainWithOptions(sData.c_str(), sSettings.c_str(), sSetup.c_str(),
+                                                  ".xls", nullptr, nullptr),
+              -1);
+    sFile = testutil::ReadFile(tmp.File("data/Viewed.xls"));
+    EXPECT_EQ(sFile.find("Where Used"), std::string::npos);
+    // A list that cannot be read writes nothing into the folder either.
+    fs::remove(tmp.File("out/Viewed.xls"));
+    EXPECT_EQ(orvExportExcel_ParseMainWithOptions(sData.c_str(), sSettings.c_str(), sSetup.c_str(),
+                                                  ".xls", "none,flat", sOut.c_str()),
+              0);
+    EXPECT_FALSE(fs::exists(tmp.File("out/Viewed.xls")));
+    EXPECT_TRUE(Log().empty());
 }
 
 TEST_F(DriverTest, LogObserverSeesTheLinesOfTheCall) {

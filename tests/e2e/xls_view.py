@@ -95,7 +95,8 @@ class StreamFacts:
                 dt = struct.unpack_from("<H", data, 2)[0]
                 if dt == 0x0010:
                     sheet = {"footer": None, "landscape": False, "fit": None, "index": None,
-                             "dbcells": [], "types": []}
+                             "dbcells": [], "types": [], "wsbool": None, "guts": None,
+                             "autofilter_entries": None, "pane": None}
                     self.sheets.append(sheet)
                 continue
             if in_sst and rt != 0x003C:
@@ -118,7 +119,14 @@ class StreamFacts:
                 sheet["fit_pages"] = struct.unpack_from("<HH", data, 6)
                 sheet["scale"] = struct.unpack_from("<H", data, 2)[0]
             elif rt == 0x0081:
-                sheet["fit"] = bool(struct.unpack_from("<H", data)[0] & 0x0100)
+                sheet["wsbool"] = struct.unpack_from("<H", data)[0]
+                sheet["fit"] = bool(sheet["wsbool"] & 0x0100)
+            elif rt == 0x0080:
+                sheet["guts"] = struct.unpack_from("<4H", data)
+            elif rt == 0x009D:
+                sheet["autofilter_entries"] = struct.unpack_from("<H", data)[0]
+            elif rt == 0x0041:
+                sheet["pane"] = struct.unpack_from("<4HB", data)
             elif rt == 0x020B:
                 sheet["index"] = data
             elif rt == 0x00D7:
@@ -318,7 +326,19 @@ class Sheet:
             else:
                 link = _Obj(location=h.textmark, target=h.url_or_path, tooltip=h.quicktip)
             self.links[(h.frowx, h.fcolx)] = link
-        self.row_dimensions = _Dims(lambda r: _Obj(height=self._height(r)))
+        self.row_dimensions = _Dims(lambda r: _Obj(height=self._height(r),
+                                                   outline_level=self._outline_level(r)),
+                                    lambda: [r + 1 for r in sorted(self.xs.rowinfo_map)])
+        # The window and the outline: frozen panes as the top-left cell of the part that
+        # scrolls, the AutoFilter's range (the sheet's built-in name _FilterDatabase), where
+        # outline summary rows stand (WSBOOL).
+        self.freeze_panes = None
+        if self.xs.panes_are_frozen:
+            self.freeze_panes = "%s%d" % (col_letters(self.xs.vert_split_pos),
+                                          self.xs.horz_split_pos + 1)
+        wsbool = self.facts["wsbool"] or 0
+        self.sheet_properties = _Obj(outlinePr=_Obj(summaryBelow=bool(wsbool & 0x0040)))
+        self.auto_filter = _Obj(ref=None)
         dims = []
         for c in sorted(self.xs.colinfo_map):
             ci = self.xs.colinfo_map[c]
@@ -342,6 +362,42 @@ class Sheet:
                 self.print_title_rows = book.ref_text(n, with_sheet=False)
             elif n.name == "Print_Area":
                 self.print_area = [book.ref_text(n, with_sheet=False)]
+            elif n.name == "_FilterDatabase":
+                self.auto_filter = _Obj(ref=book.ref_text(n, with_sheet=False).replace("$", ""))
+        self._check_window_records()
+
+    def _check_window_records(self):
+        """The records behind the window and the outline agree with each other: AUTOFILTERINFO
+        counts the columns of _FilterDatabase; GUTS gives the deepest row outline level plus one
+        (0 without an outline); a PANE record follows frozen panes and names their counts."""
+        problems = self.book.facts.problems
+        entries = self.facts["autofilter_entries"]
+        if self.auto_filter.ref is None:
+            if entries is not None:
+                problems.append("AUTOFILTERINFO without _FilterDatabase on %s" % self.title)
+        else:
+            ends = self.auto_filter.ref.split(":")
+            c1, c2 = parse_ref(ends[0])[1], parse_ref(ends[-1])[1]
+            if entries != c2 - c1 + 1:
+                problems.append("AUTOFILTERINFO %r for %s on %s" % (entries, self.auto_filter.ref,
+                                                                     self.title))
+        levels = [info.outline_level for info in self.xs.rowinfo_map.values()]
+        deepest = max(levels, default=0)
+        guts = self.facts["guts"]
+        if guts is None or guts[2] != (deepest + 1 if deepest else 0):
+            problems.append("GUTS %r for the deepest level %d on %s" % (guts, deepest,
+                                                                       self.title))
+        pane = self.facts["pane"]
+        if self.xs.panes_are_frozen:
+            if pane is None or pane[0] != self.xs.vert_split_pos or pane[1] != \
+                    self.xs.horz_split_pos or pane[2] != pane[1] or pane[3] != pane[0]:
+                problems.append("PANE %r on %s" % (pane, self.title))
+        elif pane is not None:
+            problems.append("a PANE record without frozen panes on %s" % self.title)
+
+    def _outline_level(self, r):
+        info = self.xs.rowinfo_map.get(r - 1)
+        return info.outline_level if info is not None else 0
 
     def _height(self, r):
         info = self.xs.rowinfo_map.get(r - 1)
@@ -358,6 +414,10 @@ class Sheet:
         ci = self.xs.colinfo_map.get(c)
         return ci.xf_index if ci is not None else 15
 
+    @property
+    def max_row(self):
+        return self.xs.nrows
+
     def __getitem__(self, ref):
         return Cell(self, *parse_ref(ref))
 
@@ -371,11 +431,18 @@ class Sheet:
 
 
 class _Dims:
-    def __init__(self, fn):
+    def __init__(self, fn, keys=lambda: []):
         self.fn = fn
+        self.keys = keys
 
     def __getitem__(self, key):
         return self.fn(key)
+
+    def items(self):
+        return [(k, self.fn(k)) for k in self.keys()]
+
+    def values(self):
+        return [self.fn(k) for k in self.keys()]
 
 
 def load_workbook(path):

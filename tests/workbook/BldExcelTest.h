@@ -13,6 +13,7 @@
 #include "driver/clsExportExcel.h"
 #include "support/modConst.h"
 #include "workbook/clsBldExcel.h"
+#include "workbook/clsItemUses.h"
 
 // Reaches the builder's private helpers and gives it a workbook without writing a file.
 struct clsBldExcelTestAccess {
@@ -42,6 +43,7 @@ struct clsBldExcelTestAccess {
     }
     static std::string GetExportSectionPath(clsBldExcel& b) { return b.GetExportSectionPath(); }
     static void FillAttributesHeading(clsBldExcel& b, long& nRow) { b.FillAttributesHeading(nRow); }
+    static clsItemUses CollectItemUses(clsBldExcel& b) { return b.CollectItemUses(); }
 };
 
 namespace wbtest {

@@ -7,21 +7,13 @@
 #include <string>
 #include <vector>
 
+#include "TestUtil.h"
 #include "support/clsRunError.h"
 #include "xl/xlBiffWriter.h"
 
 using namespace xl::biff;
 
 namespace {
-
-long ErrorOf(const std::function<void()>& fn) {
-    try {
-        fn();
-    } catch (const clsRunError& e) {
-        return e.Number;
-    }
-    return 0;
-}
 
 uint32_t U16At(const std::string& s, size_t i) {
     return static_cast<uint8_t>(s[i]) | (static_cast<uint8_t>(s[i + 1]) << 8);
@@ -121,7 +113,7 @@ TEST(BiffWriter, DataBeyondTheRecordLimitIsRefused) {
     w.Record(0x00FC, s.data(), s.size());
     EXPECT_EQ(w.Position(), 4 + kMaxRecordData);
     s.push_back('x');
-    EXPECT_EQ(ErrorOf([&] { w.Record(0x00FC, s.data(), s.size()); }), 1004);
+    EXPECT_EQ(testutil::RunErrorOf([&] { w.Record(0x00FC, s.data(), s.size()); }), 1004);
 }
 
 TEST(BiffWriter, TextBecomesUtf16) {

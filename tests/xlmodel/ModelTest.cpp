@@ -6,6 +6,7 @@
 #include <random>
 #include <string>
 
+#include "TestUtil.h"
 #include "support/clsRunError.h"
 #include "support/modConst.h"
 #include "xl/xlObjectModel.h"
@@ -15,17 +16,6 @@ using xl::xlRange;
 using xl::xlWorksheet;
 
 namespace {
-
-long ErrorOf(const std::function<void()>& fn) {
-    try {
-        fn();
-    } catch (const clsRunError& e) {
-        return e.Number;
-    }
-    return 0;
-}
-
-#define EXPECT_RUN_ERROR(stmt, num) EXPECT_EQ(ErrorOf([&] { stmt; }), (num))
 
 class Model : public ::testing::Test {
 protected:

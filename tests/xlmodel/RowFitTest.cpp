@@ -7,6 +7,7 @@
 #include <functional>
 #include <string>
 
+#include "TestUtil.h"
 #include "support/clsRunError.h"
 #include "support/modConst.h"
 #include "xl/xlFontMetrics.h"
@@ -17,17 +18,6 @@ using xl::xlWorksheet;
 namespace fm = xl::fontmetrics;
 
 namespace {
-
-long ErrorOf(const std::function<void()>& fn) {
-    try {
-        fn();
-    } catch (const clsRunError& e) {
-        return e.Number;
-    }
-    return 0;
-}
-
-#define EXPECT_RUN_ERROR(stmt, num) EXPECT_EQ(ErrorOf([&] { stmt; }), (num))
 
 constexpr long kPpem11 = 15;  // 11 points on a 96-dpi screen
 

@@ -4,6 +4,9 @@
 
 #include <sys/wait.h>
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <stdexcept>
@@ -86,6 +89,75 @@ inline jsonlite::Value LibreOfficeRows(const std::string& sFile) {
     if (WIFEXITED(rc) && WEXITSTATUS(rc) == 3) return jsonlite::Value();
     if (rc != 0) throw std::runtime_error("lo_rows.py failed: " + s);
     return jsonlite::Parse(s)[sFile];
+}
+
+// Two sheets as the views lay them out: the first with a row outline (rows 3 to 12 at levels 2
+// to 8 and back, summary rows above their details), the second a list with its header row
+// frozen and an AutoFilter over it; a third sheet with rows and columns frozen and nothing
+// else.
+inline void FillWindowAndOutline(xl::xlWorkbook& book) {
+    xlWorksheet& ws = book.Worksheets()(1);
+    ws.Cells(1, 1).Value("Level");
+    ws.Cells(1, 2).Value("Item ID");
+    const long arrLevel[] = {0, 1, 2, 3, 4, 5, 6, 7, 9, 1};
+    for (long i = 0; i < 10; ++i) {
+        ws.Cells(i + 3, 1).Value(static_cast<double>(arrLevel[i]));
+        ws.Cells(i + 3, 2).Value("P-" + std::to_string(i));
+        ws.Rows(i + 3).OutlineLevel(std::min(arrLevel[i], 7L) + 1);
+    }
+    ws.Rows(15).OutlineLevel(3);  // a row with an outline level and nothing else
+    ws.OutlineSummaryRow(xlSummaryAbove);
+
+    xlWorksheet& w2 = book.Worksheets().Add();
+    w2.Name("Where Used");
+    const char* arrHead[] = {"Item ID", "Revision", "Parent ID", "Quantity"};
+    for (long c = 0; c < 4; ++c) {
+        w2.Cells(1, c + 1).Value(arrHead[c]);
+        w2.Cells(1, c + 1).Font().Bold(true);
+    }
+    for (long r = 2; r <= 40; ++r) {
+        w2.Cells(r, 1).Value("P-" + std::to_string(r));
+        w2.Cells(r, 2).Value("A");
+        w2.Cells(r, 3).Value("P-" + std::to_string(r / 2));
+        w2.Cells(r, 4).Value(static_cast<double>(r % 5));
+    }
+    w2.FreezePanes(2, 1);
+    w2.Range(w2.Cells(1, 1), w2.Cells(40, 4)).AutoFilter();
+
+    xlWorksheet& w3 = book.Worksheets().Add();
+    w3.Cells(1, 1).Value("x");
+    w3.FreezePanes(3, 2);
+}
+
+// What a saved FillWindowAndOutline workbook must show, in either file format.
+inline void ExpectWindowAndOutline(const jsonlite::Value& v) {
+    const jsonlite::Value& s1 = v["sheets"][0];
+    EXPECT_TRUE(s1["freeze_panes"].IsNull());
+    EXPECT_TRUE(s1["auto_filter"].IsNull());
+    EXPECT_FALSE(s1["summary_below"].Bool());
+    const long arrWant[] = {0, 1, 2, 3, 4, 5, 6, 7, 7, 1};
+    for (long i = 0; i < 10; ++i) {
+        const jsonlite::Value& o = s1["outline_levels"][std::to_string(i + 3)];
+        if (arrWant[i] == 0) {
+            EXPECT_TRUE(o.IsNull()) << i;
+        } else {
+            EXPECT_EQ(o.Num(), arrWant[i]) << i;
+        }
+    }
+    EXPECT_EQ(s1["outline_levels"]["15"].Num(), 2);
+    EXPECT_EQ(s1["outline_levels"].Size(), 10u);
+
+    const jsonlite::Value& s2 = v["sheets"][1];
+    EXPECT_EQ(s2["title"].Str(), "Where Used");
+    EXPECT_EQ(s2["freeze_panes"].Str(), "A2");
+    EXPECT_EQ(s2["auto_filter"].Str(), "A1:D40");
+    EXPECT_TRUE(s2["summary_below"].Bool());
+    EXPECT_EQ(s2["outline_levels"].Size(), 0u);
+    EXPECT_EQ(s2["cells"]["D7"]["value"].Num(), 2);
+
+    const jsonlite::Value& s3 = v["sheets"][2];
+    EXPECT_EQ(s3["freeze_panes"].Str(), "B3");
+    EXPECT_TRUE(s3["auto_filter"].IsNull());
 }
 
 }  // namespace saverfixtures

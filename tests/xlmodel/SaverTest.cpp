@@ -35,17 +35,6 @@ using saverfixtures::Scrambled;
 
 namespace {
 
-long ErrorOf(const std::function<void()>& fn) {
-    try {
-        fn();
-    } catch (const clsRunError& e) {
-        return e.Number;
-    }
-    return 0;
-}
-
-#define EXPECT_RUN_ERROR(stmt, num) EXPECT_EQ(ErrorOf([&] { stmt; }), (num))
-
 // The workbook as openpyxl reads it.
 Value Dump(const std::string& sFile) {
     const std::string sCmd = "/usr/bin/python3 '" + testutil::SourceDir() +
@@ -609,4 +598,30 @@ TEST(Saver, FitToPagesAndTheUsedRange) {
     // The sheet-wide formats still cover every column.
     ASSERT_EQ(s["cols"].Size(), 1u);
     EXPECT_EQ(s["cols"][0]["max"].Num(), 16384);
+}
+
+// Frozen panes, the AutoFilter, the rows' outline levels and where summary rows stand.
+TEST(Saver, WindowAndOutlineReadBack) {
+    testutil::TempDir d;
+    xl::xlApplication app;
+    xl::xlWorkbook& book = app.Workbooks().Add();
+    saverfixtures::FillWindowAndOutline(book);
+    const std::string sFile = d.File("views.xlsx");
+    book.SaveAs(sFile);
+    saverfixtures::ExpectWindowAndOutline(Dump(sFile));
+}
+
+// A workbook without them says nothing of them: no pane, no filter, no outline.
+TEST(Saver, WithoutWindowOrOutlineTheFileHasNone) {
+    testutil::TempDir d;
+    xl::xlApplication app;
+    xl::xlWorkbook& book = app.Workbooks().Add();
+    FillFittedRows(book.Worksheets()(1));
+    const std::string sFile = d.File("plain.xlsx");
+    book.SaveAs(sFile);
+    const Value s = Dump(sFile)["sheets"][0];
+    EXPECT_TRUE(s["freeze_panes"].IsNull());
+    EXPECT_TRUE(s["auto_filter"].IsNull());
+    EXPECT_EQ(s["outline_levels"].Size(), 0u);
+    EXPECT_TRUE(s["summary_below"].Bool());
 }

@@ -31,17 +31,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-long ErrorOf(const std::function<void()>& fn) {
-    try {
-        fn();
-    } catch (const clsRunError& e) {
-        return e.Number;
-    }
-    return 0;
-}
-
-#define EXPECT_RUN_ERROR(stmt, num) EXPECT_EQ(ErrorOf([&] { stmt; }), (num))
-
 // The workbook as xlrd reads it; the record checks of the reader must find nothing wrong.
 Value Dump(const std::string& sFile) {
     const std::string sCmd = "/usr/bin/python3 '" + testutil::SourceDir() +
@@ -381,7 +370,7 @@ TEST(XlsSaver, TheFormatsLimitsAreTheWorkbooksLimits) {
     const long arrH[] = {xlGeneral, xlLeft, xlCenter, xlRight, 5, -4130, 7, -4117};
     const long arrV[] = {xlTop, xlCenter, xlBottom, -4130, -4117};
     long lMade = 0;
-    const long lErr = ErrorOf([&] {
+    const long lErr = testutil::RunErrorOf([&] {
         for (long r = 1; r <= 5000; ++r) {
             xlRange x = ws.Cells(r, 2);
             x.Interior().ColorIndex(1 + r % 56);
@@ -617,4 +606,35 @@ TEST(XlsSaver, ASaveSweepsStaleTemporaryFilesOnly) {
     xl::xlWorkbook book;
     book.SaveAs(d.File("Export.xls"));
     EXPECT_EQ(Entries(d.Str()), (std::set<std::string>{".New.xls.~1-2-4.tmp", "Export.xls"}));
+}
+
+// Frozen panes (WINDOW2 and PANE), the AutoFilter (AUTOFILTERINFO and the hidden built-in name
+// _FilterDatabase), the rows' outline levels (ROW, GUTS) and summary rows above (WSBOOL), read
+// back as in the .xlsx; the reader's record checks find nothing wrong.
+TEST(XlsSaver, WindowAndOutlineReadBack) {
+    testutil::TempDir d;
+    xl::xlApplication app;
+    xl::xlWorkbook& book = app.Workbooks().Add();
+    saverfixtures::FillWindowAndOutline(book);
+    const std::string sFile = d.File("views.xls");
+    book.SaveAs(sFile);
+    const Value v = Dump(sFile);
+    saverfixtures::ExpectWindowAndOutline(v);
+    // The filter's name is built in and stays out of the defined names.
+    for (const Value& n : v["names"].arr)
+        EXPECT_NE(n["name"].Str(), "_FilterDatabase");
+}
+
+TEST(XlsSaver, WithoutWindowOrOutlineTheFileHasNone) {
+    testutil::TempDir d;
+    xl::xlApplication app;
+    xl::xlWorkbook& book = app.Workbooks().Add();
+    saverfixtures::FillFittedRows(book.Worksheets()(1));
+    const std::string sFile = d.File("plain.xls");
+    book.SaveAs(sFile);
+    const Value s = Dump(sFile)["sheets"][0];
+    EXPECT_TRUE(s["freeze_panes"].IsNull());
+    EXPECT_TRUE(s["auto_filter"].IsNull());
+    EXPECT_EQ(s["outline_levels"].Size(), 0u);
+    EXPECT_TRUE(s["summary_below"].Bool());
 }

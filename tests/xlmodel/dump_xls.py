@@ -94,6 +94,11 @@ def dump_sheet(book, ws):
         "fit_to_width": ws.facts.get("fit_pages", (None, None))[0],
         "fit_to_height": ws.facts.get("fit_pages", (None, None))[1],
         "scale": ws.facts.get("scale"),
+        "freeze_panes": ws.freeze_panes,
+        "auto_filter": ws.auto_filter.ref,
+        "outline_levels": {str(r + 1): info.outline_level
+                           for r, info in ws.xs.rowinfo_map.items() if info.outline_level},
+        "summary_below": ws.sheet_properties.outlinePr.summaryBelow,
     }, raw
 
 

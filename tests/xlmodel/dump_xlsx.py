@@ -5,7 +5,9 @@ Usage: dump_xlsx.py FILE
 
 For every sheet: the cells (value, type and format), merged ranges, row heights and row formats,
 column widths and formats, hyperlinks, print titles, print area, footer, orientation, the
-fit-to-page set-up, the dimension and the rows whose height is stored as set; every
+fit-to-page set-up, the dimension and the rows whose height is stored as set, the frozen panes
+(the top-left cell of the part that scrolls), the AutoFilter's range, the rows' outline levels and
+whether outline summary rows stand below their details; every
 cell record of the sheet's XML with its format ("raw": openpyxl keeps only the top-left cell of a
 merged area); for the workbook: the defined names with the sheet they are local to, and the
 number of distinct cell formats.
@@ -144,6 +146,7 @@ def dump_sheet(ws):
     xml = ws.parent._orv_archive.read(ws.parent._orv_sheet_paths[ws.title]).decode("utf-8")
     dimension = re.search(r'<dimension ref="([^"]+)"', xml)
     pr = ws.sheet_properties.pageSetUpPr
+    outline_pr = ws.sheet_properties.outlinePr or SimpleNamespace(summaryBelow=None)
     return {
         "title": ws.title,
         "cells": cells,
@@ -162,6 +165,11 @@ def dump_sheet(ws):
         "scale": ws.page_setup.scale,
         "custom_heights": sorted(int(m.group(1)) for m in re.finditer(
             r'<row r="([0-9]+)"[^>]*customHeight="1"', xml)),
+        "freeze_panes": ws.freeze_panes,
+        "auto_filter": ws.auto_filter.ref,
+        "outline_levels": {str(r): dim.outline_level for r, dim in ws.row_dimensions.items()
+                           if dim.outline_level},
+        "summary_below": outline_pr.summaryBelow is not False,
     }
 
 

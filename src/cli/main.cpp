@@ -50,6 +50,25 @@ void InstallStopHandlers() {
     sigaction(SIGTERM, &sa, nullptr);
 }
 
+// One line on standard error that is drawn over in place, and cleared before anything else is
+// written there.
+class TerminalLine {
+public:
+    void Draw(const char* sLine) {
+        std::cerr << "\r\033[K" << sLine << std::flush;
+        bShown_ = true;
+    }
+    void Clear() {
+        if (!bShown_) return;
+        std::cerr << "\r\033[K" << std::flush;
+        bShown_ = false;
+    }
+    bool Shown() const { return bShown_; }
+
+private:
+    bool bShown_ = false;
+};
+
 // The progress of a long export on standard error, when that is a terminal: one line,
 // rewritten in place at most five times a second, cleared before a log line and at the end.
 // An export that is over within a quarter of a second shows nothing.
@@ -61,7 +80,7 @@ public:
         if (!bOn_) return;
         const auto tNow = Clock::now();
         if (tNow - tStart_ < std::chrono::milliseconds(250)) return;
-        if (bShown_ && tNow - tLast_ < std::chrono::milliseconds(200)) return;
+        if (oLine_.Shown() && tNow - tLast_ < std::chrono::milliseconds(200)) return;
         tLast_ = tNow;
         char sLine[160];
         if (p.eStage == clsProgress::Stage::Parsing) {
@@ -72,20 +91,15 @@ public:
         } else {
             std::snprintf(sLine, sizeof sLine, "Writing the workbook: %ld rows", p.lDone);
         }
-        std::cerr << "\r\033[K" << sLine << std::flush;
-        bShown_ = true;
+        oLine_.Draw(sLine);
     }
 
-    void Clear() {
-        if (!bShown_) return;
-        std::cerr << "\r\033[K" << std::flush;
-        bShown_ = false;
-    }
+    void Clear() { oLine_.Clear(); }
 
 private:
     using Clock = std::chrono::steady_clock;
     bool bOn_;
-    bool bShown_ = false;
+    TerminalLine oLine_;
     Clock::time_point tStart_;
     Clock::time_point tLast_;
 };
@@ -310,15 +324,10 @@ private:
         char sLine[200];
         std::snprintf(sLine, sizeof sLine, "Batch: %zu of %zu done; exporting %.120s%s",
                       lExported_ + lFailed_, arrFiles_.size(), sName.c_str(), sMore.c_str());
-        std::cerr << "\r\033[K" << sLine << std::flush;
-        bShown_ = true;
+        oLine_.Draw(sLine);
     }
 
-    void ClearProgress() {
-        if (!bShown_) return;
-        std::cerr << "\r\033[K" << std::flush;
-        bShown_ = false;
-    }
+    void ClearProgress() { oLine_.Clear(); }
 
     const clsBatchSettings& oSettings_;
     const std::vector<std::string>& arrFiles_;
@@ -327,7 +336,7 @@ private:
     std::vector<std::string> arrRunning_;
     size_t lExported_ = 0;
     size_t lFailed_ = 0;
-    bool bShown_ = false;
+    TerminalLine oLine_;
     bool bNoted_ = false;
 };
 

@@ -110,6 +110,27 @@ class TestBatch(BatchCase):
         self.assertEqual(sorted(os.listdir(self.data_dir)),
                          sorted([os.path.basename(p) for p in files + workbooks]))
 
+    def test_terminal_shows_the_batch_progress_and_clears_it_before_each_result(self):
+        good, _, _ = self.make_files()
+        listing = os.path.join(self.tmp, "list.txt")
+        with open(listing, "w") as f:
+            f.write("\n".join(good) + "\n")
+        code, out = self.run_on_terminal("--batch", listing, "-j", "1", self.settings, SETUP,
+                                         ".xlsx")
+        self.assertEqual(code, 0, out)
+        self.assertRegex(out, r"Batch: \d of 8 done; exporting \S+\.xml")
+        # Every result line starts on a cleared line, never behind the progress text.
+        for path in good:
+            workbook = path[:-4] + ".xlsx"
+            self.assertIn(workbook, out)
+            before = out[:out.index(workbook)]
+            self.assertTrue(before.endswith("\r\x1b[K") or before.endswith("\n"),
+                            repr(before[-80:]))
+        self.assertTrue(out.rstrip().endswith("8 of 8 exported, 0 failed"), repr(out[-120:]))
+        summary = out[:out.rindex("8 of 8 exported")]
+        self.assertTrue(summary.endswith("\r\x1b[K") or summary.endswith("\n"),
+                        repr(summary[-80:]))
+
     def test_list_from_standard_input(self):
         good, broken, files = self.make_files()
         text = "\n".join(["", "  " + good[0] + "  ", "# " + good[1], good[2], ""])

@@ -199,10 +199,10 @@ class Bench:
     def flush():
         sys.stdout.flush()
 
-    def prepare(self, name, spec, suffix, dump_args, saved_ext):
+    def prepare(self, name, inputs, suffix, dump_args, saved_ext):
         """Generates the case's data; runs orv-model-dump once (dump, save, phases). Returns the
         data file, the setup file, the dump and the facts of the export."""
-        setup, gen_args = spec
+        setup, gen_args = inputs
         data = generate(self.out_dir, name, gen_args, self.settings)
         setup_file = os.path.join(self.out_dir, "setup", setup)
         dump = os.path.join(self.out_dir, name + suffix + ".dump")
@@ -269,8 +269,8 @@ class Bench:
         if not cases:
             return
         self.table_head("case (.xlsx)", "writer s")
-        for name, spec in cases:
-            data, setup, dump, r = self.prepare(name, spec, "", [], ".xlsx")
+        for name, inputs in cases:
+            data, setup, dump, r = self.prepare(name, inputs, "", [], ".xlsx")
             out = os.path.join(self.out_dir, name + ".baseline.xlsx")
             r.update(self.paired([self.cli, "--quiet", data, self.settings, setup, ".xlsx"],
                                  [self.baseline, dump, out], True))
@@ -282,8 +282,8 @@ class Bench:
         if not cases:
             return
         self.table_head("case (.xls)", "saver s")
-        for name, spec in cases:
-            data, setup, dump, r = self.prepare(name, spec, "-xls", ["--xls"], ".xls")
+        for name, inputs in cases:
+            data, setup, dump, r = self.prepare(name, inputs, "-xls", ["--xls"], ".xls")
             out = os.path.join(self.out_dir, name + ".baseline.xls")
             r.update(self.paired([self.cli, "--quiet", data, self.settings, setup, ".xls"],
                                  [self.baseline_xls, dump, out], True))
@@ -295,8 +295,8 @@ class Bench:
         if not cases:
             return
         self.table_head("case (views)", "plain s")
-        for name, spec in cases:
-            data, setup, _, r = self.prepare(name, spec, "-views", ["--views", ALL_VIEWS],
+        for name, inputs in cases:
+            data, setup, _, r = self.prepare(name, inputs, "-views", ["--views", ALL_VIEWS],
                                              ".xlsx")
             r.update(self.paired(
                 [self.cli, "--quiet", "--views", ALL_VIEWS, data, self.settings, setup, ".xlsx"],

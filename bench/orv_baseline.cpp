@@ -10,79 +10,23 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 #include <vector>
 
-namespace {
+#include "DumpReader.h"
 
-// One line of the dump, split at its tabs, texts unescaped in place.
-struct Op {
-    char cKind;
-    std::vector<char*> arrField;
-};
-
-void Unescape(char* s) {
-    char* w = s;
-    for (char* r = s; *r; ++r) {
-        if (*r == '\\' && r[1]) {
-            ++r;
-            *w++ = *r == 't' ? '\t' : *r == 'n' ? '\n' : *r == 'r' ? '\r' : *r;
-        } else {
-            *w++ = *r;
-        }
-    }
-    *w = '\0';
-}
-
-std::vector<Op> Parse(std::vector<char>& buf) {
-    std::vector<Op> arr;
-    char* p = buf.data();
-    char* end = p + buf.size() - 1;  // the buffer ends with a NUL
-    while (p < end) {
-        char* eol = static_cast<char*>(std::memchr(p, '\n', static_cast<size_t>(end - p)));
-        if (!eol) eol = end;
-        *eol = '\0';
-        Op op{p[0], {}};
-        char* f = p + 1;
-        while (*f == '\t') {
-            *f++ = '\0';
-            op.arrField.push_back(f);
-            char* t = std::strchr(f, '\t');
-            if (!t) break;
-            f = t;
-        }
-        for (char* s : op.arrField)
-            Unescape(s);
-        arr.push_back(std::move(op));
-        p = eol + 1;
-    }
-    return arr;
-}
-
-unsigned U(const char* s) {
-    return static_cast<unsigned>(std::strtoul(s, nullptr, 10));
-}
-double D(const char* s) {
-    return std::strtod(s, nullptr);
-}
-
-}  // namespace
+using dump::D;
+using dump::DumpOp;
+using dump::U;
 
 int main(int argc, char** argv) {
     if (argc != 3) {
         std::fprintf(stderr, "usage: orv-baseline DUMP XLSX_OUT\n");
         return 2;
     }
-    std::FILE* in = std::fopen(argv[1], "rb");
-    if (!in) return 1;
-    std::fseek(in, 0, SEEK_END);
-    const long n = std::ftell(in);
-    std::fseek(in, 0, SEEK_SET);
-    std::vector<char> buf(static_cast<size_t>(n) + 1, '\0');
-    if (std::fread(buf.data(), 1, static_cast<size_t>(n), in) != static_cast<size_t>(n)) return 1;
-    std::fclose(in);
-    const std::vector<Op> arrOps = Parse(buf);
+    std::vector<char> buf;
+    if (!dump::ReadDumpFile(argv[1], buf)) return 1;
+    const std::vector<DumpOp> arrOps = dump::ParseDump(buf);
 
     const auto t0 = std::chrono::steady_clock::now();
     // Temporary files beside the output, as the export keeps them.
@@ -100,7 +44,7 @@ int main(int argc, char** argv) {
         return i < 0 ? nullptr : arrFmt[static_cast<size_t>(i)];
     };
     int err = 0;
-    for (const Op& op : arrOps) {
+    for (const DumpOp& op : arrOps) {
         const auto& a = op.arrField;
         switch (op.cKind) {
             case 'F': {

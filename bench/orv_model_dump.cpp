@@ -2,14 +2,21 @@
 // workbook's dump (the calls that saving it makes to the file writer, one line each) instead of
 // saving it, and prints how long each step took on standard error.
 //
-//     orv-model-dump DATA_XML SETTINGS_XML SETUP_FILE DUMP_OUT [--save XLSX] [--views LIST]
+//     orv-model-dump DATA_XML SETTINGS_XML SETUP_FILE DUMP_OUT [--xls] [--save FILE]
+//                    [--views LIST]
 //     orv-model-dump DATA_XML SETTINGS_XML SETUP_FILE --parse-only
 //
-// With --save the workbook is also saved as the export saves it, and the save is timed; --views
-// gives the export's views as the tool's option of that name does. The rows and cells counted
-// are those of every sheet. With
-// --parse-only the data file is only loaded and walked, and "parse SECONDS OBJECTS" is printed
-// on standard output.
+// With --xls the workbook is built as an export to an .xls file builds it: it takes that
+// format's limits (65,536 rows and 256 columns a sheet, 4,000 cell formats), so a long sheet
+// continues on new ones where that format's sheet ends. With --save the workbook is also saved
+// as the export saves it (SaveAs: an .xls file for a name ending in ".xls", else an .xlsx), and
+// the save is timed; --views gives the export's views as the tool's option of that name does.
+// The rows and cells counted are those of every sheet. The last line on standard error reads
+//
+//     objects N rows N cells N sheets N | load S s, walk S s, build S s, dump S s, save S s
+//
+// With --parse-only the data file is only loaded and walked, and "parse SECONDS OBJECTS" is
+// printed on standard output.
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -21,6 +28,7 @@
 
 #include "driver/clsExportExcel.h"
 #include "parse/clsXMLPars.h"
+#include "support/clsRunError.h"
 #include "support/modResources.h"
 #include "workbook/clsBldExcel.h"
 #include "xl/xlModelData.h"
@@ -49,21 +57,23 @@ std::string ReadFile(const std::string& sPath) {
 
 int main(int argc, char** argv) {
     std::string sSave, sViews;
+    bool bXls = false;
     bool bUsage = argc < 5;
-    for (int i = 5; i < argc && !bUsage; i += 2) {
-        if (i + 1 >= argc) {
-            bUsage = true;
-        } else if (std::strcmp(argv[i], "--save") == 0) {
-            sSave = argv[i + 1];
-        } else if (std::strcmp(argv[i], "--views") == 0) {
-            sViews = argv[i + 1];
+    for (int i = 5; i < argc && !bUsage; ++i) {
+        const bool bValue = i + 1 < argc;
+        if (std::strcmp(argv[i], "--xls") == 0) {
+            bXls = true;
+        } else if (std::strcmp(argv[i], "--save") == 0 && bValue) {
+            sSave = argv[++i];
+        } else if (std::strcmp(argv[i], "--views") == 0 && bValue) {
+            sViews = argv[++i];
         } else {
             bUsage = true;
         }
     }
     if (bUsage) {
         std::cerr << "usage: orv-model-dump DATA_XML SETTINGS_XML SETUP_FILE "
-                     "(DUMP_OUT [--save XLSX] [--views LIST] | --parse-only)\n";
+                     "(DUMP_OUT [--xls] [--save FILE] [--views LIST] | --parse-only)\n";
         return 2;
     }
     const bool bParseOnly = std::strcmp(argv[4], "--parse-only") == 0;
@@ -105,8 +115,9 @@ int main(int argc, char** argv) {
         return 0;
     }
 
-    // The builder writes the empty workbook once when it starts; that file is thrown away.
-    const std::string sScratch = sDump + ".start.xlsx";
+    // The builder writes the empty workbook once when it starts; that file is thrown away. Its
+    // name gives the workbook its file format.
+    const std::string sScratch = sDump + (bXls ? ".start.xls" : ".start.xlsx");
     auto t1 = Clock::now();
     clsBldExcel oBuilder(ctx);
     if (!oBuilder.InitExl(sScratch) || !oBuilder.FillExlFile()) return 1;
@@ -135,7 +146,11 @@ int main(int argc, char** argv) {
     double dSave = 0;
     if (!sSave.empty()) {
         auto t3 = Clock::now();
-        xl::SaveWorkbookFile(oBook, sSave);
+        const bool bSaved = TrapRun(ctx, "orvModelDump", "SaveWorkbook", false, [&] {
+            oBook.SaveAs(sSave);
+            return true;
+        });
+        if (!bSaved) return 1;
         dSave = Since(t3);
     }
     std::fprintf(stderr,

@@ -149,12 +149,6 @@ std::string ContinuationName(const std::string& sBase, long n) {
     return s + sSuffix;
 }
 
-// A cell of one sheet written on another: its text goes to the other sheet's texts.
-Cell CellFor(const xlWorksheet::Impl& from, xlWorksheet::Impl& to, Cell c) {
-    if (detail::HoldsText(c)) c.lPayload = to.oText.Add(from.oText.Get(c.lPayload));
-    return c;
-}
-
 }  // namespace
 
 void xlWorksheet::ContinuePastLastRow() {
@@ -240,26 +234,22 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
                 RowRec& o = t.EnsureRow(i + 1);
                 o.lStyle = p->lStyle;
                 o.nHeightTwips = p->nHeightTwips;
-                for (const Cell& c : p->arrCells)
-                    o.arrCells.push_back(CellFor(d, t, c));
+                o.arrCells = p->arrCells;  // the sheets of a workbook share their texts
             }
             for (const auto& a : d.arrMerged) {
                 if (a[0] == r && a[2] == r) t.AddMerged({i + 1, a[1], i + 1, a[3]});
             }
         }
-        // The part's rows, moved.
+        // The part's rows, moved: their cells as they are, texts included.
+        t.arrRows.reserve(static_cast<size_t>(lTitles + (part.lLast - part.lFirst) + 1));
         for (long r = part.lFirst; r <= part.lLast; ++r) {
             RowRec& from = d.arrRows[static_cast<size_t>(r - 1)];
             RowRec& o = t.EnsureRow(lTitles + (r - part.lFirst) + 1);
             o.lStyle = from.lStyle;
             o.nHeightTwips = from.nHeightTwips;
             o.nOutline = from.nOutline;
-            o.arrCells.reserve(from.arrCells.size());
-            for (const Cell& c : from.arrCells) {
-                o.arrCells.push_back(CellFor(d, t, c));
-                if (detail::HoldsText(c)) d.oText.Release(c.lPayload);
-            }
-            RowRec().arrCells.swap(from.arrCells);
+            o.arrCells = std::move(from.arrCells);
+            from.arrCells = {};
         }
         arrNew.push_back(&ws);
         pAfter = &ws;

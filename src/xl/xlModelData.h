@@ -1,7 +1,7 @@
 // The storage behind the spreadsheet object model, shared by the model and the .xlsx saver.
 //
 // Cells are kept per row, in vectors sorted by column, 16 bytes each; texts live in an arena of
-// the sheet. Formats are interned in a table of the workbook and referred to by small ids; the
+// the workbook, each distinct text once. Formats are interned in a table of the workbook and referred to by small ids; the
 // result of applying a change to a format is remembered, so formatting a million cells costs a
 // million table look-ups, not a million format copies.
 //
@@ -71,7 +71,11 @@ constexpr uint16_t kNoHeight = std::numeric_limits<uint16_t>::max();
 constexpr double kDefaultRowHeight = 15.0;
 constexpr double kDefaultColumnWidth = 8.43;
 
-// The texts of one sheet: each one is stored once, behind its length, in 1 MiB chunks.
+// The texts of a workbook's cells: each distinct text is stored once, behind its length, in
+// 1 MiB chunks, and every cell that shows it refers to that one copy (an export repeats its
+// labels in every block). The sheets of a workbook share them, so a row moved to another sheet
+// takes its texts along. Texts are never removed: a cell given another value refers to another
+// text.
 class TextArena {
 public:
     uint64_t Add(std::string_view s);
@@ -85,16 +89,22 @@ public:
     const char* CStr(uint64_t lRef) const {
         return arrChunks_[lRef >> kShift].get() + (lRef & kMask) + sizeof(uint32_t);
     }
-    void Release(uint64_t lRef) { lWasted_ += Get(lRef).size() + sizeof(uint32_t); }
-    size_t Wasted() const { return lWasted_; }
+    // How many distinct texts are stored.
+    size_t Count() const { return lCount_; }
 
 private:
     static constexpr unsigned kShift = 20;
     static constexpr uint64_t kChunk = uint64_t{1} << kShift;
     static constexpr uint64_t kMask = kChunk - 1;
+    uint64_t Store(std::string_view s);
+    void Grow();
     std::vector<std::unique_ptr<char[]>> arrChunks_;
     uint64_t lUsed_ = kChunk;  // bytes used in the last chunk
-    size_t lWasted_ = 0;
+    // The distinct texts: an open-addressed table of their references plus one (0: free) and
+    // their hashes, kept at most half full.
+    std::vector<uint64_t> arrSlotRefs_;
+    std::vector<uint32_t> arrSlotHashes_;
+    size_t lCount_ = 0;
 };
 
 // A formula cell holds its formula and the value it shows as one text of the arena: the
@@ -180,9 +190,11 @@ std::string QuoteSheetName(const std::string& sName);
 }  // namespace detail
 
 struct xlWorksheet::Impl {
-    explicit Impl(std::shared_ptr<xlStyleTable> p);
+    Impl(std::shared_ptr<xlStyleTable> p, std::shared_ptr<detail::TextArena> pT);
 
     std::shared_ptr<xlStyleTable> pStyles;
+    std::shared_ptr<detail::TextArena> pTexts;
+    detail::TextArena& oText;          // *pTexts
     std::vector<detail::Row> arrRows;  // index: row - 1
     uint32_t lSheetStyle = 0;
     std::vector<uint32_t> arrColStyle;  // index: column; kUnformatted unless formatted
@@ -191,7 +203,6 @@ struct xlWorksheet::Impl {
     double dDefaultRowHeight = detail::kDefaultRowHeight;
     long lMaxRows = modConst::xlMaxRows;  // the sheet's size, which the file format sets
     long lMaxCols = modConst::xlMaxColumns;
-    detail::TextArena oText;
 
     // A sheet filled past its last row (see xlWorksheet::ContinuePastLastRow), and the first
     // rows of its blocks, in the order marked.

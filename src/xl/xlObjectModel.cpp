@@ -541,7 +541,25 @@ uint64_t TextArena::Add(std::string_view s) {
     // Every text a cell holds is stored here, as the file can hold it (see xlText.h).
     std::string sStorable;
     if (!IsWorkbookText(s)) s = sStorable = WorkbookText(s);
-    // The length, the bytes and a terminating NUL, so the saver hands the text on uncopied.
+    if ((lCount_ + 1) * 2 > arrSlotRefs_.size()) Grow();
+    const uint64_t lHash = std::hash<std::string_view>()(s);
+    const uint32_t nHash = static_cast<uint32_t>(lHash);
+    const size_t lMask = arrSlotRefs_.size() - 1;
+    for (size_t i = static_cast<size_t>(lHash) & lMask;; i = (i + 1) & lMask) {
+        const uint64_t lSlot = arrSlotRefs_[i];
+        if (lSlot == 0) {
+            const uint64_t lRef = Store(s);
+            arrSlotRefs_[i] = lRef + 1;
+            arrSlotHashes_[i] = nHash;
+            ++lCount_;
+            return lRef;
+        }
+        if (arrSlotHashes_[i] == nHash && Get(lSlot - 1) == s) return lSlot - 1;
+    }
+}
+
+// The length, the bytes and a terminating NUL, so the saver hands the text on uncopied.
+uint64_t TextArena::Store(std::string_view s) {
     const uint64_t lNeed = s.size() + sizeof(uint32_t) + 1;
     if (lNeed > kChunk) RaiseError(errOutOfMemory);
     if (lUsed_ + lNeed > kChunk) {
@@ -554,8 +572,26 @@ uint64_t TextArena::Add(std::string_view s) {
     if (n) std::memcpy(p + sizeof n, s.data(), n);
     p[sizeof n + n] = '\0';
     const uint64_t lRef = (static_cast<uint64_t>(arrChunks_.size() - 1) << kShift) | lUsed_;
-    lUsed_ += (lNeed + 7) & ~uint64_t{7};
+    lUsed_ += (lNeed + 3) & ~uint64_t{3};
     return lRef;
+}
+
+void TextArena::Grow() {
+    const size_t lSize = std::max<size_t>(1024, arrSlotRefs_.size() * 2);
+    std::vector<uint64_t> arrRefs(lSize, 0);
+    std::vector<uint32_t> arrHashes(lSize, 0);
+    const size_t lMask = lSize - 1;
+    for (uint64_t lSlot : arrSlotRefs_) {
+        if (lSlot == 0) continue;
+        const uint64_t lHash = std::hash<std::string_view>()(Get(lSlot - 1));
+        size_t i = static_cast<size_t>(lHash) & lMask;
+        while (arrRefs[i] != 0)
+            i = (i + 1) & lMask;
+        arrRefs[i] = lSlot;
+        arrHashes[i] = static_cast<uint32_t>(lHash);
+    }
+    arrSlotRefs_.swap(arrRefs);
+    arrSlotHashes_.swap(arrHashes);
 }
 
 }  // namespace detail
@@ -709,8 +745,10 @@ void InsertSorted(RowRec& oRow, std::vector<Cell>& arrNew) {
 
 }  // namespace
 
-xlWorksheet::Impl::Impl(std::shared_ptr<xlStyleTable> p)
+xlWorksheet::Impl::Impl(std::shared_ptr<xlStyleTable> p, std::shared_ptr<detail::TextArena> pT)
     : pStyles(std::move(p)),
+      pTexts(std::move(pT)),
+      oText(*pTexts),
       arrColStyle(static_cast<size_t>(xlMaxColumns) + 1, kUnformatted),
       arrColWidth(static_cast<size_t>(xlMaxColumns) + 1, -1.0f) {}
 
@@ -758,7 +796,6 @@ uint32_t xlWorksheet::Impl::EffectiveStyleId(long lRow, long lCol) const {
 }
 
 void xlWorksheet::Impl::SetValue(Cell& c, const xlVariant& v) {
-    if (detail::HoldsText(c)) oText.Release(c.lPayload);
     if (const auto* ps = std::get_if<std::string>(&v)) {
         c.eType = kText;
         c.lPayload = oText.Add(*ps);
@@ -941,12 +978,12 @@ void xlRange::Formula(const std::string& sFormula) {
     CheckValue(sText);
     xlWorksheet::Impl& d = pSheet_->Data();
     CheckCellCount(CellCount(lRow1_, lCol1_, lRow2_, lCol2_));
-    const std::string sStored = detail::FormulaText(WorkbookText(sFormula), WorkbookText(sText));
+    const uint64_t lRef =
+        d.oText.Add(detail::FormulaText(WorkbookText(sFormula), WorkbookText(sText)));
     for (long r = lRow1_; r <= lRow2_; ++r) {
         ForSpan(d, d.EnsureRow(r), lCol1_, lCol2_, [&](Cell& c) {
-            if (detail::HoldsText(c)) d.oText.Release(c.lPayload);
             c.eType = detail::kFormula;
-            c.lPayload = d.oText.Add(sStored);
+            c.lPayload = lRef;
         });
     }
 }
@@ -971,7 +1008,6 @@ void xlRange::Value(const xlVariant& v) {
         const uint64_t lRef = d.oText.Add(*ps);
         for (long r = lRow1_; r <= lRow2_; ++r) {
             ForSpan(d, d.EnsureRow(r), lCol1_, lCol2_, [&](Cell& c) {
-                if (detail::HoldsText(c)) d.oText.Release(c.lPayload);
                 c.eType = kText;
                 c.lPayload = lRef;
             });
@@ -1172,7 +1208,7 @@ void xlRange::Copy(const xlRange& oDestination) const {
     };
 
     // Snapshot of the source: its records and, for a bounded area, what every other cell
-    // shows. Texts stay in the source arena, which only grows.
+    // shows. Texts stay in the source's arena, which only grows.
     struct Item {
         long r, c;
         uint8_t eType;
@@ -1265,9 +1301,6 @@ void xlRange::Copy(const xlRange& oDestination) const {
                                    [](const Cell& c, long n) { return c.nCol < n; });
         auto hi =
             std::lower_bound(lo, v.end(), C2 + 1, [](const Cell& c, long n) { return c.nCol < n; });
-        for (auto x = lo; x != hi; ++x) {
-            if (detail::HoldsText(*x)) t.oText.Release(x->lPayload);
-        }
         v.erase(lo, hi);
     }
     for (const RowFormat& f : arrRowFormats) {
@@ -1302,7 +1335,7 @@ void xlRange::Copy(const xlRange& oDestination) const {
         Cell x = NewCell(c, lStyle);
         x.eType = it.eType;
         x.lPayload = it.lPayload;
-        if (it.eType == kText || it.eType == detail::kFormula) {
+        if ((it.eType == kText || it.eType == detail::kFormula) && s.pTexts != t.pTexts) {
             x.lPayload = t.oText.Add(s.oText.Get(it.lPayload));
         }
         arrNew.push_back(x);
@@ -1542,7 +1575,9 @@ xlWorksheet::xlWorksheet(xlWorkbook* pBook, std::string sName)
       oPageSetup_(this),
       oNames_(this),
       oHyperlinks_(this),
-      pImpl_(std::make_unique<Impl>(pBook ? pBook->Styles() : std::make_shared<xlStyleTable>())) {
+      pImpl_(
+          std::make_unique<Impl>(pBook ? pBook->Styles() : std::make_shared<xlStyleTable>(),
+                                 pBook ? pBook->Texts() : std::make_shared<detail::TextArena>())) {
     if (pBook && pBook->FileFormat() == xlExcel8) {
         pImpl_->lMaxRows = xlMaxRowsXls;
         pImpl_->lMaxCols = xlMaxColumnsXls;
@@ -1765,7 +1800,10 @@ xlWorksheet& xlWorksheets::Add() {
     return *arr_.back();
 }
 
-xlWorkbook::xlWorkbook() : pStyles_(std::make_shared<xlStyleTable>()), oSheets_(this) {
+xlWorkbook::xlWorkbook()
+    : pStyles_(std::make_shared<xlStyleTable>()),
+      pTexts_(std::make_shared<detail::TextArena>()),
+      oSheets_(this) {
     oSheets_.Add();
 }
 

@@ -58,6 +58,9 @@ class xlFont;
 class xlInterior;
 class xlBorder;
 struct xlStyleTable;
+namespace detail {
+class TextArena;
+}
 
 // One change to the format of cells: which property and its new value. Ranges apply changes;
 // the model remembers the result of each change to each distinct format.
@@ -420,12 +423,16 @@ public:
 
     // The formats of all cells of the workbook's sheets, each distinct one held once.
     const std::shared_ptr<xlStyleTable>& Styles() const { return pStyles_; }
+    // The texts of all cells of the workbook's sheets: a row that goes to another sheet keeps
+    // its texts where they are.
+    const std::shared_ptr<detail::TextArena>& Texts() const { return pTexts_; }
 
     // Receives (rows written, rows of all sheets) while a save runs, every thousand rows.
     std::function<void(long, long)> OnSaveProgress;
 
 private:
     std::shared_ptr<xlStyleTable> pStyles_;
+    std::shared_ptr<detail::TextArena> pTexts_;
     xlWorksheets oSheets_;
     std::string sFullName_;
     bool bClosed_ = false;

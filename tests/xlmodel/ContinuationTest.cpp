@@ -7,6 +7,7 @@
 
 #include "TestUtil.h"
 #include "support/modConst.h"
+#include "xl/xlModelData.h"
 #include "xl/xlObjectModel.h"
 
 using namespace modConst;
@@ -97,6 +98,20 @@ TEST_F(Continuation, BlocksPastTheLastRowOfAnXlsSheetGoWholeToNewSheetsWithTheTi
     EXPECT_EQ(arrNew[0]->UsedLastRow(), 2 + (30000 - 21844) * 3);
     ExpectBlocksWhole(AllSheets(), 30000, 3);
     book.SaveAs(dir.File("x.xls"));
+}
+
+TEST_F(Continuation, RowsMoveToTheNewSheetsWithTheirTextsStoredNoSecondTime) {
+    book.SaveAs(dir.File("x.xls"));
+    FillBlocks(30000, 3);
+    const size_t lTexts = book.Texts()->Count();
+    const std::vector<xlWorksheet*> arrNew = ws.ContinueOnNewSheets({1, 2}, 0);
+    ASSERT_EQ(arrNew.size(), 1u);
+    EXPECT_EQ(book.Texts()->Count(), lTexts);
+    EXPECT_EQ(arrNew[0]->Cells(3 + 3 * 100, 1).Text(), "B21945");
+    EXPECT_EQ(arrNew[0]->Cells(4 + 3 * 100, 1).Text(), "B21945.2");
+    // The moved rows are gone from the first sheet.
+    EXPECT_EQ(ws.Cells(65536, 1).Text(), "");
+    EXPECT_FALSE(ws.GetCell(65536, 1).has_value());
 }
 
 TEST_F(Continuation, ABlockLongerThanASheetIsCutWhereTheSheetEnds) {

@@ -9,6 +9,7 @@
 #include "TestUtil.h"
 #include "support/clsRunError.h"
 #include "support/modConst.h"
+#include "xl/xlModelData.h"
 #include "xl/xlObjectModel.h"
 
 using namespace modConst;
@@ -105,6 +106,52 @@ TEST_F(Model, ValueOnARangeFillsEveryCell) {
     EXPECT_EQ(TextAt(3, 3), "");
     ws.Rows(4).Value(1.0);
     EXPECT_EQ(TextAt(4, 16384), "1");
+}
+
+TEST_F(Model, EqualTextsAreStoredOnceForTheWholeWorkbook) {
+    xlWorksheet& ws2 = book.Worksheets().Add(ws);
+    for (long r = 1; r <= 5000; ++r) {
+        ws.Cells(r, 1).Value("Quantity");
+        ws2.Cells(r, 2).Value(std::string("Quantity"));
+    }
+    ws.Range("C1:D100").Value("Quantity");
+    ws.Cells(1, 5).Value("Other");
+    EXPECT_EQ(book.Texts()->Count(), 2u);
+    EXPECT_EQ(TextAt(5000, 1), "Quantity");
+    EXPECT_EQ(ws2.Cells(77, 2).Text(), "Quantity");
+    // A text is kept in the form a file can hold, once, whatever form it was given in.
+    ws.Cells(2, 5).Value(std::string("a\x01b"));
+    ws.Cells(3, 5).Value(std::string("a\x01b"));
+    EXPECT_EQ(book.Texts()->Count(), 3u);
+    EXPECT_EQ(TextAt(2, 5), TextAt(3, 5));
+}
+
+TEST_F(Model, ACellGivenAnotherTextLeavesTheOthersThatShowedTheSameText) {
+    ws.Cells(1, 1).Value("same");
+    ws.Cells(2, 1).Value("same");
+    ws.Cells(1, 1).Value("changed");
+    ws.Cells(2, 2).Formula("=HYPERLINK(\"#A1\",\"same\")");
+    ws.Cells(3, 2).Formula("=HYPERLINK(\"#A1\",\"same\")");
+    ws.Cells(2, 2).Value(xl::xlVariant{});
+    EXPECT_EQ(TextAt(1, 1), "changed");
+    EXPECT_EQ(TextAt(2, 1), "same");
+    EXPECT_EQ(TextAt(2, 2), "");
+    EXPECT_EQ(TextAt(3, 2), "same");
+    EXPECT_EQ(ws.GetCell(3, 2)->sFormula, "=HYPERLINK(\"#A1\",\"same\")");
+}
+
+TEST_F(Model, ManyDistinctTextsEachReadBackAsWritten) {
+    for (long r = 1; r <= 60000; ++r)
+        ws.Cells(r, 1).Value("T" + std::to_string(r));
+    for (long r = 1; r <= 60000; ++r)
+        ws.Cells(r, 2).Value("T" + std::to_string(60001 - r));
+    EXPECT_EQ(book.Texts()->Count(), 60000u);
+    for (long r = 1; r <= 60000; r += 997) {
+        ASSERT_EQ(TextAt(r, 1), "T" + std::to_string(r));
+        ASSERT_EQ(TextAt(r, 2), "T" + std::to_string(60001 - r));
+    }
+    ws.Cells(1, 3).Value(std::string(32767, 'x'));
+    EXPECT_EQ(TextAt(1, 3).size(), 32767u);
 }
 
 TEST_F(Model, CellTextIsLimitedTo32767Characters) {

@@ -1,9 +1,9 @@
 // The storage behind the spreadsheet object model, shared by the model and the .xlsx saver.
 //
 // Cells are kept per row, in vectors sorted by column, 16 bytes each; texts live in an arena of
-// the workbook, each distinct text once. Formats are interned in a table of the workbook and referred to by small ids; the
-// result of applying a change to a format is remembered, so formatting a million cells costs a
-// million table look-ups, not a million format copies.
+// the workbook, each distinct text once. Formats are interned in a table of the workbook and
+// referred to by small ids; the result of applying a change to a format is remembered, so
+// formatting a million cells costs a million table look-ups, not a million format copies.
 //
 // What a cell shows when it has no record of its own: the format of its row when the row was
 // formatted as a whole, else that of its column, else the sheet's. Every whole-row, whole-column

@@ -130,8 +130,12 @@ int main(int argc, char** argv) {
     for (long i = 1; i <= lSheets; ++i) {
         const auto& d = oBook.Worksheets()(i).Data();
         lRows += static_cast<long>(d.arrRows.size());
-        for (const auto& r : d.arrRows)
-            lCells += static_cast<long>(r.arrCells.size());
+        // Rows of finished blocks may have gone to the spool during the build.
+        for (size_t r = 0; r < d.arrRows.size(); ++r) {
+            if (!d.Spooled(static_cast<long>(r) + 1))
+                lCells += static_cast<long>(d.arrRows[r].arrCells.size());
+        }
+        if (d.pSpool) lCells += d.pSpool->lCells;
     }
 
     auto t2 = Clock::now();

@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
+#include <cstdlib>
 #include <string_view>
 #include <system_error>
 #include <thread>
@@ -40,6 +42,20 @@ void RaiseWriteFailure(int nErrno) {
 
 void RaiseWriteFailure(const std::string& sReason) {
     throw clsWriteError("", sReason);
+}
+
+std::FILE* UnlinkedScratchFile(const fs::path& dir, const std::string& sPrefix) {
+    std::string s = (dir / (sPrefix + "XXXXXX")).string();
+    const int fd = ::mkstemp(s.data());
+    if (fd < 0) return nullptr;
+    ::unlink(s.c_str());
+    std::FILE* p = ::fdopen(fd, "w+b");
+    if (!p) {
+        const int nErrno = errno;
+        ::close(fd);
+        errno = nErrno;
+    }
+    return p;
 }
 
 fs::path TempNameBeside(const fs::path& target) {

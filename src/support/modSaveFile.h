@@ -6,6 +6,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdio>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -47,6 +48,11 @@ bool IsTempFileName(const std::string& sFileName);
 long SweepStaleTempFiles(
     const std::filesystem::path& dir,
     std::filesystem::file_time_type tNow = std::filesystem::file_time_type::clock::now());
+
+// A scratch file in dir that no one else sees: created with a name starting with sPrefix,
+// removed from the folder at once, so it disappears with its handle whatever happens. Null when
+// the folder takes no file (errno says why).
+std::FILE* UnlinkedScratchFile(const std::filesystem::path& dir, const std::string& sPrefix);
 
 // Writes the file sPath: checks its folder, sweeps that folder's stale temporary files, has
 // fnWrite(sTempFile, sFolder) write the whole file under a temporary name in that folder (the

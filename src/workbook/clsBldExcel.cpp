@@ -97,8 +97,10 @@ bool clsBldExcel::FillExlFile() {
         if (oViews.bOutline) FillOutline(nCount);
 
         // The property panel may run past the sheet's last row: it then continues on new
-        // sheets, block by block.
+        // sheets, block by block. Blocks whose filling is over may go to the file's writer
+        // ahead of the save; each main-panel row still gets its link.
         oSheet.ContinuePastLastRow();
+        oSheet.StreamFinishedBlocks(nCount);
 
         // One empty row separates the main panel from the property panel.
         long nRow = CheckedAdd(CheckedAdd(nCount, 6), 1);

@@ -163,6 +163,7 @@ void xlWorksheet::KeepRowsTogetherFrom(long lRow) {
     if (lRow < 1 || lRow > pImpl_->RowLimit()) Fail();
     if (pImpl_->arrBlockStarts.empty() || pImpl_->arrBlockStarts.back() != lRow) {
         pImpl_->arrBlockStarts.push_back(lRow);
+        pImpl_->SpoolFinishedBlocks();
     }
 }
 
@@ -191,7 +192,10 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
         oRunning.arrNames[i] += oRunning.arrNames[i - 1];
     }
     const Plan plan = PlanParts(d, oRunning, arrTitleRows, lLinksToCome);
+    // The spooled rows stay where they are: they went only where the sheet keeps them.
+    if (d.pSpool && d.pSpool->lLast > plan.lKeep) Fail();
     d.bContinues = false;
+    d.bStream = false;
     d.arrBlockStarts.clear();
     std::vector<xlWorksheet*> arrNew;
     if (plan.arrParts.empty()) return arrNew;

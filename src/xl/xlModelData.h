@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <limits>
 #include <memory>
 #include <string>
@@ -100,10 +101,13 @@ private:
     void Grow();
     std::vector<std::unique_ptr<char[]>> arrChunks_;
     uint64_t lUsed_ = kChunk;  // bytes used in the last chunk
-    // The distinct texts: an open-addressed table of their references plus one (0: free) and
-    // their hashes, kept at most half full.
-    std::vector<uint64_t> arrSlotRefs_;
-    std::vector<uint32_t> arrSlotHashes_;
+    // The distinct texts: an open-addressed table, kept at most half full, whose slots hold a
+    // text's reference plus one (0: free) in their low 44 bits and the top 20 bits of its hash
+    // above, so that a look-up reads one slot and compares texts only when those agree.
+    static constexpr uint64_t kRefMask = (uint64_t{1} << 44) - 1;
+    static constexpr uint64_t kTagMask = ~kRefMask;
+    static constexpr size_t kMaxChunks = size_t{1} << (44 - kShift);
+    std::vector<uint64_t> arrSlots_;
     size_t lCount_ = 0;
 };
 
@@ -164,6 +168,42 @@ struct Row {
     uint8_t nOutline = 0;               // outline level as the files hold it: 0 (none) to 7
 };
 
+// Rows of a sheet handed over before the save (see xlWorksheet::StreamFinishedBlocks): written in
+// order to an unlinked temporary file, and read back in order by the saver. What a row holds is
+// written as the model holds it (cell records with their text references); the whole-sheet format
+// changes made after the first row went are kept beside, to be applied as the rows come back.
+class RowSpool {
+public:
+    explicit RowSpool(std::FILE* pFile) : pFile_(pFile) {}
+    ~RowSpool();
+    RowSpool(const RowSpool&) = delete;
+    RowSpool& operator=(const RowSpool&) = delete;
+
+    // Appends row lRow; false when the file refused it. What was appended is on the disk only
+    // once Flush said so.
+    bool Write(long lRow, const Row& o);
+    bool Flush();
+    // From the first row again; then each row in order, false after the last.
+    bool Rewind();
+    bool Read(long& lRow, Row& o);
+    long Bytes() const { return lEnd_; }
+
+    long lFirst = 0;  // the rows spooled, lFirst to lLast (0: none yet)
+    long lLast = 0;
+    long lConfirmed = 0;                    // rows up to here are on the disk and left memory
+    std::vector<uint32_t> arrLaterChanges;  // whole-sheet changes since, in order
+    // What UsedLastRow and UsedLastColumn see of the spooled rows, as they were spooled.
+    long lLastShownRow = 0;
+    long lLastShownCol = 0;
+    long lCells = 0;  // cell records spooled
+    bool Holds(long lRow) const { return lFirst != 0 && lRow >= lFirst && lRow <= lLast; }
+
+private:
+    std::FILE* pFile_;
+    long lEnd_ = 0;  // bytes written whole
+    bool bRead_ = false;
+};
+
 inline uint64_t CellKey(long lRow, long lCol) {
     return (static_cast<uint64_t>(lRow) << 16) | static_cast<uint64_t>(lCol);
 }
@@ -211,6 +251,29 @@ struct xlWorksheet::Impl {
     // The last row that may be written: the sheet's, or far past it while it continues.
     long RowLimit() const { return bContinues ? xlWorksheet::kMaxContinuedRows : lMaxRows; }
 
+    // Rows handed to the saver ahead of the save, and what it takes to hand more: the links
+    // still to come to this sheet (its continuation keeps room for them).
+    std::unique_ptr<detail::RowSpool> pSpool;
+    bool bStream = false;
+    long lStreamLinksToCome = 0;
+    long lSpoolFlushedBytes = 0;
+    static constexpr long kSpoolFlushBytes = 4L << 20;
+    std::filesystem::path oSpoolFolder;
+    bool Spooled(long lRow) const { return pSpool && pSpool->Holds(lRow); }
+    // Rows that went to the spool and left memory.
+    bool Released(long lRow) const {
+        return pSpool && pSpool->lConfirmed != 0 && lRow >= pSpool->lFirst &&
+               lRow <= pSpool->lConfirmed;
+    }
+    // Raises 1004 when any of the rows r1 to r2 went to the spool: nothing changes or reads them.
+    void CheckNotSpooled(long r1, long r2) const;
+    // Hands the finished blocks to the spool, where the sheet keeps them for sure.
+    void SpoolFinishedBlocks();
+    // Makes sure every spooled row is on the disk (before a save reads them back); should the
+    // disk refuse, every row comes back into memory and the spool goes.
+    void FlushSpool();
+    void UnspoolAll();
+
     // The window and the outline: rows and columns frozen at the top and left, the AutoFilter
     // (row1, col1, row2, col2; row1 0 when there is none), where outline summary rows stand.
     long lFrozenRows = 0;
@@ -229,6 +292,7 @@ struct xlWorksheet::Impl {
     // Cells.
     detail::Row& EnsureRow(long lRow);
     const detail::Row* FindRow(long lRow) const {
+        if (Spooled(lRow)) CheckNotSpooled(lRow, lRow);
         return lRow >= 1 && static_cast<size_t>(lRow) <= arrRows.size() ? &arrRows[lRow - 1]
                                                                         : nullptr;
     }
@@ -258,6 +322,11 @@ struct xlWorksheet::Impl {
     void RemoveMerged(uint32_t lIndex);
     std::vector<uint32_t> MergedIntersecting(long r1, long c1, long r2, long c2) const;
 };
+
+namespace detail {
+// The last column of a row holding a cell that shows something, 0 when none does.
+long LastShownColumn(const xlWorksheet::Impl& d, const Row& o);
+}  // namespace detail
 
 // Writes, one line each, the calls that saving the workbook makes to the file writer, in the
 // same order: formats (numbered by first use), rows, merged areas, cells, columns, page set-up

@@ -541,27 +541,28 @@ uint64_t TextArena::Add(std::string_view s) {
     // Every text a cell holds is stored here, as the file can hold it (see xlText.h).
     std::string sStorable;
     if (!IsWorkbookText(s)) s = sStorable = WorkbookText(s);
-    if ((lCount_ + 1) * 2 > arrSlotRefs_.size()) Grow();
+    if ((lCount_ + 1) * 2 > arrSlots_.size()) Grow();
     const uint64_t lHash = std::hash<std::string_view>()(s);
-    const uint32_t nHash = static_cast<uint32_t>(lHash);
-    const size_t lMask = arrSlotRefs_.size() - 1;
+    const uint64_t lTag = lHash & kTagMask;
+    const size_t lMask = arrSlots_.size() - 1;
     for (size_t i = static_cast<size_t>(lHash) & lMask;; i = (i + 1) & lMask) {
-        const uint64_t lSlot = arrSlotRefs_[i];
+        const uint64_t lSlot = arrSlots_[i];
         if (lSlot == 0) {
             const uint64_t lRef = Store(s);
-            arrSlotRefs_[i] = lRef + 1;
-            arrSlotHashes_[i] = nHash;
+            arrSlots_[i] = lTag | (lRef + 1);
             ++lCount_;
             return lRef;
         }
-        if (arrSlotHashes_[i] == nHash && Get(lSlot - 1) == s) return lSlot - 1;
+        if ((lSlot & kTagMask) == lTag && Get((lSlot & kRefMask) - 1) == s) {
+            return (lSlot & kRefMask) - 1;
+        }
     }
 }
 
 // The length, the bytes and a terminating NUL, so the saver hands the text on uncopied.
 uint64_t TextArena::Store(std::string_view s) {
     const uint64_t lNeed = s.size() + sizeof(uint32_t) + 1;
-    if (lNeed > kChunk) RaiseError(errOutOfMemory);
+    if (lNeed > kChunk || arrChunks_.size() >= kMaxChunks) RaiseError(errOutOfMemory);
     if (lUsed_ + lNeed > kChunk) {
         arrChunks_.push_back(std::make_unique<char[]>(kChunk));
         lUsed_ = 0;
@@ -577,21 +578,18 @@ uint64_t TextArena::Store(std::string_view s) {
 }
 
 void TextArena::Grow() {
-    const size_t lSize = std::max<size_t>(1024, arrSlotRefs_.size() * 2);
-    std::vector<uint64_t> arrRefs(lSize, 0);
-    std::vector<uint32_t> arrHashes(lSize, 0);
+    const size_t lSize = std::max<size_t>(1024, arrSlots_.size() * 2);
+    std::vector<uint64_t> arrNew(lSize, 0);
     const size_t lMask = lSize - 1;
-    for (uint64_t lSlot : arrSlotRefs_) {
+    for (uint64_t lSlot : arrSlots_) {
         if (lSlot == 0) continue;
-        const uint64_t lHash = std::hash<std::string_view>()(Get(lSlot - 1));
+        const uint64_t lHash = std::hash<std::string_view>()(Get((lSlot & kRefMask) - 1));
         size_t i = static_cast<size_t>(lHash) & lMask;
-        while (arrRefs[i] != 0)
+        while (arrNew[i] != 0)
             i = (i + 1) & lMask;
-        arrRefs[i] = lSlot;
-        arrHashes[i] = static_cast<uint32_t>(lHash);
+        arrNew[i] = lSlot;
     }
-    arrSlotRefs_.swap(arrRefs);
-    arrSlotHashes_.swap(arrHashes);
+    arrSlots_.swap(arrNew);
 }
 
 }  // namespace detail
@@ -753,6 +751,7 @@ xlWorksheet::Impl::Impl(std::shared_ptr<xlStyleTable> p, std::shared_ptr<detail:
       arrColWidth(static_cast<size_t>(xlMaxColumns) + 1, -1.0f) {}
 
 RowRec& xlWorksheet::Impl::EnsureRow(long lRow) {
+    if (Spooled(lRow)) CheckNotSpooled(lRow, lRow);
     if (arrRows.size() < static_cast<size_t>(lRow)) arrRows.resize(static_cast<size_t>(lRow));
     return arrRows[static_cast<size_t>(lRow) - 1];
 }
@@ -856,6 +855,8 @@ void xlWorksheet::Impl::ApplyToRows(long r1, long r2, uint32_t lChange) {
 }
 
 void xlWorksheet::Impl::ApplyToColumns(long c1, long c2, uint32_t lChange) {
+    // Formatted rows that went to the spool would need records where they cross the columns.
+    if (pSpool) CheckNotSpooled(pSpool->lFirst, pSpool->lLast);
     Applier f(*pStyles, lChange);
     for (long c = c1; c <= c2; ++c) {
         uint32_t& s = arrColStyle[c];
@@ -885,6 +886,7 @@ void xlWorksheet::Impl::ApplyToColumns(long c1, long c2, uint32_t lChange) {
 }
 
 void xlWorksheet::Impl::ApplyToSheet(uint32_t lChange) {
+    if (pSpool && pSpool->lFirst != 0) pSpool->arrLaterChanges.push_back(lChange);
     Applier f(*pStyles, lChange);
     lSheetStyle = f(lSheetStyle);
     for (uint16_t col : arrFormattedCols)
@@ -900,8 +902,10 @@ void xlWorksheet::Impl::AddMerged(const std::array<long, 4>& a) {
     const uint32_t lIndex = static_cast<uint32_t>(arrMerged.size());
     arrMerged.push_back(a);
     if (arrMergedRows.size() < static_cast<size_t>(a[2])) arrMergedRows.resize(a[2]);
-    for (long r = a[0]; r <= a[2]; ++r)
-        arrMergedRows[r - 1].push_back(lIndex);
+    for (long r = a[0]; r <= a[2]; ++r) {
+        // The saver finds the areas of spooled rows in the list itself.
+        if (!Spooled(r)) arrMergedRows[r - 1].push_back(lIndex);
+    }
 }
 
 void xlWorksheet::Impl::RemoveMerged(uint32_t lIndex) {
@@ -996,6 +1000,7 @@ void xlRange::Value(const xlVariant& v) {
     if (std::holds_alternative<std::monostate>(v) || (psText && psText->empty())) {
         // Clearing touches only the records there are.
         const long rLast = std::min<long>(lRow2_, static_cast<long>(d.arrRows.size()));
+        d.CheckNotSpooled(lRow1_, rLast);
         for (long r = lRow1_; r <= rLast; ++r) {
             ForExisting(d.arrRows[r - 1], lCol1_, lCol2_,
                         [&](Cell& c) { d.SetValue(c, xlVariant()); });
@@ -1145,6 +1150,7 @@ void xlRange::AutoFit() {
         detail::FitColumnWidths(d, lCol1_, lCol2_);
     } else if (IsWholeRows()) {
         const long rLast = std::min<long>(lRow2_, static_cast<long>(d.arrRows.size()));
+        d.CheckNotSpooled(lRow1_, rLast);
         for (long r = lRow1_; r <= rLast; ++r)
             d.arrRows[static_cast<size_t>(r - 1)].nHeightTwips = detail::kNoHeight;
     } else {
@@ -1187,6 +1193,8 @@ void xlRange::Copy(const xlRange& oDestination) const {
     const bool bRows = IsWholeRows(), bCols = IsWholeColumns();
     const bool bBounded = !bRows && !bCols;
     if (bBounded) CheckCellCount(CellCount(lRow1_, lCol1_, lRow2_, lCol2_));
+    s.CheckNotSpooled(lRow1_, lRow2_);
+    t.CheckNotSpooled(R, R2);
 
     // A paste may not cover part of a merged area.
     const auto arrDestMerged = t.MergedIntersecting(R, C, R2, C2);
@@ -1681,30 +1689,35 @@ bool xlWorksheet::HasOwnRowHeight(long lRow) const {
     return p && p->nHeightTwips != detail::kNoHeight;
 }
 
-namespace {
+namespace {}  // namespace
 
-// The last column of a row holding a cell that shows something, 0 when none does.
-long LastShownColumn(const xlWorksheet::Impl& d, const RowRec& o) {
+long detail::LastShownColumn(const xlWorksheet::Impl& d, const RowRec& o) {
     for (auto it = o.arrCells.rbegin(); it != o.arrCells.rend(); ++it) {
         if (it->eType != kEmpty || it->lStyle != d.Background(o, it->nCol)) return it->nCol;
     }
     return 0;
 }
 
-}  // namespace
-
+// Rows in the spool count as they were when they went.
 long xlWorksheet::UsedLastRow() const {
-    for (size_t r = pImpl_->arrRows.size(); r > 0; --r) {
-        if (LastShownColumn(*pImpl_, pImpl_->arrRows[r - 1]) != 0) return static_cast<long>(r);
+    const Impl& d = *pImpl_;
+    for (size_t r = d.arrRows.size(); r > 0; --r) {
+        if (d.Spooled(static_cast<long>(r))) {
+            if (d.pSpool->lLastShownRow != 0) return d.pSpool->lLastShownRow;
+            r = static_cast<size_t>(d.pSpool->lFirst);  // on below the spooled rows
+            continue;
+        }
+        if (detail::LastShownColumn(d, d.arrRows[r - 1]) != 0) return static_cast<long>(r);
     }
     return 0;
 }
 
 long xlWorksheet::UsedLastColumn() const {
-    long n = 0;
-    for (const RowRec& o : pImpl_->arrRows) {
+    const Impl& d = *pImpl_;
+    long n = d.pSpool ? d.pSpool->lLastShownCol : 0;
+    for (const RowRec& o : d.arrRows) {
         if (!o.arrCells.empty() && o.arrCells.back().nCol > n) {
-            n = std::max(n, LastShownColumn(*pImpl_, o));
+            n = std::max(n, detail::LastShownColumn(d, o));
         }
     }
     return n;
@@ -1837,8 +1850,9 @@ void xlWorkbook::Save() {
 void xlWorkbook::SaveInFormat(const std::string& sPath, long lFormat) {
     // Rows past a sheet's end are written only once they continue on sheets of their own.
     for (long i = 1; i <= oSheets_.Count(); ++i) {
-        const xlWorksheet::Impl& d = oSheets_.Item(i).Data();
+        xlWorksheet::Impl& d = oSheets_.Item(i).Data();
         if (d.bContinues && d.arrRows.size() > static_cast<size_t>(d.lMaxRows)) Fail();
+        d.FlushSpool();
     }
     if (lFormat != xlExcel8) {
         SaveWorkbookFile(*this, sPath);
@@ -1905,6 +1919,7 @@ double xlWorksheetFunction::Max(const xlRange& r) const {
     bool bAny = false;
     double dMax = 0;
     const long rLast = std::min<long>(r.LastRow(), static_cast<long>(d.arrRows.size()));
+    d.CheckNotSpooled(r.Row(), rLast);
     for (long n = r.Row(); n <= rLast; ++n) {
         ForExisting(d.arrRows[n - 1], r.Column(), r.LastColumn(), [&](const Cell& c) {
             if (c.eType != kNumber) return;

@@ -132,6 +132,7 @@ long TextPixels(std::string_view sText, int nFace, double dSize) {
 }
 
 void FitColumnWidths(xlWorksheet::Impl& d, long c1, long c2) {
+    if (d.pSpool) d.CheckNotSpooled(d.pSpool->lFirst, d.pSpool->lLast);
     std::vector<long> arrPx(static_cast<size_t>(c2 - c1 + 1), -1);
     char sNumber[40];
     for (size_t i = 0; i < d.arrRows.size(); ++i) {
@@ -205,11 +206,14 @@ long RowFitter::AvailablePixels(long c1, long c2) const {
 double RowFitter::Fit(long lRow) const {
     const Row* pRow = d_.FindRow(lRow);
     if (!pRow) return 0;
-    const std::vector<uint32_t>* pMerged = static_cast<size_t>(lRow) <= d_.arrMergedRows.size()
-                                               ? &d_.arrMergedRows[lRow - 1]
-                                               : nullptr;
+    return Fit(lRow, *pRow,
+               static_cast<size_t>(lRow) <= d_.arrMergedRows.size() ? &d_.arrMergedRows[lRow - 1]
+                                                                    : nullptr);
+}
+
+double RowFitter::Fit(long lRow, const Row& o, const std::vector<uint32_t>* pMerged) const {
     double dNeed = 0;
-    for (const Cell& c : pRow->arrCells) {
+    for (const Cell& c : o.arrCells) {
         if (c.eType == kEmpty) continue;
         long c1 = c.nCol, c2 = c.nCol;
         bool bSkip = false;

@@ -49,6 +49,9 @@ public:
     // line of the standard font (the row keeps the sheet's standard height). The row's own
     // height, if set, is not looked at.
     double Fit(long lRow) const;
+    // The same for row lRow given as o, with the merged areas that cover it (indices into the
+    // sheet's list; null for none).
+    double Fit(long lRow, const Row& o, const std::vector<uint32_t>* pMerged) const;
 
 private:
     struct StyleFacts {

@@ -1216,15 +1216,8 @@ struct FileHandle {
 
 // An unlinked temporary file in a folder: it disappears with its handle, whatever happens.
 std::FILE* SpoolFile(const std::filesystem::path& dir) {
-    std::string s = (dir / ".xls-spool-XXXXXX").string();
-    const int fd = ::mkstemp(s.data());
-    if (fd < 0) modSaveFile::RaiseWriteFailure(errno);
-    ::unlink(s.c_str());
-    std::FILE* p = ::fdopen(fd, "w+b");
-    if (!p) {
-        ::close(fd);
-        Fail();
-    }
+    std::FILE* p = modSaveFile::UnlinkedScratchFile(dir, ".xls-spool-");
+    if (!p) modSaveFile::RaiseWriteFailure(errno);
     return p;
 }
 
@@ -1324,7 +1317,10 @@ void WriteXls(const xlWorkbook& oBook, const std::string& sFile, const std::file
     const xlWorksheets& oSheets = oBook.Worksheets();
     long lRows = 0;
     for (long i = 1; i <= oSheets.Count(); ++i) {
-        lRows += static_cast<long>(oSheets.Item(i).Data().arrRows.size());
+        const xlWorksheet::Impl& d = oSheets.Item(i).Data();
+        // This saver reads every row from the model: none may have gone ahead.
+        if (d.pSpool) d.CheckNotSpooled(d.pSpool->lFirst, d.pSpool->lLast);
+        lRows += static_cast<long>(d.arrRows.size());
     }
     SaveProgress oProgress(oBook, lRows);
 

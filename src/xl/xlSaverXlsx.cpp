@@ -519,13 +519,74 @@ void WriteColumns(Sink& sink, const xlWorksheet::Impl& d, Formats<Sink>& fmts) {
     }
 }
 
+// The rows of a sheet in order, whether the model holds them or its spool does; a spooled row
+// comes back with the whole-sheet format changes made since it went. Also the merged areas that
+// cover each row (indices into the sheet's list), and the used range, which it counts as the
+// rows go by.
+class SheetRows {
+public:
+    explicit SheetRows(const xlWorksheet::Impl& d) : d_(d) {
+        if (d_.pSpool && d_.pSpool->lFirst != 0 && !d_.pSpool->Rewind()) Fail();
+        arrByStart_.resize(d_.arrMerged.size());
+        for (uint32_t i = 0; i < arrByStart_.size(); ++i)
+            arrByStart_[i] = i;
+        std::sort(arrByStart_.begin(), arrByStart_.end(),
+                  [&](uint32_t a, uint32_t b) { return d_.arrMerged[a] < d_.arrMerged[b]; });
+    }
+    // Merged areas in the order the file lists them: by first row, then column.
+    const std::vector<uint32_t>& MergedInOrder() const { return arrByStart_; }
+
+    // Row r (1-based, in order); the areas covering it.
+    const RowRec& Get(long r) {
+        while (lNextStart_ < arrByStart_.size() && d_.arrMerged[arrByStart_[lNextStart_]][0] <= r)
+            arrActive_.push_back(arrByStart_[lNextStart_++]);
+        arrActive_.erase(std::remove_if(arrActive_.begin(), arrActive_.end(),
+                                        [&](uint32_t k) { return d_.arrMerged[k][2] < r; }),
+                         arrActive_.end());
+        const RowRec* p = &d_.arrRows[static_cast<size_t>(r - 1)];
+        if (d_.Spooled(r)) {
+            long lRow = 0;
+            if (!d_.pSpool->Read(lRow, oSpooled_) || lRow != r) Fail();
+            for (uint32_t lChange : d_.pSpool->arrLaterChanges) {
+                if (oSpooled_.lStyle != kUnformatted) {
+                    oSpooled_.lStyle = d_.pStyles->Apply(oSpooled_.lStyle, lChange);
+                }
+                for (Cell& c : oSpooled_.arrCells)
+                    c.lStyle = d_.pStyles->Apply(c.lStyle, lChange);
+            }
+            p = &oSpooled_;
+        }
+        if (const long c = detail::LastShownColumn(d_, *p); c != 0) {
+            lUsedRow_ = r;
+            lUsedCol_ = std::max(lUsedCol_, c);
+        }
+        return *p;
+    }
+    const std::vector<uint32_t>* Merged() const {
+        return arrActive_.empty() ? nullptr : &arrActive_;
+    }
+    long UsedLastRow() const { return lUsedRow_; }
+    long UsedLastColumn() const { return lUsedCol_; }
+
+private:
+    const xlWorksheet::Impl& d_;
+    std::vector<uint32_t> arrByStart_;
+    size_t lNextStart_ = 0;
+    std::vector<uint32_t> arrActive_;
+    RowRec oSpooled_;
+    long lUsedRow_ = 0;
+    long lUsedCol_ = 0;
+};
+
+// Writes the rows of a sheet; returns its used range (last row, last column; 0 when empty).
 template <class Sink>
-void WriteCells(Sink& sink, const xlWorksheet& oSheet, Formats<Sink>& fmts,
-                SaveProgress& oProgress) {
+std::pair<long, long> WriteCells(Sink& sink, const xlWorksheet& oSheet, Formats<Sink>& fmts,
+                                 SaveProgress& oProgress) {
     const xlWorksheet::Impl& d = oSheet.Data();
     const auto& arrLinks = oSheet.Hyperlinks().Items();
-    std::vector<std::array<long, 4>> arrMerged = d.arrMerged;
-    std::sort(arrMerged.begin(), arrMerged.end());
+    SheetRows oRows(d);
+    const std::vector<uint32_t>& arrMerged = oRows.MergedInOrder();
+    auto Area = [&](size_t i) -> const std::array<long, 4>& { return d.arrMerged[arrMerged[i]]; };
     size_t lNextMerge = 0;
     // The linked cells in row and column order, met by a cursor as the cells go out.
     std::vector<std::pair<uint64_t, uint32_t>> arrLinkCells(d.mapLinks.begin(), d.mapLinks.end());
@@ -535,24 +596,24 @@ void WriteCells(Sink& sink, const xlWorksheet& oSheet, Formats<Sink>& fmts,
 
     for (size_t i = 0; i < d.arrRows.size(); ++i) {
         oProgress.Row();
-        const RowRec& o = d.arrRows[i];
         const long r = static_cast<long>(i) + 1;
+        const RowRec& o = oRows.Get(r);
         const lxw_row_t rr = static_cast<lxw_row_t>(i);
-        const bool bMerge = lNextMerge < arrMerged.size() && arrMerged[lNextMerge][0] == r;
+        const bool bMerge = lNextMerge < arrMerged.size() && Area(lNextMerge)[0] == r;
         if (o.arrCells.empty() && o.lStyle == kUnformatted && o.nHeightTwips == detail::kNoHeight &&
             o.nOutline == 0 && !bMerge) {
             continue;
         }
         // A row's own height wins; else the height its text needs, when more than standard.
         double h = o.nHeightTwips != detail::kNoHeight ? o.nHeightTwips / 20.0 : 0;
-        if (h == 0 && !o.arrCells.empty()) h = oFitter.Fit(r);
+        if (h == 0 && !o.arrCells.empty()) h = oFitter.Fit(r, o, oRows.Merged());
         if (o.lStyle != kUnformatted || h != 0 || o.nOutline != 0) {
             sink.Row(rr, h != 0 ? h : d.dDefaultRowHeight,
                      o.lStyle != kUnformatted ? fmts.For(*d.pStyles, o.lStyle) : Sink::kNone,
                      o.nOutline);
         }
-        for (; lNextMerge < arrMerged.size() && arrMerged[lNextMerge][0] == r; ++lNextMerge) {
-            const auto& a = arrMerged[lNextMerge];
+        for (; lNextMerge < arrMerged.size() && Area(lNextMerge)[0] == r; ++lNextMerge) {
+            const auto& a = Area(lNextMerge);
             sink.Merge(rr, static_cast<lxw_col_t>(a[1] - 1), static_cast<lxw_row_t>(a[2] - 1),
                        static_cast<lxw_col_t>(a[3] - 1));
         }
@@ -595,10 +656,11 @@ void WriteCells(Sink& sink, const xlWorksheet& oSheet, Formats<Sink>& fmts,
     }
     // Areas that start below the last row with data.
     for (; lNextMerge < arrMerged.size(); ++lNextMerge) {
-        const auto& a = arrMerged[lNextMerge];
+        const auto& a = Area(lNextMerge);
         sink.Merge(static_cast<lxw_row_t>(a[0] - 1), static_cast<lxw_col_t>(a[1] - 1),
                    static_cast<lxw_row_t>(a[2] - 1), static_cast<lxw_col_t>(a[3] - 1));
     }
+    return {oRows.UsedLastRow(), oRows.UsedLastColumn()};
 }
 
 // Frozen panes, where outline summary rows stand, and the AutoFilter: written only when set.
@@ -691,14 +753,13 @@ void WriteBook(Sink& sink, const xlWorkbook& oBook) {
         const xlWorksheet::Impl& d = oSheet.Data();
         sink.Sheet(oSheet.Name(), d.dDefaultRowHeight);
         WriteWindow(sink, d);
-        WriteCells(sink, oSheet, fmts, oProgress);
+        const auto [lLastRow, lLastCol] = WriteCells(sink, oSheet, fmts, oProgress);
         // Columns go last: a formatted column widens the span of columns that the writer walks
         // for every row it flushes, and columns are only written when the file is closed.
         WriteColumns(sink, d, fmts);
-        const long lLastRow = oSheet.UsedLastRow();
         if (lLastRow > 0) {
             sink.Dimension(static_cast<lxw_row_t>(lLastRow - 1),
-                           static_cast<lxw_col_t>(oSheet.UsedLastColumn() - 1));
+                           static_cast<lxw_col_t>(lLastCol - 1));
         }
         WritePageSetup(sink, oSheet.PageSetup());
     }

@@ -1,0 +1,204 @@
+// Rows handed over before the save: a sheet filled block by block lets the rows of its finished
+// blocks go to a spool file, so its memory holds the blocks being written, not the whole sheet.
+//
+// A row goes only where nothing can change it any more and where the sheet keeps it for sure:
+// rows of a block once the block after the next one begins (the filler may still touch the block
+// just before the one it writes), and only while everything up to them fits the sheet (its rows,
+// its hyperlinks with those still to come, its local names), so that a continuation never moves
+// them. A merged area that reaches past them holds them back. Whole-sheet format changes made
+// later are applied as the saver reads the rows back; every other change to a spooled row, and
+// every read of one, raises 1004. Should the spool's folder take no file, or a write fail, the
+// rows stay in memory as before.
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+
+#include "support/clsRunError.h"
+#include "support/modConst.h"
+#include "support/modSaveFile.h"
+#include "xl/xlModelData.h"
+#include "xl/xlObjectModel.h"
+
+namespace xl {
+
+using namespace modConst;
+
+namespace detail {
+
+namespace {
+
+// A row in the spool: its number, format, height, outline level and cell count, then its cells.
+struct RowHeader {
+    int32_t lRow;
+    uint32_t lStyle;
+    uint16_t nHeightTwips;
+    uint8_t nOutline;
+    uint8_t nSpare;
+    uint32_t lCells;
+};
+static_assert(sizeof(RowHeader) == 16, "a spooled row's header is 16 bytes");
+
+}  // namespace
+
+RowSpool::~RowSpool() {
+    if (pFile_) std::fclose(pFile_);
+}
+
+bool RowSpool::Write(long lRow, const Row& o) {
+    const RowHeader h{static_cast<int32_t>(lRow),
+                      o.lStyle,
+                      o.nHeightTwips,
+                      o.nOutline,
+                      0,
+                      static_cast<uint32_t>(o.arrCells.size())};
+    const size_t n = o.arrCells.size();
+    // After a read (a save in between), writing goes on at the end.
+    if (bRead_) {
+        if (std::fseek(pFile_, lEnd_, SEEK_SET) != 0) return false;
+        bRead_ = false;
+    }
+    if (std::fwrite(&h, sizeof h, 1, pFile_) != 1 ||
+        (n != 0 && std::fwrite(o.arrCells.data(), sizeof(Cell), n, pFile_) != n)) {
+        return false;
+    }
+    lEnd_ += static_cast<long>(sizeof h + n * sizeof(Cell));
+    lCells += static_cast<long>(n);
+    return true;
+}
+
+bool RowSpool::Flush() {
+    return std::fflush(pFile_) == 0 && !std::ferror(pFile_);
+}
+
+bool RowSpool::Rewind() {
+    bRead_ = true;
+    return Flush() && std::fseek(pFile_, 0, SEEK_SET) == 0;
+}
+
+bool RowSpool::Read(long& lRow, Row& o) {
+    if (std::ftell(pFile_) >= lEnd_) return false;
+    RowHeader h;
+    if (std::fread(&h, sizeof h, 1, pFile_) != 1) RaiseError(errAppDefined);
+    o.arrCells.resize(h.lCells);
+    if (h.lCells != 0 &&
+        std::fread(o.arrCells.data(), sizeof(Cell), h.lCells, pFile_) != h.lCells) {
+        RaiseError(errAppDefined);
+    }
+    lRow = h.lRow;
+    o.lStyle = h.lStyle;
+    o.nHeightTwips = h.nHeightTwips;
+    o.nOutline = h.nOutline;
+    return true;
+}
+
+}  // namespace detail
+
+void xlWorksheet::Impl::CheckNotSpooled(long r1, long r2) const {
+    if (pSpool && pSpool->lFirst != 0 && r1 <= pSpool->lLast && r2 >= pSpool->lFirst) {
+        RaiseError(errAppDefined);
+    }
+}
+
+void xlWorksheet::Impl::SpoolFinishedBlocks() {
+    // The blocks before the last two are finished.
+    if (!bStream || arrBlockStarts.size() < 3) return;
+    const long lFrom = pSpool && pSpool->lFirst != 0 ? pSpool->lLast + 1 : arrBlockStarts.front();
+    long lTo = arrBlockStarts[arrBlockStarts.size() - 2] - 1;
+    // Only what the sheet keeps: a continuation moves nothing up to here.
+    if (lTo > lMaxRows) return;
+    const long lNames = static_cast<long>(mapNames.size());
+    const long lLinks = static_cast<long>(mapLinks.size());
+    if (lLinks + lStreamLinksToCome > xlMaxHyperlinks || lNames > xlMaxLocalNames) return;
+    // A merged area that reaches past the rows holds back the rows from its first one.
+    for (long r = lFrom; r <= lTo && static_cast<size_t>(r) <= arrMergedRows.size(); ++r) {
+        for (uint32_t k : arrMergedRows[static_cast<size_t>(r - 1)]) {
+            if (arrMerged[k][2] > lTo || arrMerged[k][0] < lFrom) lTo = std::min(lTo, r - 1);
+        }
+    }
+    if (lTo < lFrom || static_cast<size_t>(lTo) > arrRows.size()) return;
+    if (!pSpool) {
+        std::FILE* p = modSaveFile::UnlinkedScratchFile(oSpoolFolder, ".rows-spool-");
+        if (!p) {
+            bStream = false;
+            return;
+        }
+        pSpool = std::make_unique<detail::RowSpool>(p);
+    }
+    for (long r = lFrom; r <= lTo; ++r) {
+        const detail::Row& o = arrRows[static_cast<size_t>(r - 1)];
+        if (!pSpool->Write(r, o)) {
+            UnspoolAll();
+            return;
+        }
+        if (const long c = detail::LastShownColumn(*this, o); c != 0) {
+            pSpool->lLastShownRow = r;
+            pSpool->lLastShownCol = std::max(pSpool->lLastShownCol, c);
+        }
+        if (pSpool->lFirst == 0) pSpool->lFirst = r;
+        pSpool->lLast = r;
+    }
+    // The rows leave memory once the disk has them, a few megabytes at a time.
+    if (pSpool->Bytes() - lSpoolFlushedBytes >= kSpoolFlushBytes) FlushSpool();
+}
+
+void xlWorksheet::Impl::FlushSpool() {
+    if (!pSpool || pSpool->lFirst == 0 || pSpool->lConfirmed == pSpool->lLast) return;
+    if (!pSpool->Flush()) {
+        UnspoolAll();
+        return;
+    }
+    lSpoolFlushedBytes = pSpool->Bytes();
+    const long lFrom = pSpool->lConfirmed != 0 ? pSpool->lConfirmed + 1 : pSpool->lFirst;
+    for (long r = lFrom; r <= pSpool->lLast; ++r) {
+        std::vector<detail::Cell>().swap(arrRows[static_cast<size_t>(r - 1)].arrCells);
+        if (static_cast<size_t>(r) <= arrMergedRows.size()) {
+            std::vector<uint32_t>().swap(arrMergedRows[static_cast<size_t>(r - 1)]);
+        }
+    }
+    pSpool->lConfirmed = pSpool->lLast;
+}
+
+void xlWorksheet::Impl::UnspoolAll() {
+    bStream = false;
+    if (!pSpool) return;
+    std::unique_ptr<detail::RowSpool> p = std::move(pSpool);
+    if (p->lConfirmed != 0) {
+        // Rows that left memory come back, with the whole-sheet changes made since.
+        if (!p->Rewind()) RaiseError(errAppDefined);
+        detail::Row o;
+        long lRow = 0;
+        while (lRow < p->lConfirmed && p->Read(lRow, o)) {
+            for (uint32_t lChange : p->arrLaterChanges) {
+                if (o.lStyle != detail::kUnformatted) o.lStyle = pStyles->Apply(o.lStyle, lChange);
+                for (detail::Cell& c : o.arrCells)
+                    c.lStyle = pStyles->Apply(c.lStyle, lChange);
+            }
+            arrRows[static_cast<size_t>(lRow - 1)].arrCells = std::move(o.arrCells);
+            o.arrCells.clear();
+        }
+        if (lRow != p->lConfirmed) RaiseError(errAppDefined);
+    }
+    // The merged areas of the spooled rows are listed for them again.
+    const long lLast = std::min<long>(p->lLast, static_cast<long>(arrMergedRows.size()));
+    for (long r = p->lFirst; r <= lLast; ++r)
+        arrMergedRows[static_cast<size_t>(r - 1)].clear();
+    for (uint32_t k = 0; k < arrMerged.size(); ++k) {
+        const auto& a = arrMerged[k];
+        for (long r = std::max(a[0], p->lFirst); r <= std::min(a[2], lLast); ++r)
+            arrMergedRows[static_cast<size_t>(r - 1)].push_back(k);
+    }
+}
+
+void xlWorksheet::StreamFinishedBlocks(long lLinksToCome) {
+    Impl& d = *pImpl_;
+    if (lLinksToCome < 0) RaiseError(errAppDefined);
+    // Only an .xlsx that has its place (SaveAs): an .xls sheet is small, and its saver reads
+    // the model's rows.
+    if (!pBook_ || pBook_->FileFormat() == xlExcel8 || pBook_->FullName().empty()) return;
+    d.oSpoolFolder = std::filesystem::path(pBook_->FullName()).parent_path();
+    if (d.oSpoolFolder.empty()) d.oSpoolFolder = std::filesystem::current_path();
+    d.bStream = true;
+    d.lStreamLinksToCome = lLinksToCome;
+}
+
+}  // namespace xl

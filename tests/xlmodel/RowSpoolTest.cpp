@@ -1,0 +1,199 @@
+// Rows of finished blocks handed to the saver ahead of the save: which rows go, that nothing
+// reads or changes them afterwards, and that the saved workbook is the one the whole model gives.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <iostream>
+#include <string>
+
+#include "TestUtil.h"
+#include "support/modConst.h"
+#include "xl/xlModelData.h"
+#include "xl/xlObjectModel.h"
+
+using namespace modConst;
+using xl::xlWorksheet;
+
+namespace {
+
+class Spool : public ::testing::Test {
+protected:
+    testutil::TempDir dir;
+
+    // A title row, then nBlocks blocks of three rows from row 3: "B<i>" in bold with a band
+    // merged over A:C and a link to a file, then "B<i>.2" and "B<i>.3"; at the end every cell
+    // aligned to the top, as a page set-up does.
+    static void Fill(xlWorksheet& ws, long nBlocks, long lLinksToCome, bool bStream) {
+        ws.Cells(1, 1).Value("Title");
+        ws.ContinuePastLastRow();
+        if (bStream) ws.StreamFinishedBlocks(lLinksToCome);
+        long r = 3;
+        for (long i = 1; i <= nBlocks; ++i) {
+            ws.KeepRowsTogetherFrom(r);
+            ws.Range(ws.Cells(r, 1), ws.Cells(r, 3)).MergeCells(true);
+            ws.Cells(r, 1).Value("B" + std::to_string(i));
+            ws.Cells(r, 1).Font().FontStyle("Bold");
+            ws.Names().Add("ID_" + std::to_string(i), ws.Rows(r));
+            ws.Hyperlinks().Add(ws.Cells(r + 1, 4), "file" + std::to_string(i % 7) + ".txt");
+            ws.Cells(r + 1, 1).Value("B" + std::to_string(i) +
+                                     ".2 with a text long enough to wrap");
+            ws.Cells(r + 2, 2).Value(static_cast<double>(i));
+            r += 3;
+        }
+        ws.Cells().VerticalAlignment(xlTop);
+    }
+
+    std::string DumpOf(const xl::xlWorkbook& book) {
+        const std::string sFile = dir.File("book.dump");
+        std::FILE* p = std::fopen(sFile.c_str(), "wb");
+        EXPECT_NE(p, nullptr);
+        if (!p) return "";
+        xl::DumpWorkbook(book, p);
+        std::fclose(p);
+        return testutil::ReadFile(sFile);
+    }
+
+    static long Spooled(const xlWorksheet& ws) {
+        const auto& d = ws.Data();
+        return d.pSpool && d.pSpool->lFirst != 0 ? d.pSpool->lLast - d.pSpool->lFirst + 1 : 0;
+    }
+};
+
+}  // namespace
+
+TEST_F(Spool, FinishedBlocksGoAheadAndTheSavedWorkbookIsTheSame) {
+    xl::xlWorkbook oStreamed, oWhole;
+    oStreamed.SaveAs(dir.File("streamed.xlsx"));
+    oWhole.SaveAs(dir.File("whole.xlsx"));
+    Fill(oStreamed.Worksheets()(1), 2000, 0, true);
+    Fill(oWhole.Worksheets()(1), 2000, 0, false);
+    // All but the last two blocks went; the first block starts at row 3.
+    EXPECT_EQ(oStreamed.Worksheets()(1).Data().pSpool->lFirst, 3);
+    EXPECT_EQ(Spooled(oStreamed.Worksheets()(1)), 1998 * 3);
+    EXPECT_EQ(Spooled(oWhole.Worksheets()(1)), 0);
+    const std::string sDump = DumpOf(oStreamed);
+    EXPECT_EQ(sDump, DumpOf(oWhole));
+    EXPECT_NE(sDump.find("B1000.2 with"), std::string::npos);
+    // Saving twice reads the spool twice.
+    EXPECT_EQ(DumpOf(oStreamed), sDump);
+    oStreamed.Save();
+    oWhole.Save();
+    EXPECT_EQ(oStreamed.Worksheets()(1).UsedLastRow(), oWhole.Worksheets()(1).UsedLastRow());
+    EXPECT_EQ(oStreamed.Worksheets()(1).UsedLastColumn(), 4);
+}
+
+TEST_F(Spool, ASpooledRowCanNeitherBeReadNorChanged) {
+    xl::xlWorkbook book;
+    book.SaveAs(dir.File("a.xlsx"));
+    xlWorksheet& ws = book.Worksheets()(1);
+    Fill(ws, 10, 0, true);
+    ASSERT_GT(Spooled(ws), 0);
+    EXPECT_RUN_ERROR(ws.Cells(4, 1).Value("x"), errAppDefined);
+    EXPECT_RUN_ERROR(ws.Cells(4, 1).Text(), errAppDefined);
+    EXPECT_RUN_ERROR(ws.Cells(4, 1).Font().FontStyle("Italic"), errAppDefined);
+    EXPECT_RUN_ERROR(ws.Rows(5).RowHeight(30), errAppDefined);
+    EXPECT_RUN_ERROR(ws.Columns(2).NumberFormat("0"), errAppDefined);
+    EXPECT_RUN_ERROR(ws.Range("A3:A5").Copy(ws.Range("H1:H3")), errAppDefined);
+    // The rows being written stay open; whole-sheet formats reach every row.
+    ws.Cells(33, 5).Value("still open");
+    EXPECT_EQ(ws.Cells(33, 5).Text(), "still open");
+    ws.Cells().WrapText(true);
+}
+
+TEST_F(Spool, AnXlsWorkbookKeepsItsRows) {
+    xl::xlWorkbook book;
+    book.SaveAs(dir.File("a.xls"));
+    Fill(book.Worksheets()(1), 50, 0, true);
+    EXPECT_EQ(Spooled(book.Worksheets()(1)), 0);
+    book.Save();
+}
+
+TEST_F(Spool, AWorkbookWithoutItsPlaceKeepsItsRows) {
+    xl::xlWorkbook book;
+    Fill(book.Worksheets()(1), 50, 0, true);
+    EXPECT_EQ(Spooled(book.Worksheets()(1)), 0);
+}
+
+// Rows that a continuation might move to a new sheet stay: here the links still to come take
+// all the room the sheet has for links.
+TEST_F(Spool, RowsThatMayMoveToANewSheetStay) {
+    xl::xlWorkbook book;
+    book.SaveAs(dir.File("a.xlsx"));
+    xlWorksheet& ws = book.Worksheets()(1);
+    Fill(ws, 50, xlMaxHyperlinks, true);
+    EXPECT_EQ(Spooled(ws), 0);
+    // Room for all but a few links: the blocks go until the sheet's links would not fit.
+    xl::xlWorkbook book2;
+    book2.SaveAs(dir.File("b.xlsx"));
+    xlWorksheet& ws2 = book2.Worksheets()(1);
+    Fill(ws2, 50, xlMaxHyperlinks - 20, true);
+    EXPECT_GT(Spooled(ws2), 0);
+    EXPECT_LE(Spooled(ws2), 20 * 3);
+    EXPECT_EQ(ws2.ContinueOnNewSheets({1}, xlMaxHyperlinks - 20).size(), 1u);
+}
+
+TEST_F(Spool, AMergedAreaReachingPastTheFinishedBlocksHoldsThemBack) {
+    xl::xlWorkbook book;
+    book.SaveAs(dir.File("a.xlsx"));
+    xlWorksheet& ws = book.Worksheets()(1);
+    ws.ContinuePastLastRow();
+    ws.StreamFinishedBlocks(0);
+    ws.KeepRowsTogetherFrom(3);
+    ws.Range("F4:F20").MergeCells(true);
+    ws.KeepRowsTogetherFrom(6);
+    ws.KeepRowsTogetherFrom(9);
+    // Rows 3 to 5 would go; the area from row 4 to row 20 keeps rows 4 on in memory.
+    EXPECT_EQ(ws.Data().pSpool->lFirst, 3);
+    EXPECT_EQ(ws.Data().pSpool->lLast, 3);
+    for (long r = 12; r <= 21; r += 3)
+        ws.KeepRowsTogetherFrom(r);
+    EXPECT_EQ(ws.Data().pSpool->lLast, 3);
+    ws.Cells(4, 6).Value("open");
+    ws.Cells(22, 1).Value("past the area");
+    // Once the blocks past its end are finished, the area goes with its rows.
+    ws.KeepRowsTogetherFrom(24);
+    EXPECT_EQ(ws.Data().pSpool->lLast, 20);
+    EXPECT_RUN_ERROR(ws.Cells(4, 6).Value("closed"), errAppDefined);
+}
+
+TEST_F(Spool, AFolderThatTakesNoFileKeepsTheRowsInMemory) {
+    const std::string sSub = dir.File("gone");
+    std::filesystem::create_directories(sSub);
+    xl::xlWorkbook book;
+    book.SaveAs(sSub + "/a.xlsx");
+    std::filesystem::remove_all(sSub);
+    xlWorksheet& ws = book.Worksheets()(1);
+    Fill(ws, 50, 0, true);
+    EXPECT_EQ(Spooled(ws), 0);
+    EXPECT_EQ(ws.Cells(4, 1).Text(), "B1.2 with a text long enough to wrap");
+}
+
+// A disk that fills while rows go to the spool: every row comes back into memory, the spool's
+// file goes, and the workbook is the one built whole in memory.
+TEST_F(Spool, ADiskThatFillsBringsTheRowsBackIntoMemory) {
+    xl::xlWorkbook oWhole;
+    Fill(oWhole.Worksheets()(1), 20000, 0, false);
+    const std::string sWant = DumpOf(oWhole);
+    const std::filesystem::path small = dir.File("small");
+    std::filesystem::create_directories(small);
+    std::string sReport;
+    const bool bMounted = testutil::RunOnSmallDisk(
+        small, 256L << 10,
+        [&] {
+            xl::xlWorkbook book;
+            book.SaveAs((small / "a.xlsx").string());
+            xlWorksheet& ws = book.Worksheets()(1);
+            Fill(ws, 20000, 0, true);
+            const bool bSame = DumpOf(book) == sWant;
+            return "spooled=" + std::to_string(Spooled(ws)) + " same=" + std::to_string(bSame) +
+                   " text=" + ws.Cells(4, 1).Text() + " files=" + testutil::NamesIn(small) +
+                   " open=" + testutil::OpenFilesIn(small);
+        },
+        sReport);
+    if (!bMounted) {
+        std::cout << "[ NOTE ] " << sReport << "; no small disk to fill here\n";
+        return;
+    }
+    EXPECT_EQ(sReport,
+              "spooled=0 same=1 text=B1.2 with a text long enough to wrap files=a.xlsx open=");
+}

@@ -285,6 +285,7 @@ bool clsXMLIniData::LoadDocument(
         oCurNode_ = pugi::xml_node();
         queries_.clear();
         selected_.clear();
+        labelsById_.clear();
         std::string sReason;
         long lLine = 0, lPos = 0;
         if (!fnLoad(*oDoc_, sReason, lLine, lPos)) {
@@ -439,7 +440,17 @@ std::string clsXMLIniData::OrderExpression(long lInd) {
 
 std::string clsXMLIniData::GetLabelUseCurNodeByID(long lInd, std::string* sIndex,
                                                   const std::string& sIndAttr) {
-    return GetLabelUseCurNode(OrderExpression(lInd), sIndex, sIndAttr);
+    // The answer is the same every time while the document is loaded; a recorded lookup, or one
+    // that also gives an index, goes the whole way.
+    if (pRecorder_ || sIndex || !oCurNode_) {
+        return GetLabelUseCurNode(OrderExpression(lInd), sIndex, sIndAttr);
+    }
+    const std::pair<const void*, long> lKey{oCurNode_.internal_object(), lInd};
+    auto it = labelsById_.find(lKey);
+    if (it != labelsById_.end()) return it->second;
+    std::string sText = GetLabelUseCurNode(OrderExpression(lInd), sIndex, sIndAttr);
+    labelsById_.emplace(lKey, sText);
+    return sText;
 }
 
 std::string clsXMLIniData::GetLabelUsePath(const std::string& sLblCapPath, std::string* sIndex,

@@ -8,6 +8,7 @@
 #include <pugixml.hpp>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "support/iclsLabelSource.h"
@@ -103,5 +104,13 @@ private:
     // The node each expression selected from each node (key: the node's address, then the
     // expression), for the same reason.
     std::unordered_map<std::string, pugi::xpath_node> selected_;
+    // The label each node's child of each ORDER gave (key: the node's address and the ORDER):
+    // a block asks for the same few labels again and again.
+    struct NodeIdHash {
+        size_t operator()(const std::pair<const void*, long>& k) const noexcept {
+            return std::hash<const void*>()(k.first) * 31 + static_cast<size_t>(k.second);
+        }
+    };
+    std::unordered_map<std::pair<const void*, long>, std::string, NodeIdHash> labelsById_;
     clsLookupRecorder* pRecorder_ = nullptr;
 };

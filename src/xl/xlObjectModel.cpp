@@ -993,11 +993,13 @@ void xlRange::Formula(const std::string& sFormula) {
 }
 
 void xlRange::Value(const xlVariant& v) {
+    if (const auto* ps = std::get_if<std::string>(&v)) {
+        TextValue(*ps);
+        return;
+    }
     CheckValue(v);
     xlWorksheet::Impl& d = pSheet_->Data();
-    // Like the application, an empty text empties the cell.
-    const auto* psText = std::get_if<std::string>(&v);
-    if (std::holds_alternative<std::monostate>(v) || (psText && psText->empty())) {
+    if (std::holds_alternative<std::monostate>(v)) {
         // Clearing touches only the records there are.
         const long rLast = std::min<long>(lRow2_, static_cast<long>(d.arrRows.size()));
         d.CheckNotSpooled(lRow1_, rLast);
@@ -1008,19 +1010,28 @@ void xlRange::Value(const xlVariant& v) {
         return;
     }
     CheckCellCount(CellCount(lRow1_, lCol1_, lRow2_, lCol2_));
-    if (const auto* ps = std::get_if<std::string>(&v)) {
-        // One stored copy of the text serves every cell of the range.
-        const uint64_t lRef = d.oText.Add(*ps);
-        for (long r = lRow1_; r <= lRow2_; ++r) {
-            ForSpan(d, d.EnsureRow(r), lCol1_, lCol2_, [&](Cell& c) {
-                c.eType = kText;
-                c.lPayload = lRef;
-            });
-        }
-        return;
-    }
     for (long r = lRow1_; r <= lRow2_; ++r) {
         ForSpan(d, d.EnsureRow(r), lCol1_, lCol2_, [&](Cell& c) { d.SetValue(c, v); });
+    }
+}
+
+// A text in every cell of the range, taken as it is given (no copy on the way).
+void xlRange::TextValue(std::string_view s) {
+    if (detail::Utf16Length(s) > static_cast<size_t>(xlMaxCellText)) Fail();
+    // Like the application, an empty text empties the cell.
+    if (s.empty()) {
+        Value(xlVariant());
+        return;
+    }
+    xlWorksheet::Impl& d = pSheet_->Data();
+    CheckCellCount(CellCount(lRow1_, lCol1_, lRow2_, lCol2_));
+    // One stored copy of the text serves every cell of the range.
+    const uint64_t lRef = d.oText.Add(s);
+    for (long r = lRow1_; r <= lRow2_; ++r) {
+        ForSpan(d, d.EnsureRow(r), lCol1_, lCol2_, [&](Cell& c) {
+            c.eType = kText;
+            c.lPayload = lRef;
+        });
     }
 }
 

@@ -15,6 +15,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -100,8 +101,8 @@ public:
     // up to 255 characters in quotes ("" for a quote). The cell's value is the text it shows.
     // Raises 1004 for any other formula.
     void Formula(const std::string& sFormula);
-    void Value(const std::string& s) { Value(xlVariant(s)); }
-    void Value(const char* s) { Value(xlVariant(std::string(s))); }
+    void Value(const std::string& s) { TextValue(s); }
+    void Value(const char* s) { TextValue(s); }
     void Value(double d) { Value(xlVariant(d)); }
     void Value(long l) { Value(xlVariant(static_cast<double>(l))); }
     void Value(int i) { Value(xlVariant(static_cast<double>(i))); }
@@ -156,6 +157,8 @@ public:
     bool IsWholeColumns() const;  // every row of its columns
 
 private:
+    void TextValue(std::string_view s);
+
     xlWorksheet* pSheet_;
     long lRow1_, lCol1_, lRow2_, lCol2_;
 };

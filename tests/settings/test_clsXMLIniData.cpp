@@ -388,3 +388,27 @@ TEST(Lookups, ElementsInADefaultNamespaceAreFoundByTheirNames) {
     EXPECT_EQ(o.GetFieldNameUseCurNodeByID(1), "id");
     EXPECT_EQ(o.GetLabelUsePath("//ID"), "Identifier");
 }
+
+// A label asked for again gives the same answer, for each section and ORDER of its own, and a
+// document loaded anew answers from its own labels.
+TEST(Lookups, ByIdAskedAgainPerSectionAndPerDocument) {
+    clsXMLIniData o;
+    std::string sErr;
+    ASSERT_TRUE(
+        o.LoadXString("<R><A><X ORDER=\"1\">a1</X><X ORDER=\"2\">a2</X></A>"
+                      "<B><X ORDER=\"1\">b1</X></B></R>",
+                      sErr));
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_TRUE(o.SetCurNode("A"));
+        EXPECT_EQ(o.GetLabelUseCurNodeByID(1), "a1");
+        EXPECT_EQ(o.GetLabelUseCurNodeByID(2), "a2");
+        EXPECT_EQ(o.GetLabelUseCurNodeByID(3), "");
+        ASSERT_TRUE(o.SetCurNode("B"));
+        EXPECT_EQ(o.GetLabelUseCurNodeByID(1), "b1");
+        EXPECT_EQ(o.GetLabelUseCurNodeByID(2), "");
+    }
+    ASSERT_TRUE(o.LoadXString("<R><A><X ORDER=\"1\">new</X></A></R>", sErr));
+    ASSERT_TRUE(o.SetCurNode("A"));
+    EXPECT_EQ(o.GetLabelUseCurNodeByID(1), "new");
+    EXPECT_EQ(o.GetLabelUseCurNodeByID(2), "");
+}

@@ -163,7 +163,7 @@ void xlWorksheet::KeepRowsTogetherFrom(long lRow) {
     if (lRow < 1 || lRow > pImpl_->RowLimit()) Fail();
     if (pImpl_->arrBlockStarts.empty() || pImpl_->arrBlockStarts.back() != lRow) {
         pImpl_->arrBlockStarts.push_back(lRow);
-        pImpl_->SpoolFinishedBlocks();
+        pImpl_->SettleFinishedBlocks();
     }
 }
 

@@ -267,8 +267,11 @@ struct xlWorksheet::Impl {
     }
     // Raises 1004 when any of the rows r1 to r2 went to the spool: nothing changes or reads them.
     void CheckNotSpooled(long r1, long r2) const;
-    // Hands the finished blocks to the spool, where the sheet keeps them for sure.
+    // At a block's mark: the blocks whose filling is over go to the spool where the sheet keeps
+    // them for sure (SpoolFinishedBlocks), and those that stay give back their spare room.
+    void SettleFinishedBlocks();
     void SpoolFinishedBlocks();
+    long lTrimmed = 0;
     // Makes sure every spooled row is on the disk (before a save reads them back); should the
     // disk refuse, every row comes back into memory and the spool goes.
     void FlushSpool();

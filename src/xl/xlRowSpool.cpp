@@ -99,9 +99,21 @@ void xlWorksheet::Impl::CheckNotSpooled(long r1, long r2) const {
     }
 }
 
-void xlWorksheet::Impl::SpoolFinishedBlocks() {
+void xlWorksheet::Impl::SettleFinishedBlocks() {
     // The blocks before the last two are finished.
-    if (!bStream || arrBlockStarts.size() < 3) return;
+    if (arrBlockStarts.size() < 3) return;
+    SpoolFinishedBlocks();
+    // Rows that stay in memory give back the room their first record made for more.
+    const long lDone = std::min<long>(arrBlockStarts[arrBlockStarts.size() - 2] - 1,
+                                      static_cast<long>(arrRows.size()));
+    for (long r = std::max(lTrimmed + 1, arrBlockStarts.front()); r <= lDone; ++r) {
+        if (!Spooled(r)) arrRows[static_cast<size_t>(r - 1)].arrCells.shrink_to_fit();
+    }
+    lTrimmed = std::max(lTrimmed, lDone);
+}
+
+void xlWorksheet::Impl::SpoolFinishedBlocks() {
+    if (!bStream) return;
     const long lFrom = pSpool && pSpool->lFirst != 0 ? pSpool->lLast + 1 : arrBlockStarts.front();
     long lTo = arrBlockStarts[arrBlockStarts.size() - 2] - 1;
     // Only what the sheet keeps: a continuation moves nothing up to here.

@@ -202,6 +202,7 @@ private:
     std::FILE* pFile_;
     long lEnd_ = 0;  // bytes written whole
     bool bRead_ = false;
+    long lReadAt_ = 0;  // where the next read starts
 };
 
 inline uint64_t CellKey(long lRow, long lCol) {
@@ -260,11 +261,6 @@ struct xlWorksheet::Impl {
     static constexpr long kSpoolFlushBytes = 4L << 20;
     std::filesystem::path oSpoolFolder;
     bool Spooled(long lRow) const { return pSpool && pSpool->Holds(lRow); }
-    // Rows that went to the spool and left memory.
-    bool Released(long lRow) const {
-        return pSpool && pSpool->lConfirmed != 0 && lRow >= pSpool->lFirst &&
-               lRow <= pSpool->lConfirmed;
-    }
     // Raises 1004 when any of the rows r1 to r2 went to the spool: nothing changes or reads them.
     void CheckNotSpooled(long r1, long r2) const;
     // At a block's mark: the blocks whose filling is over go to the spool where the sheet keeps

@@ -72,11 +72,12 @@ bool RowSpool::Flush() {
 
 bool RowSpool::Rewind() {
     bRead_ = true;
+    lReadAt_ = 0;
     return Flush() && std::fseek(pFile_, 0, SEEK_SET) == 0;
 }
 
 bool RowSpool::Read(long& lRow, Row& o) {
-    if (std::ftell(pFile_) >= lEnd_) return false;
+    if (lReadAt_ >= lEnd_) return false;
     RowHeader h;
     if (std::fread(&h, sizeof h, 1, pFile_) != 1) RaiseError(errAppDefined);
     o.arrCells.resize(h.lCells);
@@ -84,6 +85,7 @@ bool RowSpool::Read(long& lRow, Row& o) {
         std::fread(o.arrCells.data(), sizeof(Cell), h.lCells, pFile_) != h.lCells) {
         RaiseError(errAppDefined);
     }
+    lReadAt_ += static_cast<long>(sizeof h + h.lCells * sizeof(Cell));
     lRow = h.lRow;
     o.lStyle = h.lStyle;
     o.nHeightTwips = h.nHeightTwips;
@@ -174,6 +176,7 @@ void xlWorksheet::Impl::UnspoolAll() {
     bStream = false;
     if (!pSpool) return;
     std::unique_ptr<detail::RowSpool> p = std::move(pSpool);
+    if (p->lFirst == 0) return;  // nothing went
     if (p->lConfirmed != 0) {
         // Rows that left memory come back, with the whole-sheet changes made since.
         if (!p->Rewind()) RaiseError(errAppDefined);

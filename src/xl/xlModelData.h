@@ -183,9 +183,13 @@ public:
     // once Flush said so.
     bool Write(long lRow, const Row& o);
     bool Flush();
-    // From the first row again; then each row in order, false after the last.
-    bool Rewind();
+    // From the first row again; then each row in order, false after the last. With
+    // bDropUnwritten what the disk did not take yet is dropped instead of written (after a
+    // failed write, to read back what it holds).
+    bool Rewind(bool bDropUnwritten = false);
     bool Read(long& lRow, Row& o);
+    // Gives a row read back the formats that the whole-sheet changes since made of its own.
+    void ApplyLaterChanges(xlStyleTable& oStyles, Row& o) const;
     long Bytes() const { return lEnd_; }
 
     long lFirst = 0;  // the rows spooled, lFirst to lLast (0: none yet)

@@ -1711,8 +1711,6 @@ bool xlWorksheet::HasOwnRowHeight(long lRow) const {
     return p && p->nHeightTwips != detail::kNoHeight;
 }
 
-namespace {}  // namespace
-
 long detail::LastShownColumn(const xlWorksheet::Impl& d, const RowRec& o) {
     for (auto it = o.arrCells.rbegin(); it != o.arrCells.rend(); ++it) {
         if (it->eType != kEmpty || it->lStyle != d.Background(o, it->nCol)) return it->nCol;

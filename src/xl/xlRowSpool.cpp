@@ -9,6 +9,8 @@
 // later are applied as the saver reads the rows back; every other change to a spooled row, and
 // every read of one, raises 1004. Should the spool's folder take no file, or a write fail, the
 // rows stay in memory as before.
+#include <stdio_ext.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
@@ -70,10 +72,16 @@ bool RowSpool::Flush() {
     return std::fflush(pFile_) == 0 && !std::ferror(pFile_);
 }
 
-bool RowSpool::Rewind() {
+bool RowSpool::Rewind(bool bDropUnwritten) {
     bRead_ = true;
     lReadAt_ = 0;
-    return Flush() && std::fseek(pFile_, 0, SEEK_SET) == 0;
+    if (bDropUnwritten) {
+        __fpurge(pFile_);
+        std::clearerr(pFile_);
+    } else if (!Flush()) {
+        return false;
+    }
+    return std::fseek(pFile_, 0, SEEK_SET) == 0;
 }
 
 bool RowSpool::Read(long& lRow, Row& o) {
@@ -91,6 +99,14 @@ bool RowSpool::Read(long& lRow, Row& o) {
     o.nHeightTwips = h.nHeightTwips;
     o.nOutline = h.nOutline;
     return true;
+}
+
+void RowSpool::ApplyLaterChanges(xlStyleTable& oStyles, Row& o) const {
+    for (uint32_t lChange : arrLaterChanges) {
+        if (o.lStyle != kUnformatted) o.lStyle = oStyles.Apply(o.lStyle, lChange);
+        for (Cell& c : o.arrCells)
+            c.lStyle = oStyles.Apply(c.lStyle, lChange);
+    }
 }
 
 }  // namespace detail
@@ -179,15 +195,11 @@ void xlWorksheet::Impl::UnspoolAll() {
     if (p->lFirst == 0) return;  // nothing went
     if (p->lConfirmed != 0) {
         // Rows that left memory come back, with the whole-sheet changes made since.
-        if (!p->Rewind()) RaiseError(errAppDefined);
+        if (!p->Rewind(true)) RaiseError(errAppDefined);
         detail::Row o;
         long lRow = 0;
         while (lRow < p->lConfirmed && p->Read(lRow, o)) {
-            for (uint32_t lChange : p->arrLaterChanges) {
-                if (o.lStyle != detail::kUnformatted) o.lStyle = pStyles->Apply(o.lStyle, lChange);
-                for (detail::Cell& c : o.arrCells)
-                    c.lStyle = pStyles->Apply(c.lStyle, lChange);
-            }
+            p->ApplyLaterChanges(*pStyles, o);
             arrRows[static_cast<size_t>(lRow - 1)].arrCells = std::move(o.arrCells);
             o.arrCells.clear();
         }

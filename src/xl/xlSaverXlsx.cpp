@@ -547,13 +547,7 @@ public:
         if (d_.Spooled(r)) {
             long lRow = 0;
             if (!d_.pSpool->Read(lRow, oSpooled_) || lRow != r) Fail();
-            for (uint32_t lChange : d_.pSpool->arrLaterChanges) {
-                if (oSpooled_.lStyle != kUnformatted) {
-                    oSpooled_.lStyle = d_.pStyles->Apply(oSpooled_.lStyle, lChange);
-                }
-                for (Cell& c : oSpooled_.arrCells)
-                    c.lStyle = d_.pStyles->Apply(c.lStyle, lChange);
-            }
+            d_.pSpool->ApplyLaterChanges(*d_.pStyles, oSpooled_);
             p = &oSpooled_;
         }
         if (const long c = detail::LastShownColumn(d_, *p); c != 0) {

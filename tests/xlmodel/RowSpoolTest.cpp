@@ -23,18 +23,24 @@ protected:
     // A title row, then nBlocks blocks of three rows from row 3: "B<i>" in bold with a band
     // merged over A:C and a link to a file, then "B<i>.2" and "B<i>.3"; at the end every cell
     // aligned to the top, as a page set-up does.
-    static void Fill(xlWorksheet& ws, long nBlocks, long lLinksToCome, bool bStream) {
+    // With nChangeAt, every cell of the sheet is also set not to wrap its text when block
+    // nChangeAt begins; with nNamedEvery, only every so many blocks get a name and a link.
+    static void Fill(xlWorksheet& ws, long nBlocks, long lLinksToCome, bool bStream,
+                     long nChangeAt = 0, long nNamedEvery = 1) {
         ws.Cells(1, 1).Value("Title");
         ws.ContinuePastLastRow();
         if (bStream) ws.StreamFinishedBlocks(lLinksToCome);
         long r = 3;
         for (long i = 1; i <= nBlocks; ++i) {
+            if (i == nChangeAt) ws.Cells().WrapText(false);
             ws.KeepRowsTogetherFrom(r);
             ws.Range(ws.Cells(r, 1), ws.Cells(r, 3)).MergeCells(true);
             ws.Cells(r, 1).Value("B" + std::to_string(i));
             ws.Cells(r, 1).Font().FontStyle("Bold");
-            ws.Names().Add("ID_" + std::to_string(i), ws.Rows(r));
-            ws.Hyperlinks().Add(ws.Cells(r + 1, 4), "file" + std::to_string(i % 7) + ".txt");
+            if (i % nNamedEvery == 0) {
+                ws.Names().Add("ID_" + std::to_string(i), ws.Rows(r));
+                ws.Hyperlinks().Add(ws.Cells(r + 1, 4), "file" + std::to_string(i % 7) + ".txt");
+            }
             ws.Cells(r + 1, 1).Value("B" + std::to_string(i) +
                                      ".2 with a text long enough to wrap");
             ws.Cells(r + 2, 2).Value(static_cast<double>(i));
@@ -196,4 +202,35 @@ TEST_F(Spool, ADiskThatFillsBringsTheRowsBackIntoMemory) {
     }
     EXPECT_EQ(sReport,
               "spooled=0 same=1 text=B1.2 with a text long enough to wrap files=a.xlsx open=");
+}
+
+// A disk that fills after rows have left memory and a whole-sheet change came: the rows come
+// back with that change, and the workbook is the one built whole in memory.
+TEST_F(Spool, RowsThatComeBackTakeTheWholeSheetChangesMadeSince) {
+    xl::xlWorkbook oWhole;
+    Fill(oWhole.Worksheets()(1), 80000, 0, false, 40000, 2);
+    const std::string sWant = DumpOf(oWhole);
+    const std::filesystem::path small = dir.File("small");
+    std::filesystem::create_directories(small);
+    std::string sReport;
+    const bool bMounted = testutil::RunOnSmallDisk(
+        small, 6L << 20,
+        [&] {
+            xl::xlWorkbook book;
+            book.SaveAs((small / "a.xlsx").string());
+            xlWorksheet& ws = book.Worksheets()(1);
+            // Rows leave memory (every 4 MB), then the disk refuses more.
+            long lConfirmed = 0;
+            Fill(ws, 80000, 0, true, 40000, 2);
+            lConfirmed = ws.Data().pSpool ? ws.Data().pSpool->lConfirmed : -1;
+            return "spool=" + std::to_string(lConfirmed) +
+                   " spooled=" + std::to_string(Spooled(ws)) +
+                   " same=" + std::to_string(DumpOf(book) == sWant);
+        },
+        sReport);
+    if (!bMounted) {
+        std::cout << "[ NOTE ] " << sReport << "; no small disk to fill here\n";
+        return;
+    }
+    EXPECT_EQ(sReport, "spool=-1 spooled=0 same=1");
 }

@@ -286,6 +286,9 @@ bool clsExportExcel::BuildExcel(const std::string& sXFullPath, const std::string
             bStarted = oBuilder.InitExl(sOutputPath);
             if (bStarted) {
                 bResult = oBuilder.FillExlFile();
+                // The sheets hold all the export shows: the objects' records leave memory
+                // before the long write.
+                ClearExportModel();
                 // An interrupted export is not saved: the builder is released unsaved.
                 if (!ctx_.CancelRequested()) oBuilder.ExitExl();
             }
@@ -310,16 +313,17 @@ bool clsExportExcel::BuildExcel(const std::string& sXFullPath, const std::string
     });
 }
 
+// Empties the array of the current kind and gives its memory back.
 void clsExportExcel::ClearExportModel() {
     switch (ctx_.Model.ExportKind) {
         case 1:
-            ctx_.Model.XItems.clear();
+            std::vector<XItemStruct>().swap(ctx_.Model.XItems);
             break;
         case 2:
-            ctx_.Model.XDocs.clear();
+            std::vector<XDocStruct>().swap(ctx_.Model.XDocs);
             break;
         case 3:
-            ctx_.Model.XFolders.clear();
+            std::vector<XFoldStruct>().swap(ctx_.Model.XFolders);
             break;
         default:
             break;

@@ -12,11 +12,14 @@
 // does.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <deque>
 #include <filesystem>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <string>
@@ -168,6 +171,114 @@ struct Row {
     uint8_t nOutline = 0;               // outline level as the files hold it: 0 (none) to 7
 };
 
+// Records by row (index: row - 1) of a sheet whose rows may go to its spool. The records of
+// spooled rows leave memory as one run (Drop): what stays is the rows before the run, kept
+// together, and those after it, from which the run takes more from the front as blocks finish.
+// A record of the run reads as an empty one and cannot be changed (1004).
+[[noreturn]] void RaiseRowDropped();  // 1004
+
+template <class T>
+class RowRecords {
+public:
+    size_t size() const { return lSize_; }
+    bool empty() const { return lSize_ == 0; }
+    bool Dropped(size_t i) const { return bRun_ && i >= arrHead_.size() && i < lRunEnd_; }
+
+    const T& operator[](size_t i) const {
+        if (i < arrHead_.size()) return arrHead_[i];
+        if (bRun_ && i < lRunEnd_) return Empty();
+        return arrTail_[i - lRunEnd_];
+    }
+    T& operator[](size_t i) {
+        if (i < arrHead_.size()) return arrHead_[i];
+        if (bRun_ && i < lRunEnd_) RaiseDropped();
+        return arrTail_[i - lRunEnd_];
+    }
+
+    void resize(size_t n) {
+        if (!bRun_) {
+            arrHead_.resize(n);
+        } else {
+            if (n < lRunEnd_) RaiseDropped();
+            arrTail_.resize(n - lRunEnd_);
+        }
+        lSize_ = n;
+    }
+    void reserve(size_t n) {
+        if (!bRun_) arrHead_.reserve(n);
+    }
+    void shrink_to_fit() {
+        arrHead_.shrink_to_fit();
+        arrTail_.shrink_to_fit();
+    }
+    void clear() {
+        arrHead_.clear();
+        arrTail_.clear();
+        bRun_ = false;
+        lRunEnd_ = 0;
+        lSize_ = 0;
+    }
+
+    // The records of indices lFrom to lTo - 1 leave memory, as far as they exist. The first
+    // call starts the run at lFrom; each later one extends it to lTo.
+    void Drop(size_t lFrom, size_t lTo) {
+        lTo = std::min(lTo, lSize_);
+        if (!bRun_) {
+            if (lFrom >= lTo) return;
+            arrTail_.assign(std::make_move_iterator(arrHead_.begin() + static_cast<long>(lFrom)),
+                            std::make_move_iterator(arrHead_.end()));
+            arrHead_.resize(lFrom);
+            arrHead_.shrink_to_fit();
+            bRun_ = true;
+            lRunEnd_ = lFrom;
+        }
+        while (lRunEnd_ < lTo) {
+            arrTail_.pop_front();
+            ++lRunEnd_;
+        }
+    }
+    // The records of the run come back, empty.
+    void Restore() {
+        if (!bRun_) return;
+        arrHead_.reserve(lSize_);
+        arrHead_.resize(lRunEnd_);
+        for (T& o : arrTail_)
+            arrHead_.push_back(std::move(o));
+        arrTail_.clear();
+        bRun_ = false;
+        lRunEnd_ = 0;
+    }
+
+    // Each record in memory, in order, with its index.
+    template <class F>
+    void ForEachKept(F&& f) {
+        for (size_t i = 0; i < arrHead_.size(); ++i)
+            f(i, arrHead_[i]);
+        for (size_t i = 0; i < arrTail_.size(); ++i)
+            f(lRunEnd_ + i, arrTail_[i]);
+    }
+    template <class F>
+    void ForEachKept(F&& f) const {
+        for (size_t i = 0; i < arrHead_.size(); ++i)
+            f(i, arrHead_[i]);
+        for (size_t i = 0; i < arrTail_.size(); ++i)
+            f(lRunEnd_ + i, arrTail_[i]);
+    }
+
+private:
+    static const T& Empty() {
+        static const T kEmpty{};
+        return kEmpty;
+    }
+    [[noreturn]] static void RaiseDropped() { RaiseRowDropped(); }
+
+    std::vector<T> arrHead_;  // before the run; every record while there is none
+    std::deque<T> arrTail_;   // after the run
+    bool bRun_ = false;
+    size_t lRunEnd_ = 0;  // index of the first record after the run
+    size_t lSize_ = 0;
+};
+
 // Rows of a sheet handed over before the save (see xlWorksheet::StreamFinishedBlocks): written in
 // order to an unlinked temporary file, and read back in order by the saver. What a row holds is
 // written as the model holds it (cell records with their text references); the whole-sheet format
@@ -239,8 +350,8 @@ struct xlWorksheet::Impl {
 
     std::shared_ptr<xlStyleTable> pStyles;
     std::shared_ptr<detail::TextArena> pTexts;
-    detail::TextArena& oText;          // *pTexts
-    std::vector<detail::Row> arrRows;  // index: row - 1
+    detail::TextArena& oText;                 // *pTexts
+    detail::RowRecords<detail::Row> arrRows;  // index: row - 1
     uint32_t lSheetStyle = 0;
     std::vector<uint32_t> arrColStyle;  // index: column; kUnformatted unless formatted
     std::vector<float> arrColWidth;     // index: column; negative unless set
@@ -286,7 +397,7 @@ struct xlWorksheet::Impl {
 
     // Merged areas (row1, col1, row2, col2), and for each row the areas that cover it.
     std::vector<std::array<long, 4>> arrMerged;
-    std::vector<std::vector<uint32_t>> arrMergedRows;  // index: row - 1
+    detail::RowRecords<std::vector<uint32_t>> arrMergedRows;  // index: row - 1
 
     // Hyperlinks by cell, and defined names by their upper-case text: positions in the lists.
     std::unordered_map<uint64_t, uint32_t> mapLinks;

@@ -880,7 +880,7 @@ void xlWorksheet::Impl::ApplyToColumns(long c1, long c2, uint32_t lChange) {
             s = f(s);
         }
     }
-    for (RowRec& oRow : arrRows) {
+    arrRows.ForEachKept([&](size_t, RowRec& oRow) {
         if (oRow.lStyle == kUnformatted) {
             ForExisting(oRow, c1, c2, [&](Cell& c) { c.lStyle = f(c.lStyle); });
         } else {
@@ -893,7 +893,7 @@ void xlWorksheet::Impl::ApplyToColumns(long c1, long c2, uint32_t lChange) {
                 ForSpan(*this, oRow, c1, c2, [&](Cell& c) { c.lStyle = f(c.lStyle); });
             }
         }
-    }
+    });
 }
 
 void xlWorksheet::Impl::ApplyToSheet(uint32_t lChange) {
@@ -902,11 +902,12 @@ void xlWorksheet::Impl::ApplyToSheet(uint32_t lChange) {
     lSheetStyle = f(lSheetStyle);
     for (uint16_t col : arrFormattedCols)
         arrColStyle[col] = f(arrColStyle[col]);
-    for (RowRec& oRow : arrRows) {
+    // Spooled rows that left memory take the change as they come back.
+    arrRows.ForEachKept([&](size_t, RowRec& oRow) {
         if (oRow.lStyle != kUnformatted) oRow.lStyle = f(oRow.lStyle);
         for (Cell& c : oRow.arrCells)
             c.lStyle = f(c.lStyle);
-    }
+    });
 }
 
 void xlWorksheet::Impl::AddMerged(const std::array<long, 4>& a) {
@@ -1150,9 +1151,9 @@ void xlRange::RowHeight(double dHeight) {
     const uint16_t nTwips = static_cast<uint16_t>(std::lround(dHeight * 20));
     if (IsWholeColumns()) {
         // Every row: the sheet's standard height changes and no row keeps its own.
+        if (d.pSpool) d.CheckNotSpooled(d.pSpool->lFirst, d.pSpool->lLast);
         d.dDefaultRowHeight = nTwips / 20.0;
-        for (RowRec& oRow : d.arrRows)
-            oRow.nHeightTwips = detail::kNoHeight;
+        d.arrRows.ForEachKept([](size_t, RowRec& oRow) { oRow.nHeightTwips = detail::kNoHeight; });
         return;
     }
     for (long r = lRow1_; r <= lRow2_; ++r)
@@ -1735,11 +1736,11 @@ long xlWorksheet::UsedLastRow() const {
 long xlWorksheet::UsedLastColumn() const {
     const Impl& d = *pImpl_;
     long n = d.pSpool ? d.pSpool->lLastShownCol : 0;
-    for (const RowRec& o : d.arrRows) {
+    d.arrRows.ForEachKept([&](size_t, const RowRec& o) {
         if (!o.arrCells.empty() && o.arrCells.back().nCol > n) {
             n = std::max(n, detail::LastShownColumn(d, o));
         }
-    }
+    });
     return n;
 }
 

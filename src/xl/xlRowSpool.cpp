@@ -101,6 +101,10 @@ bool RowSpool::Read(long& lRow, Row& o) {
     return true;
 }
 
+void RaiseRowDropped() {
+    RaiseError(errAppDefined);
+}
+
 void RowSpool::ApplyLaterChanges(xlStyleTable& oStyles, Row& o) const {
     for (uint32_t lChange : arrLaterChanges) {
         if (o.lStyle != kUnformatted) o.lStyle = oStyles.Apply(o.lStyle, lChange);
@@ -178,13 +182,11 @@ void xlWorksheet::Impl::FlushSpool() {
         return;
     }
     lSpoolFlushedBytes = pSpool->Bytes();
-    const long lFrom = pSpool->lConfirmed != 0 ? pSpool->lConfirmed + 1 : pSpool->lFirst;
-    for (long r = lFrom; r <= pSpool->lLast; ++r) {
-        std::vector<detail::Cell>().swap(arrRows[static_cast<size_t>(r - 1)].arrCells);
-        if (static_cast<size_t>(r) <= arrMergedRows.size()) {
-            std::vector<uint32_t>().swap(arrMergedRows[static_cast<size_t>(r - 1)]);
-        }
-    }
+    // The records of the rows on the disk go, with their lists of merged areas.
+    const size_t lFrom = static_cast<size_t>(pSpool->lFirst - 1);
+    const size_t lTo = static_cast<size_t>(pSpool->lLast);
+    arrRows.Drop(lFrom, lTo);
+    arrMergedRows.Drop(lFrom, lTo);
     pSpool->lConfirmed = pSpool->lLast;
 }
 
@@ -196,16 +198,18 @@ void xlWorksheet::Impl::UnspoolAll() {
     if (p->lConfirmed != 0) {
         // Rows that left memory come back, with the whole-sheet changes made since.
         if (!p->Rewind(true)) RaiseError(errAppDefined);
+        arrRows.Restore();
         detail::Row o;
         long lRow = 0;
         while (lRow < p->lConfirmed && p->Read(lRow, o)) {
             p->ApplyLaterChanges(*pStyles, o);
-            arrRows[static_cast<size_t>(lRow - 1)].arrCells = std::move(o.arrCells);
-            o.arrCells.clear();
+            arrRows[static_cast<size_t>(lRow - 1)] = std::move(o);
+            o = detail::Row();
         }
         if (lRow != p->lConfirmed) RaiseError(errAppDefined);
     }
     // The merged areas of the spooled rows are listed for them again.
+    arrMergedRows.Restore();
     const long lLast = std::min<long>(p->lLast, static_cast<long>(arrMergedRows.size()));
     for (long r = p->lFirst; r <= lLast; ++r)
         arrMergedRows[static_cast<size_t>(r - 1)].clear();

@@ -106,6 +106,84 @@ TEST_F(Spool, ASpooledRowCanNeitherBeReadNorChanged) {
     ws.Cells().WrapText(true);
 }
 
+TEST_F(Spool, ASheetWideRowHeightAfterRowsWentIsRefused) {
+    xl::xlWorkbook book;
+    book.SaveAs(dir.File("a.xlsx"));
+    xlWorksheet& ws = book.Worksheets()(1);
+    Fill(ws, 10, 0, true);
+    ASSERT_GT(Spooled(ws), 0);
+    // A spooled row keeps the height it went with: the standard height cannot change under it.
+    EXPECT_RUN_ERROR(ws.Cells().RowHeight(30), errAppDefined);
+    EXPECT_DOUBLE_EQ(ws.Data().dDefaultRowHeight, xl::detail::kDefaultRowHeight);
+}
+
+TEST_F(Spool, TheRecordsOfRowsOnTheDiskLeaveMemory) {
+    xl::xlWorkbook book;
+    book.SaveAs(dir.File("a.xlsx"));
+    xlWorksheet& ws = book.Worksheets()(1);
+    Fill(ws, 2000, 0, true);
+    auto& d = ws.Data();
+    ASSERT_EQ(d.pSpool->lFirst, 3);
+    d.FlushSpool();
+    ASSERT_EQ(d.pSpool->lConfirmed, d.pSpool->lLast);
+    // Every spooled row's record went; the title row and the open blocks stay.
+    for (long r = 3; r <= d.pSpool->lLast; ++r) {
+        ASSERT_TRUE(d.arrRows.Dropped(static_cast<size_t>(r - 1))) << r;
+    }
+    EXPECT_FALSE(d.arrRows.Dropped(0));
+    EXPECT_FALSE(d.arrRows.Dropped(static_cast<size_t>(d.pSpool->lLast)));
+    EXPECT_EQ(d.arrRows.size(), 2000u * 3 + 2);
+    EXPECT_EQ(d.arrRows[0].arrCells.size(), 1u);
+    // A dropped record reads as an empty row and cannot be changed.
+    const auto& cd = d;
+    EXPECT_TRUE(cd.arrRows[10].arrCells.empty());
+    EXPECT_RUN_ERROR(d.arrRows[10].nHeightTwips = 300, errAppDefined);
+    EXPECT_EQ(ws.Cells(d.pSpool->lLast + 1, 1).Text(), "B1999");
+    // The saved workbook holds every row as written.
+    xl::xlWorkbook oWhole;
+    oWhole.SaveAs(dir.File("whole.xlsx"));
+    Fill(oWhole.Worksheets()(1), 2000, 0, false);
+    EXPECT_EQ(DumpOf(book), DumpOf(oWhole));
+}
+
+TEST(RowRecords, ARunOfRecordsLeavesAndComesBackEmpty) {
+    xl::detail::RowRecords<std::vector<uint32_t>> a;
+    a.resize(10);
+    for (size_t i = 0; i < 10; ++i)
+        a[i].push_back(static_cast<uint32_t>(i));
+    a.Drop(3, 6);
+    EXPECT_EQ(a.size(), 10u);
+    EXPECT_TRUE(a.Dropped(3));
+    EXPECT_TRUE(a.Dropped(5));
+    EXPECT_FALSE(a.Dropped(6));
+    EXPECT_EQ(a[2], std::vector<uint32_t>{2});
+    EXPECT_EQ(a[6], std::vector<uint32_t>{6});
+    // The run grows from its end only; past the records there are, it stops at the last one.
+    a.Drop(3, 8);
+    EXPECT_TRUE(a.Dropped(7));
+    EXPECT_EQ(a[8], std::vector<uint32_t>{8});
+    a.resize(12);
+    a[11].push_back(11);
+    a.Drop(3, 40);
+    EXPECT_TRUE(a.Dropped(11));
+    EXPECT_EQ(a.size(), 12u);
+    // A run cannot shrink back into the records kept.
+    EXPECT_RUN_ERROR(a.resize(5), errAppDefined);
+    // Grown again, then every record of the run back, empty, in its place.
+    a.resize(13);
+    a[12].push_back(12);
+    a.Restore();
+    EXPECT_FALSE(a.Dropped(5));
+    EXPECT_EQ(a.size(), 13u);
+    EXPECT_EQ(a[2], std::vector<uint32_t>{2});
+    EXPECT_TRUE(a[3].empty());
+    EXPECT_TRUE(a[11].empty());
+    EXPECT_EQ(a[12], std::vector<uint32_t>{12});
+    size_t n = 0;
+    a.ForEachKept([&](size_t i, const std::vector<uint32_t>&) { EXPECT_EQ(i, n++); });
+    EXPECT_EQ(n, 13u);
+}
+
 TEST_F(Spool, AnXlsWorkbookKeepsItsRows) {
     xl::xlWorkbook book;
     book.SaveAs(dir.File("a.xls"));

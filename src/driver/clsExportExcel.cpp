@@ -317,13 +317,13 @@ bool clsExportExcel::BuildExcel(const std::string& sXFullPath, const std::string
 void clsExportExcel::ClearExportModel() {
     switch (ctx_.Model.ExportKind) {
         case 1:
-            std::vector<XItemStruct>().swap(ctx_.Model.XItems);
+            std::deque<XItemStruct>().swap(ctx_.Model.XItems);
             break;
         case 2:
-            std::vector<XDocStruct>().swap(ctx_.Model.XDocs);
+            std::deque<XDocStruct>().swap(ctx_.Model.XDocs);
             break;
         case 3:
-            std::vector<XFoldStruct>().swap(ctx_.Model.XFolders);
+            std::deque<XFoldStruct>().swap(ctx_.Model.XFolders);
             break;
         default:
             break;

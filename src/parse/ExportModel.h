@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <string>
 #include <vector>
 
@@ -107,7 +108,8 @@ struct clsExportModel {
     int16_t IsStructure = 0;  // 1 structure, 2 collection
     int32_t ObjCount = -1;    // highest index of the array of the current kind, -1 none
     std::string RootObjName;  // node name of the first object under the root, set by the parse
-    std::vector<XItemStruct> XItems;
-    std::vector<XDocStruct> XDocs;
-    std::vector<XFoldStruct> XFolders;
+    // The objects grow one by one as the walk meets them: a record once placed never moves.
+    std::deque<XItemStruct> XItems;
+    std::deque<XDocStruct> XDocs;
+    std::deque<XFoldStruct> XFolders;
 };

@@ -2,6 +2,7 @@
 
 #include "support/modProgress.h"
 
+#include <deque>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -99,7 +100,7 @@ void ReportTopLevelFault(clsExportContext& ctx, const std::string& sMsg) {
 template <class XRec>
 struct clsXMLPars::clsWalkKind {
     const char* sProc;
-    std::vector<XRec> clsExportModel::*pArr;
+    std::deque<XRec> clsExportModel::*pArr;
     std::string clsResources::*pObjName;
     std::string clsResources::*pPsName;
     std::string clsResources::*pMsgOf;
@@ -111,7 +112,7 @@ struct clsXMLPars::clsWalkKind {
 template <class XRec, class Rec>
 struct clsXMLPars::clsRelationKind {
     const char* sProc;
-    std::vector<XRec> clsExportModel::*pArr;
+    std::deque<XRec> clsExportModel::*pArr;
     std::string clsResources::*pRelName;
     std::string clsResources::*pObjName;
     bool (clsXMLPars::*pfnHead)(pugi::xml_node, Rec&);
@@ -223,7 +224,7 @@ bool clsXMLPars::FillXFoldStruct(pugi::xml_node oFirst) {
 // A collection export climbs back to level 0 and goes on with the next top-level sibling.
 template <class XRec>
 bool clsXMLPars::WalkObjects(pugi::xml_node oFirst, const clsWalkKind<XRec>& oKind) {
-    std::vector<XRec>& arr = ctx_.Model.*oKind.pArr;
+    std::deque<XRec>& arr = ctx_.Model.*oKind.pArr;
     const std::string& sObjName = ctx_.Res.*oKind.pObjName;
     const std::string& sPsName = ctx_.Res.*oKind.pPsName;
     const std::string& sMsgOf = ctx_.Res.*oKind.pMsgOf;

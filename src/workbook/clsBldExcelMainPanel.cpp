@@ -1,4 +1,6 @@
 // The main panel: the heading row and one row per listed object.
+#include <deque>
+
 #include "support/clsRunError.h"
 #include "workbook/clsBldExcel.h"
 
@@ -10,7 +12,7 @@ namespace {
 // of rows written.
 template <class Rec, class FillRow>
 void FillMainPanelRows(xl::xlWorksheet& oSheet, const clsExportModel& m,
-                       const std::vector<Rec>& arrRecords, long& nCount, long nStartRow,
+                       const std::deque<Rec>& arrRecords, long& nCount, long nStartRow,
                        FillRow&& fnFillRow) {
     nCount = 0;
     for (long i = 0; i <= m.ObjCount; ++i) {

@@ -105,11 +105,14 @@ test: test-normal test-asan tsan
 # Concurrent exports built with ThreadSanitizer (only the reliability tests are built).
 tsan: deps
 	cmake -S . -B $(TSAN_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORV_TSAN=ON $(CMAKE_FLAGS)
-	cmake --build $(TSAN_DIR) -j $(JOBS) --target test_reliability
+	cmake --build $(TSAN_DIR) -j $(JOBS) --target test_reliability test_xlmodel
 	rm -rf $(TSAN_DIR)/test-reports
 	$(call reports_env,$(TSAN_DIR)) \
 	TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=$(CURDIR)/tests/reliability/tsan.supp \
 	  $(TSAN_DIR)/tests/test_reliability --gtest_filter='*Concurrent*'
+	$(call reports_env,$(TSAN_DIR)) \
+	TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=$(CURDIR)/tests/reliability/tsan.supp \
+	  $(TSAN_DIR)/tests/test_xlmodel --gtest_filter='Saver.*:Spool.*'
 
 deps-fuzz:
 	$(call install_missing,$(FUZZ_PACKAGES))

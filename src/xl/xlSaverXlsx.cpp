@@ -18,10 +18,16 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <condition_variable>
 #include <cstdint>
 #include <cstdio>
+#include <deque>
+#include <exception>
 #include <filesystem>
+#include <memory>
+#include <mutex>
 #include <optional>
+#include <thread>
 #include <unordered_map>
 #include <vector>
 
@@ -264,6 +270,12 @@ public:
     }
     // The writer does not check its writes into the temporary files that hold the rows: rows it
     // could not store (a full disk) would be missing from a file that closes without error.
+    // On the writer's thread, after each run of rows: a write to the sheet's row file that the
+    // system refused raises its reason there, while errno still holds it.
+    void CheckRows() {
+        std::FILE* f = ws_ ? ws_->optimize_tmpfile : nullptr;
+        if (f && std::ferror(f)) modSaveFile::RaiseWriteFailure(errno);
+    }
     void CheckRowFiles() {
         for (lxw_worksheet* ws : arrSheets_) {
             std::FILE* f = ws->optimize_tmpfile;
@@ -378,6 +390,7 @@ public:
     void PrintArea(lxw_row_t r1, lxw_col_t c1, lxw_row_t r2, lxw_col_t c2) {
         std::fprintf(p_, "A\t%u\t%u\t%u\t%u\n", r1, c1, r2, c2);
     }
+    void CheckRows() {}
     void Footer(const char* s) {
         std::fputs("P\t", p_);
         Text(s);
@@ -572,7 +585,211 @@ private:
     long lUsedCol_ = 0;
 };
 
-// Writes the rows of a sheet; returns its used range (last row, last column; 0 when empty).
+// What the writer is to write of a run of rows, prepared on the saving thread: each row's height
+// and format, the merged areas that start on it and its cells, with formats as the model's ids.
+// The texts stay in the workbook's store, which nothing changes during a save.
+struct RowBatch {
+    enum class Kind : uint8_t { String, Number, Blank, Formula, Url, UrlNumber };
+    struct CellJob {
+        Kind eKind;
+        lxw_col_t nCol;
+        uint32_t lStyle;
+        double dNumber;     // Number, UrlNumber
+        const char* pText;  // String
+        uint32_t lPayload;  // Formula: its stored text
+        uint32_t lUrl;      // Url, UrlNumber: target, text and tip from here in arrStrings
+    };
+    struct RowJob {
+        lxw_row_t nRow;
+        bool bRow;  // the row itself is written: height, format, outline level
+        uint8_t nOutline;
+        uint32_t lStyle;
+        double dHeight;
+        uint32_t lMergeEnd;  // ends of the row's merged areas and cells in the lists
+        uint32_t lCellEnd;
+    };
+    std::vector<RowJob> arrRows;
+    std::vector<std::array<long, 4>> arrMerges;
+    std::vector<CellJob> arrCells;
+    std::vector<std::string> arrStrings;
+    void Clear() {
+        arrRows.clear();
+        arrMerges.clear();
+        arrCells.clear();
+        arrStrings.clear();
+    }
+};
+
+// The queue between the saving thread, which reads and lays out the rows, and the writer's
+// thread, which formats and compresses them: a few batches deep, so memory stays bounded while
+// both keep busy. Batches go round: the writer hands each one back to be filled again.
+class RowPipe {
+public:
+    static constexpr size_t kRowsPerBatch = 512;
+
+    std::unique_ptr<RowBatch> Empty() {
+        std::unique_lock<std::mutex> lk(m_);
+        if (!arrFree_.empty()) {
+            std::unique_ptr<RowBatch> p = std::move(arrFree_.back());
+            arrFree_.pop_back();
+            return p;
+        }
+        lk.unlock();
+        return std::make_unique<RowBatch>();
+    }
+    // False once the writer stopped on a failure: nothing more is taken.
+    bool Put(std::unique_ptr<RowBatch> p) {
+        std::unique_lock<std::mutex> lk(m_);
+        cvRoom_.wait(lk, [&] { return arrFull_.size() < kDepth || bFailed_; });
+        if (bFailed_) return false;
+        arrFull_.push_back(std::move(p));
+        cvWork_.notify_one();
+        return true;
+    }
+    // The next batch for the writer; none after the last one, or when the saving stopped.
+    std::unique_ptr<RowBatch> Next() {
+        std::unique_lock<std::mutex> lk(m_);
+        cvWork_.wait(lk, [&] { return !arrFull_.empty() || bClosed_; });
+        if (arrFull_.empty()) return nullptr;
+        std::unique_ptr<RowBatch> p = std::move(arrFull_.front());
+        arrFull_.pop_front();
+        cvRoom_.notify_one();
+        return p;
+    }
+    void Recycle(std::unique_ptr<RowBatch> p) {
+        p->Clear();
+        std::lock_guard<std::mutex> lk(m_);
+        arrFree_.push_back(std::move(p));
+    }
+    // The saving thread is done; with bDrop what is still queued is not written.
+    void Close(bool bDrop) {
+        std::lock_guard<std::mutex> lk(m_);
+        bClosed_ = true;
+        if (bDrop) arrFull_.clear();
+        cvWork_.notify_all();
+    }
+    void Failed() {
+        std::lock_guard<std::mutex> lk(m_);
+        bFailed_ = true;
+        arrFull_.clear();
+        cvRoom_.notify_all();
+    }
+
+private:
+    static constexpr size_t kDepth = 4;
+    std::mutex m_;
+    std::condition_variable cvWork_, cvRoom_;
+    std::deque<std::unique_ptr<RowBatch>> arrFull_;
+    std::vector<std::unique_ptr<RowBatch>> arrFree_;
+    bool bClosed_ = false;
+    bool bFailed_ = false;
+};
+
+// Writes one batch through the sink, row by row in order, as the writer takes them.
+template <class Sink>
+void WriteBatch(Sink& sink, const xlWorksheet::Impl& d, Formats<Sink>& fmts, const RowBatch& b) {
+    uint32_t lMerge = 0, lCell = 0;
+    for (const RowBatch::RowJob& o : b.arrRows) {
+        const lxw_row_t rr = o.nRow;
+        if (o.bRow) {
+            sink.Row(rr, o.dHeight,
+                     o.lStyle != kUnformatted ? fmts.For(*d.pStyles, o.lStyle) : Sink::kNone,
+                     o.nOutline);
+        }
+        for (; lMerge < o.lMergeEnd; ++lMerge) {
+            const auto& a = b.arrMerges[lMerge];
+            sink.Merge(rr, static_cast<lxw_col_t>(a[1] - 1), static_cast<lxw_row_t>(a[2] - 1),
+                       static_cast<lxw_col_t>(a[3] - 1));
+        }
+        for (; lCell < o.lCellEnd; ++lCell) {
+            const RowBatch::CellJob& c = b.arrCells[lCell];
+            const auto f = fmts.For(*d.pStyles, c.lStyle);
+            switch (c.eKind) {
+                case RowBatch::Kind::String:
+                    sink.String(rr, c.nCol, c.pText, f);
+                    break;
+                case RowBatch::Kind::Number:
+                    sink.Number(rr, c.nCol, c.dNumber, f);
+                    break;
+                case RowBatch::Kind::Blank:
+                    sink.Blank(rr, c.nCol, f);
+                    break;
+                case RowBatch::Kind::Formula: {
+                    const std::string_view sStored = d.oText.Get(c.lPayload);
+                    sink.Formula(rr, c.nCol, std::string(detail::FormulaOf(sStored)), f,
+                                 std::string(detail::FormulaValueOf(sStored)));
+                    break;
+                }
+                case RowBatch::Kind::Url:
+                case RowBatch::Kind::UrlNumber: {
+                    const std::string& sTip = b.arrStrings[c.lUrl + 2];
+                    sink.Url(rr, c.nCol, b.arrStrings[c.lUrl].c_str(), f,
+                             b.arrStrings[c.lUrl + 1].c_str(),
+                             sTip.empty() ? nullptr : sTip.c_str());
+                    if (c.eKind == RowBatch::Kind::UrlNumber) sink.Number(rr, c.nCol, c.dNumber, f);
+                    break;
+                }
+            }
+        }
+    }
+}
+
+// The writer's thread for the rows of one sheet. Whatever stops the saving thread (a failure,
+// an interrupted save) stops the writer before it goes; a failure of the writer reaches the
+// saving thread, which raises it as its own.
+template <class Sink>
+class RowWriter {
+public:
+    RowWriter(Sink& sink, const xlWorksheet::Impl& d, Formats<Sink>& fmts)
+        : thread_([this, &sink, &d, &fmts] {
+              try {
+                  while (std::unique_ptr<RowBatch> p = pipe_.Next()) {
+                      WriteBatch(sink, d, fmts, *p);
+                      sink.CheckRows();
+                      pipe_.Recycle(std::move(p));
+                  }
+              } catch (...) {
+                  pError_ = std::current_exception();
+                  pipe_.Failed();
+              }
+          }) {}
+    ~RowWriter() {
+        if (thread_.joinable()) {
+            pipe_.Close(true);
+            thread_.join();
+        }
+    }
+    RowWriter(const RowWriter&) = delete;
+    RowWriter& operator=(const RowWriter&) = delete;
+
+    RowBatch& Batch() {
+        if (!pBatch_) pBatch_ = pipe_.Empty();
+        return *pBatch_;
+    }
+    // Hands the batch over once it holds enough rows (bAll: whatever it holds).
+    void Send(bool bAll = false) {
+        if (!pBatch_ || pBatch_->arrRows.empty()) return;
+        if (!bAll && pBatch_->arrRows.size() < RowPipe::kRowsPerBatch) return;
+        if (!pipe_.Put(std::move(pBatch_))) Finish();
+    }
+    // Waits for the writer to write every row handed over; raises what stopped it.
+    void Finish() {
+        Send(true);
+        pipe_.Close(false);
+        thread_.join();
+        if (pError_) std::rethrow_exception(pError_);
+    }
+
+private:
+    RowPipe pipe_;
+    std::unique_ptr<RowBatch> pBatch_;
+    std::exception_ptr pError_;
+    std::thread thread_;  // last: it starts once the rest is ready
+};
+
+// Writes the rows of a sheet; returns its used range (last row, last column; 0 when empty). This
+// thread reads each row (from the model or its spool), fits its height and finds its links; the
+// writer's thread writes the rows in order behind it.
 template <class Sink>
 std::pair<long, long> WriteCells(Sink& sink, const xlWorksheet& oSheet, Formats<Sink>& fmts,
                                  SaveProgress& oProgress) {
@@ -587,67 +804,77 @@ std::pair<long, long> WriteCells(Sink& sink, const xlWorksheet& oSheet, Formats<
     std::sort(arrLinkCells.begin(), arrLinkCells.end());
     size_t lNextLink = 0;
     const detail::RowFitter oFitter(d);
+    RowWriter<Sink> oWriter(sink, d, fmts);
+    using Kind = RowBatch::Kind;
 
     for (size_t i = 0; i < d.arrRows.size(); ++i) {
         oProgress.Row();
         const long r = static_cast<long>(i) + 1;
         const RowRec& o = oRows.Get(r);
-        const lxw_row_t rr = static_cast<lxw_row_t>(i);
         const bool bMerge = lNextMerge < arrMerged.size() && Area(lNextMerge)[0] == r;
         if (o.arrCells.empty() && o.lStyle == kUnformatted && o.nHeightTwips == detail::kNoHeight &&
             o.nOutline == 0 && !bMerge) {
             continue;
         }
+        RowBatch& b = oWriter.Batch();
         // A row's own height wins; else the height its text needs, when more than standard.
         double h = o.nHeightTwips != detail::kNoHeight ? o.nHeightTwips / 20.0 : 0;
         if (h == 0 && !o.arrCells.empty()) h = oFitter.Fit(r, o, oRows.Merged());
-        if (o.lStyle != kUnformatted || h != 0 || o.nOutline != 0) {
-            sink.Row(rr, h != 0 ? h : d.dDefaultRowHeight,
-                     o.lStyle != kUnformatted ? fmts.For(*d.pStyles, o.lStyle) : Sink::kNone,
-                     o.nOutline);
-        }
-        for (; lNextMerge < arrMerged.size() && Area(lNextMerge)[0] == r; ++lNextMerge) {
-            const auto& a = Area(lNextMerge);
-            sink.Merge(rr, static_cast<lxw_col_t>(a[1] - 1), static_cast<lxw_row_t>(a[2] - 1),
-                       static_cast<lxw_col_t>(a[3] - 1));
-        }
+        RowBatch::RowJob job{};
+        job.nRow = static_cast<lxw_row_t>(i);
+        job.bRow = o.lStyle != kUnformatted || h != 0 || o.nOutline != 0;
+        job.nOutline = o.nOutline;
+        job.lStyle = o.lStyle;
+        job.dHeight = h != 0 ? h : d.dDefaultRowHeight;
+        for (; lNextMerge < arrMerged.size() && Area(lNextMerge)[0] == r; ++lNextMerge)
+            b.arrMerges.push_back(Area(lNextMerge));
         for (const Cell& c : o.arrCells) {
-            const lxw_col_t cc = static_cast<lxw_col_t>(c.nCol - 1);
-            const auto f = fmts.For(*d.pStyles, c.lStyle);
+            RowBatch::CellJob cj{};
+            cj.nCol = static_cast<lxw_col_t>(c.nCol - 1);
+            cj.lStyle = c.lStyle;
             if (lNextLink < arrLinkCells.size()) {
                 const uint64_t k = detail::CellKey(r, c.nCol);
                 while (lNextLink < arrLinkCells.size() && arrLinkCells[lNextLink].first < k)
                     ++lNextLink;
                 if (lNextLink < arrLinkCells.size() && arrLinkCells[lNextLink].first == k) {
                     const xlHyperlinkEntry& e = arrLinks[arrLinkCells[lNextLink].second];
-                    const std::string sTarget = detail::LinkTarget(e.sAddress, e.sSubAddress);
-                    const std::string sText = CellText(d, c);
-                    sink.Url(rr, cc, sTarget.c_str(), f, sText.c_str(),
-                             e.sScreenTip.empty() ? nullptr : e.sScreenTip.c_str());
-                    if (c.eType == detail::kNumber) sink.Number(rr, cc, c.Number(), f);
+                    cj.eKind = c.eType == detail::kNumber ? Kind::UrlNumber : Kind::Url;
+                    cj.dNumber = c.eType == detail::kNumber ? c.Number() : 0;
+                    cj.lUrl = static_cast<uint32_t>(b.arrStrings.size());
+                    b.arrStrings.push_back(detail::LinkTarget(e.sAddress, e.sSubAddress));
+                    b.arrStrings.push_back(CellText(d, c));
+                    b.arrStrings.push_back(e.sScreenTip);
+                    b.arrCells.push_back(cj);
                     continue;
                 }
             }
             switch (c.eType) {
                 case detail::kText:
-                    sink.String(rr, cc, d.oText.CStr(c.lPayload), f);
+                    cj.eKind = Kind::String;
+                    cj.pText = d.oText.CStr(c.lPayload);
                     break;
                 case detail::kNumber:
-                    sink.Number(rr, cc, c.Number(), f);
+                    cj.eKind = Kind::Number;
+                    cj.dNumber = c.Number();
                     break;
-                case detail::kFormula: {
-                    const std::string_view sStored = d.oText.Get(c.lPayload);
-                    sink.Formula(rr, cc, std::string(detail::FormulaOf(sStored)), f,
-                                 std::string(detail::FormulaValueOf(sStored)));
+                case detail::kFormula:
+                    cj.eKind = Kind::Formula;
+                    cj.lPayload = c.lPayload;
                     break;
-                }
                 default:
                     // A record that shows what the cell would show anyway is left out.
-                    if (c.lStyle != d.Background(o, c.nCol)) sink.Blank(rr, cc, f);
+                    if (c.lStyle == d.Background(o, c.nCol)) continue;
+                    cj.eKind = Kind::Blank;
                     break;
             }
+            b.arrCells.push_back(cj);
         }
+        job.lMergeEnd = static_cast<uint32_t>(b.arrMerges.size());
+        job.lCellEnd = static_cast<uint32_t>(b.arrCells.size());
+        b.arrRows.push_back(job);
+        oWriter.Send();
     }
+    oWriter.Finish();
     // Areas that start below the last row with data.
     for (; lNextMerge < arrMerged.size(); ++lNextMerge) {
         const auto& a = Area(lNextMerge);

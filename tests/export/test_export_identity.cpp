@@ -10,13 +10,18 @@
 //         tests/data/gen-settings.xml SETUP_FILE tests/data/gen-item-structure.dump
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <memory>
+#include <ostream>
 #include <regex>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "TestUtil.h"
@@ -72,16 +77,18 @@ protected:
     }
     void TearDown() override { modEnvironment::ResetAppDataRootCache(); }
 
-    // Parses and builds the export as the driver does, and returns the dump of its workbook.
-    // With bSaved the workbook is saved first, as an export's is, and its finished blocks go to
-    // the spool while it is built (which the dump then reads back).
-    std::string DumpOf(const std::string& sData, const std::string& sSetup, bool bSaved = true) {
+    // Parses and builds the export as the driver does and hands its workbook to fnUse. With
+    // bSaved the workbook is saved first, as an export's is, and its finished blocks go to the
+    // spool while it is built.
+    void Build(const std::string& sData, const std::string& sSetup, bool bSaved,
+               const std::string& sSettingsFile,
+               const std::function<void(xl::xlWorkbook&)>& fnUse) {
         clsExportExcel oExport;
         clsExportContext& ctx = oExport.Context();
         std::vector<std::string> arrLog;
         ctx.Options.OnLogLine = [&](const std::string& s) { arrLog.push_back(s); };
         ctx.LogFilePath = tmp.File("export.log");
-        EXPECT_TRUE(oExport.GetIniXML(sSettings));
+        EXPECT_TRUE(oExport.GetIniXML(sSettingsFile));
         modResources::InitResources(ctx, ctx.IniData.get());
         EXPECT_TRUE(clsExportExcel::FillExcellCap(ctx, sSetup));
         EXPECT_TRUE(clsExportExcel::FillAttrLabels(ctx));
@@ -97,16 +104,24 @@ protected:
         }
         EXPECT_TRUE(oBuilder.FillExlFile());
         EXPECT_EQ(arrLog, std::vector<std::string>{});
-        const auto& d = clsBldExcelTestAccess::Workbook(oBuilder)->Worksheets()(1).Data();
-        lSpooledRows = d.pSpool ? d.pSpool->lLast - d.pSpool->lFirst + 1 : 0;
+        fnUse(*clsBldExcelTestAccess::Workbook(oBuilder));
+    }
 
-        const std::string sDump = tmp.File("workbook.dump");
-        std::FILE* p = std::fopen(sDump.c_str(), "wb");
-        EXPECT_NE(p, nullptr);
-        if (!p) return "";
-        xl::DumpWorkbook(*clsBldExcelTestAccess::Workbook(oBuilder), p);
-        std::fclose(p);
-        return testutil::ReadFile(sDump);
+    // The dump of the workbook an export builds (the saver's calls, through Build).
+    std::string DumpOf(const std::string& sData, const std::string& sSetup, bool bSaved = true) {
+        std::string sResult;
+        Build(sData, sSetup, bSaved, sSettings, [&](xl::xlWorkbook& book) {
+            const auto& d = book.Worksheets()(1).Data();
+            lSpooledRows = d.pSpool ? d.pSpool->lLast - d.pSpool->lFirst + 1 : 0;
+            const std::string sDump = tmp.File("workbook.dump");
+            std::FILE* p = std::fopen(sDump.c_str(), "wb");
+            EXPECT_NE(p, nullptr);
+            if (!p) return;
+            xl::DumpWorkbook(book, p);
+            std::fclose(p);
+            sResult = testutil::ReadFile(sDump);
+        });
+        return sResult;
     }
 
     // Compares line by line and names the first difference.
@@ -207,3 +222,158 @@ TEST_F(ExportIdentityTest, ProgressGoesFromParsingToWritingCountingUp) {
     EXPECT_EQ(arr[nParsing].lDone, 0);
     EXPECT_GE(nWriting, static_cast<size_t>(2 + last.lTotal / 1000));
 }
+
+namespace {
+
+// A text as read_cells.py prints it.
+std::string Escaped(std::string_view s) {
+    std::string r;
+    for (char ch : s) {
+        switch (ch) {
+            case '\\':
+                r += "\\\\";
+                break;
+            case '\t':
+                r += "\\t";
+                break;
+            case '\n':
+                r += "\\n";
+                break;
+            case '\r':
+                r += "\\r";
+                break;
+            default:
+                r += ch;
+        }
+    }
+    return r;
+}
+
+// Every cell of the model that shows something, as read_cells.py lists a saved workbook's.
+std::string CellsOfModel(const xl::xlWorkbook& book) {
+    std::string s;
+    const xl::xlWorksheets& oSheets = book.Worksheets();
+    for (long i = 1; i <= oSheets.Count(); ++i) {
+        const xl::xlWorksheet& ws = oSheets.Item(i);
+        const auto& d = ws.Data();
+        for (size_t r = 0; r < d.arrRows.size(); ++r) {
+            for (const xl::detail::Cell& c : d.arrRows[r].arrCells) {
+                std::string v;
+                if (c.eType == xl::detail::kText) {
+                    v = Escaped(d.oText.Get(c.lPayload));
+                } else if (c.eType == xl::detail::kNumber) {
+                    char buf[40];
+                    std::snprintf(buf, sizeof buf, "%.15g", c.Number());
+                    v = buf;
+                } else if (c.eType == xl::detail::kFormula) {
+                    v = Escaped(xl::detail::FormulaValueOf(d.oText.Get(c.lPayload)));
+                }
+                if (v.empty()) continue;
+                s += ws.Name() + "\t" + std::to_string(r + 1) + "\t" + std::to_string(c.nCol) +
+                     "\t" + v + "\n";
+            }
+        }
+    }
+    return s;
+}
+
+std::string Output(const std::string& sCmd) {
+    std::string s;
+    FILE* p = popen(sCmd.c_str(), "r");
+    if (!p) return "cannot run: " + sCmd;
+    char buf[65536];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, p)) > 0)
+        s.append(buf, n);
+    const int rc = pclose(p);
+    if (rc != 0) s = "failed (" + std::to_string(rc) + "): " + sCmd + "\n" + s;
+    return s;
+}
+
+struct ExportKind {
+    const char* sKind;  // of the generator
+    const char* sObjectType;
+    const char* sSpace;
+};
+
+void PrintTo(const ExportKind& k, std::ostream* os) {
+    *os << k.sKind << " " << k.sSpace;
+}
+
+class RowsReadBackTest : public ExportIdentityTest,
+                         public ::testing::WithParamInterface<ExportKind> {};
+
+}  // namespace
+
+// Every export kind, saved in each format as an export saves it (its finished blocks through
+// the spool, its rows handed to the writer's thread in batches), read back by an independent
+// reader: every row reached the file, in order, with every cell the model holds, and nothing
+// else.
+TEST_P(RowsReadBackTest, EveryRowReachesEachSaverInOrderAndComplete) {
+    const ExportKind& k = GetParam();
+    const std::string sSource = testutil::SourceDir();
+    const std::string sDir = tmp.File("data");
+    fs::create_directories(sDir);
+    const std::string sData = sDir + "/export.xml";
+    const std::string sSettingsFile = tmp.File("settings.xml");
+    const std::string sGen = Output(
+        "/usr/bin/python3 '" + sSource + "/bench/gen_data.py' '" + sData + "' --kind " + k.sKind +
+        " --mode " + k.sSpace +
+        " --objects 400 --depth 4 --fanout 3 --attrs 4 --docs 0.5 --files 2 --folders 0.3"
+        " --items 1 --mnfs 0.5 --vnds 0.3 --alternates 0.3 --refdes 2 --seed 11 --settings '" +
+        sSettingsFile + "' 2>&1");
+    ASSERT_TRUE(fs::exists(sData)) << sGen;
+    std::string sSpace = k.sSpace;
+    for (char& ch : sSpace)
+        ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
+    const std::string sSetup =
+        "<SETUP><PROJECT>Rows</PROJECT><WORKBOOK_NAME>wb</WORKBOOK_NAME><EXPORTED_BY>test"
+        "</EXPORTED_BY><EXPORT_DATE>1/1/2025</EXPORT_DATE><OBJECT_TYPE>" +
+        std::string(k.sObjectType) + "</OBJECT_TYPE><SPACE_TYPE>" + sSpace +
+        "</SPACE_TYPE></SETUP>";
+
+    // What the model holds, built whole in memory.
+    std::string sWant;
+    long lRows = 0;
+    Build(sData, sSetup, false, sSettingsFile, [&](xl::xlWorkbook& book) {
+        sWant = CellsOfModel(book);
+        lRows = static_cast<long>(book.Worksheets()(1).Data().arrRows.size());
+    });
+    // Enough rows for several batches and for blocks to go to the spool.
+    ASSERT_GT(lRows, 2000) << k.sKind << " " << k.sSpace;
+
+    for (const std::string sExt : {".xlsx", ".xls"}) {
+        auto oExport = CreateExportExcel();
+        ASSERT_TRUE(oExport->ParseMain(sData, sSettingsFile, sSetup, sExt)) << sExt;
+        const std::string sBook = oExport->LastWorkbookPath();
+        ASSERT_EQ(sBook, sDir + "/wb" + sExt);
+        const std::string sGot = Output("/usr/bin/python3 '" + sSource +
+                                        "/tests/export/read_cells.py' '" + sBook + "' 2>&1");
+        const auto arrWant = Lines(sWant);
+        const auto arrGot = Lines(sGot);
+        const size_t n = std::min(arrWant.size(), arrGot.size());
+        for (size_t i = 0; i < n; ++i) {
+            ASSERT_EQ(arrGot[i], arrWant[i]) << sExt << ": first difference at cell " << i + 1;
+        }
+        EXPECT_EQ(arrGot.size(), arrWant.size()) << sExt;
+        // Nothing of the save is left beside the workbook.
+        std::vector<std::string> arrNames;
+        for (const auto& e : fs::directory_iterator(sDir))
+            arrNames.push_back(e.path().filename().string());
+        std::sort(arrNames.begin(), arrNames.end());
+        EXPECT_EQ(arrNames,
+                  (sExt == ".xlsx" ? std::vector<std::string>{"export.xml", "wb.xlsx"}
+                                   : std::vector<std::string>{"export.xml", "wb.xls", "wb.xlsx"}));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(AllKinds, RowsReadBackTest,
+                         ::testing::Values(ExportKind{"item", "Item", "structure"},
+                                           ExportKind{"item", "Item", "collection"},
+                                           ExportKind{"document", "Document", "structure"},
+                                           ExportKind{"document", "Document", "collection"},
+                                           ExportKind{"folder", "Folder", "structure"},
+                                           ExportKind{"folder", "Folder", "collection"}),
+                         [](const ::testing::TestParamInfo<ExportKind>& i) {
+                             return std::string(i.param.sKind) + "_" + i.param.sSpace;
+                         });

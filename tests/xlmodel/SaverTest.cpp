@@ -506,6 +506,46 @@ TEST(Saver, AFullDiskFailsTheSaveWithItsReasonAndLeavesNothing) {
     }
 }
 
+// The rows are written on a thread of their own, behind the one that reads and lays them out.
+// A disk that fills half-way through the rows stops that writer: the save ends as a failed save
+// does (the system's reason, the earlier workbook kept, nothing left behind), and the rows not
+// yet laid out are never read.
+TEST(Saver, AWriterThatFailsHalfWayEndsAsAFailedSave) {
+    testutil::TempDir d;
+    const fs::path dir = d.Path() / "disk";
+    fs::create_directory(dir);
+    const std::string sFile = (dir / "Export.xlsx").string();
+    const long lRows = 40000;
+    std::string sOutcome;
+    const bool bMounted = testutil::RunOnSmallDisk(
+        dir, 16 << 20,
+        [&] {
+            xl::xlWorkbook book;
+            book.SaveAs(sFile);
+            const std::string sBefore = testutil::ReadFile(sFile);
+            for (long r = 1; r <= lRows; ++r)
+                book.Worksheets()(1).Cells(r, 1).Value(Scrambled(r));
+            long lLastReport = 0;
+            book.OnSaveProgress = [&](long lDone, long) {
+                lLastReport = lDone;
+                if (lDone == lRows / 2) FillDiskBut(dir, 16 << 10);
+            };
+            const std::string s = SaveOutcome(book, dir, sBefore);
+            return s + "|" + std::to_string(lLastReport);
+        },
+        sOutcome);
+    if (!bMounted) GTEST_SKIP() << "no tmpfs can be mounted here: " << sOutcome;
+    const size_t lBar = sOutcome.rfind('|');
+    ASSERT_NE(lBar, std::string::npos) << sOutcome;
+    EXPECT_EQ(
+        sOutcome.substr(0, lBar),
+        "1004 Cannot write '" + sFile + "': No space left on device|Export.xlsx||earlier workbook");
+    // The failure came back while rows were still being laid out.
+    const long lLastReport = std::stol(sOutcome.substr(lBar + 1));
+    EXPECT_GE(lLastReport, lRows / 2);
+    EXPECT_LT(lLastReport, lRows);
+}
+
 TEST(Saver, ASaveLeavesNoFileOpenWhetherItEndsOrStops) {
     testutil::TempDir d;
     xl::xlWorkbook book;

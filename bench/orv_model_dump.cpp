@@ -135,7 +135,7 @@ int main(int argc, char** argv) {
             if (!d.Spooled(static_cast<long>(r) + 1))
                 lCells += static_cast<long>(d.arrRows[r].arrCells.size());
         }
-        if (d.pSpool) lCells += d.pSpool->lCells;
+        if (d.pSpool && d.bSpoolOwner) lCells += d.pSpool->lCells;
     }
 
     auto t2 = Clock::now();

@@ -98,9 +98,9 @@ bool clsBldExcel::FillExlFile() {
 
         // The property panel may run past the sheet's last row: it then continues on new
         // sheets, block by block. Blocks whose filling is over may go to the file's writer
-        // ahead of the save; each main-panel row still gets its link.
+        // ahead of the save, wherever they end up.
         oSheet.ContinuePastLastRow();
-        oSheet.StreamFinishedBlocks(nCount);
+        oSheet.StreamFinishedBlocks();
 
         // One empty row separates the main panel from the property panel.
         long nRow = CheckedAdd(CheckedAdd(nCount, 6), 1);

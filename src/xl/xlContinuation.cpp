@@ -175,6 +175,9 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
         if (t < 1 || t > d.RowLimit()) Fail();
     }
     if (lTitles >= d.lMaxRows || lLinksToCome < 0) Fail();
+    // Spooled rows not yet on the disk go there first (or, should the disk refuse them, every
+    // spooled row comes back into memory): the spool then holds each row it took.
+    d.FlushSpool();
     const long lLast = static_cast<long>(d.arrRows.size());
     Running oRunning;
     oRunning.arrLinks.assign(static_cast<size_t>(lLast) + 1, 0);
@@ -192,8 +195,9 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
         oRunning.arrNames[i] += oRunning.arrNames[i - 1];
     }
     const Plan plan = PlanParts(d, oRunning, arrTitleRows, lLinksToCome);
-    // The spooled rows stay where they are: they went only where the sheet keeps them.
-    if (d.pSpool && d.pSpool->lLast > plan.lKeep) Fail();
+    // The rows in the spool, which stay there wherever they go.
+    const long lSpoolFirst = d.SpoolFirst();
+    const long lSpoolLast = d.SpoolLast();
     d.bContinues = false;
     d.bStream = false;
     d.arrBlockStarts.clear();
@@ -244,9 +248,29 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
                 if (a[0] == r && a[2] == r) t.AddMerged({i + 1, a[1], i + 1, a[3]});
             }
         }
-        // The part's rows, moved: their cells as they are, texts included.
-        t.arrRows.reserve(static_cast<size_t>(lTitles + (part.lLast - part.lFirst) + 1));
+        // The part's rows. Those in the spool stay there: the new sheet reads its run of them
+        // and takes the whole-sheet changes they are still to get. The others move, their cells
+        // as they are, texts included.
+        const long lRows = lTitles + (part.lLast - part.lFirst) + 1;
+        const long a = std::max(part.lFirst, lSpoolFirst);
+        const long b = std::min(part.lLast, lSpoolLast);
+        const bool bSpooled = lSpoolFirst != 0 && a <= b;
+        if (bSpooled) {
+            t.pSpool = d.pSpool;
+            t.lSpoolShift = part.lFirst - lTitles - 1;
+            t.lSpoolFrom = a - t.lSpoolShift;
+            t.lSpoolTo = b - t.lSpoolShift;
+            t.arrSpoolChanges = d.arrSpoolChanges;
+            t.arrRows.resize(static_cast<size_t>(lRows));
+            t.arrRows.Drop(static_cast<size_t>(t.lSpoolFrom - 1), static_cast<size_t>(t.lSpoolTo));
+            t.arrMergedRows.resize(static_cast<size_t>(lRows));
+            t.arrMergedRows.Drop(static_cast<size_t>(t.lSpoolFrom - 1),
+                                 static_cast<size_t>(t.lSpoolTo));
+        } else {
+            t.arrRows.reserve(static_cast<size_t>(lRows));
+        }
         for (long r = part.lFirst; r <= part.lLast; ++r) {
+            if (bSpooled && r >= a && r <= b) continue;
             RowRec& from = d.arrRows[static_cast<size_t>(r - 1)];
             RowRec& o = t.EnsureRow(lTitles + (r - part.lFirst) + 1);
             o.lStyle = from.lStyle;
@@ -258,6 +282,9 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
         arrNew.push_back(&ws);
         pAfter = &ws;
     }
+
+    // The sheet keeps the spooled rows up to its last one.
+    if (lSpoolFirst != 0) d.lSpoolCut = plan.lKeep;
 
     // Merged areas, hyperlinks and names go with their first row.
     std::vector<std::array<long, 4>> arrKeptMerged;

@@ -195,12 +195,22 @@ public:
         return arrTail_[i - lRunEnd_];
     }
 
+    // Growing adds empty records after the last; shrinking into the run cuts it there.
     void resize(size_t n) {
         if (!bRun_) {
             arrHead_.resize(n);
-        } else {
-            if (n < lRunEnd_) RaiseDropped();
+        } else if (n >= lRunEnd_) {
             arrTail_.resize(n - lRunEnd_);
+        } else if (n >= arrHead_.size()) {
+            arrTail_.clear();
+            arrTail_.shrink_to_fit();
+            lRunEnd_ = n;
+        } else {
+            arrHead_.resize(n);
+            arrTail_.clear();
+            arrTail_.shrink_to_fit();
+            bRun_ = false;
+            lRunEnd_ = 0;
         }
         lSize_ = n;
     }
@@ -290,34 +300,36 @@ public:
     RowSpool(const RowSpool&) = delete;
     RowSpool& operator=(const RowSpool&) = delete;
 
-    // Appends row lRow; false when the file refused it. What was appended is on the disk only
-    // once Flush said so.
-    bool Write(long lRow, const Row& o);
+    // Appends row lRow, the row after the last one (the first may be any), with the last column
+    // that shows something in it (0: none); false when the file refused it. What was appended is
+    // on the disk only once Flush said so.
+    bool Write(long lRow, const Row& o, long lShownCol);
     bool Flush();
     // From the first row again; then each row in order, false after the last. With
     // bDropUnwritten what the disk did not take yet is dropped instead of written (after a
     // failed write, to read back what it holds).
     bool Rewind(bool bDropUnwritten = false);
+    // From row lRow on (one of the spooled rows): the next Read gives it.
+    bool Seek(long lRow);
     bool Read(long& lRow, Row& o);
-    // Gives a row read back the formats that the whole-sheet changes since made of its own.
-    void ApplyLaterChanges(xlStyleTable& oStyles, Row& o) const;
     long Bytes() const { return lEnd_; }
+    // Of the rows a to b: the last that shows something, and the last column shown (0: none).
+    long LastShownRowIn(long a, long b) const;
+    long LastShownColumnIn(long a, long b) const;
 
     long lFirst = 0;  // the rows spooled, lFirst to lLast (0: none yet)
     long lLast = 0;
-    long lConfirmed = 0;                    // rows up to here are on the disk and left memory
-    std::vector<uint32_t> arrLaterChanges;  // whole-sheet changes since, in order
-    // What UsedLastRow and UsedLastColumn see of the spooled rows, as they were spooled.
-    long lLastShownRow = 0;
-    long lLastShownCol = 0;
-    long lCells = 0;  // cell records spooled
-    bool Holds(long lRow) const { return lFirst != 0 && lRow >= lFirst && lRow <= lLast; }
+    long lConfirmed = 0;  // rows up to here are on the disk and left memory
+    long lCells = 0;      // cell records spooled
 
 private:
+    static constexpr long kMarkEvery = 256;
     std::FILE* pFile_;
     long lEnd_ = 0;  // bytes written whole
     bool bRead_ = false;
-    long lReadAt_ = 0;  // where the next read starts
+    long lReadAt_ = 0;                // where the next read starts
+    std::vector<long> arrMarks_;      // where rows lFirst, lFirst + kMarkEvery, ... start
+    std::vector<uint16_t> arrShown_;  // by row from lFirst: the last column shown
 };
 
 inline uint64_t CellKey(long lRow, long lCol) {
@@ -367,17 +379,42 @@ struct xlWorksheet::Impl {
     // The last row that may be written: the sheet's, or far past it while it continues.
     long RowLimit() const { return bContinues ? xlWorksheet::kMaxContinuedRows : lMaxRows; }
 
-    // Rows handed to the saver ahead of the save, and what it takes to hand more: the links
-    // still to come to this sheet (its continuation keeps room for them).
-    std::unique_ptr<detail::RowSpool> pSpool;
+    // Rows handed to the saver ahead of the save. The sheet that filled the spool owns it; a
+    // continuation shares it with the new sheets that take some of its rows: each sheet sees
+    // its own run of them (SpoolFirst to SpoolLast in its own rows; the spool's row is the
+    // sheet's plus lSpoolShift) and keeps the whole-sheet changes made to them since they went.
+    std::shared_ptr<detail::RowSpool> pSpool;
+    bool bSpoolOwner = false;
+    long lSpoolCut = std::numeric_limits<long>::max();  // the owner's last row after a continuation
+    long lSpoolFrom = 0;                                // of a sheet that took spooled rows
+    long lSpoolTo = 0;
+    long lSpoolShift = 0;
+    std::vector<uint32_t> arrSpoolChanges;  // whole-sheet changes since the rows went, in order
     bool bStream = false;
-    long lStreamLinksToCome = 0;
     long lSpoolFlushedBytes = 0;
     static constexpr long kSpoolFlushBytes = 4L << 20;
     std::filesystem::path oSpoolFolder;
-    bool Spooled(long lRow) const { return pSpool && pSpool->Holds(lRow); }
+    long SpoolFirst() const {
+        if (!pSpool) return 0;
+        return bSpoolOwner ? pSpool->lFirst : lSpoolFrom;
+    }
+    long SpoolLast() const {
+        if (!pSpool) return 0;
+        return bSpoolOwner ? std::min(pSpool->lLast, lSpoolCut) : lSpoolTo;
+    }
+    bool Spooled(long lRow) const {
+        const long a = SpoolFirst();
+        return a != 0 && lRow >= a && lRow <= SpoolLast();
+    }
     // Raises 1004 when any of the rows r1 to r2 went to the spool: nothing changes or reads them.
     void CheckNotSpooled(long r1, long r2) const;
+    // The same for any row of the sheet.
+    void CheckNoneSpooled() const;
+    // A row read back from the spool takes the whole-sheet changes made since it went.
+    void ApplySpoolChanges(detail::Row& o) const;
+    // Of the sheet's spooled rows: the last that shows something and the last column shown.
+    long SpooledLastShownRow() const;
+    long SpooledLastShownColumn() const;
     // At a block's mark: the blocks whose filling is over go to the spool where the sheet keeps
     // them for sure (SpoolFinishedBlocks), and those that stay give back their spare room.
     void SettleFinishedBlocks();

@@ -867,7 +867,7 @@ void xlWorksheet::Impl::ApplyToRows(long r1, long r2, uint32_t lChange) {
 
 void xlWorksheet::Impl::ApplyToColumns(long c1, long c2, uint32_t lChange) {
     // Formatted rows that went to the spool would need records where they cross the columns.
-    if (pSpool) CheckNotSpooled(pSpool->lFirst, pSpool->lLast);
+    CheckNoneSpooled();
     Applier f(*pStyles, lChange);
     for (long c = c1; c <= c2; ++c) {
         uint32_t& s = arrColStyle[c];
@@ -897,7 +897,7 @@ void xlWorksheet::Impl::ApplyToColumns(long c1, long c2, uint32_t lChange) {
 }
 
 void xlWorksheet::Impl::ApplyToSheet(uint32_t lChange) {
-    if (pSpool && pSpool->lFirst != 0) pSpool->arrLaterChanges.push_back(lChange);
+    if (SpoolFirst() != 0) arrSpoolChanges.push_back(lChange);
     Applier f(*pStyles, lChange);
     lSheetStyle = f(lSheetStyle);
     for (uint16_t col : arrFormattedCols)
@@ -1151,7 +1151,7 @@ void xlRange::RowHeight(double dHeight) {
     const uint16_t nTwips = static_cast<uint16_t>(std::lround(dHeight * 20));
     if (IsWholeColumns()) {
         // Every row: the sheet's standard height changes and no row keeps its own.
-        if (d.pSpool) d.CheckNotSpooled(d.pSpool->lFirst, d.pSpool->lLast);
+        d.CheckNoneSpooled();
         d.dDefaultRowHeight = nTwips / 20.0;
         d.arrRows.ForEachKept([](size_t, RowRec& oRow) { oRow.nHeightTwips = detail::kNoHeight; });
         return;
@@ -1724,8 +1724,8 @@ long xlWorksheet::UsedLastRow() const {
     const Impl& d = *pImpl_;
     for (size_t r = d.arrRows.size(); r > 0; --r) {
         if (d.Spooled(static_cast<long>(r))) {
-            if (d.pSpool->lLastShownRow != 0) return d.pSpool->lLastShownRow;
-            r = static_cast<size_t>(d.pSpool->lFirst);  // on below the spooled rows
+            if (const long x = d.SpooledLastShownRow(); x != 0) return x;
+            r = static_cast<size_t>(d.SpoolFirst());  // on below the spooled rows
             continue;
         }
         if (detail::LastShownColumn(d, d.arrRows[r - 1]) != 0) return static_cast<long>(r);
@@ -1735,7 +1735,7 @@ long xlWorksheet::UsedLastRow() const {
 
 long xlWorksheet::UsedLastColumn() const {
     const Impl& d = *pImpl_;
-    long n = d.pSpool ? d.pSpool->lLastShownCol : 0;
+    long n = d.SpooledLastShownColumn();
     d.arrRows.ForEachKept([&](size_t, const RowRec& o) {
         if (!o.arrCells.empty() && o.arrCells.back().nCol > n) {
             n = std::max(n, detail::LastShownColumn(d, o));

@@ -374,11 +374,10 @@ public:
     std::vector<xlWorksheet*> ContinueOnNewSheets(const std::vector<long>& arrTitleRows,
                                                   long lLinksToCome);
     // From here on, a block whose filling is over (two blocks later) may be handed to the saver
-    // ahead of the save and leave memory, where the sheet keeps it whatever its continuation
-    // (lLinksToCome more links will come to the sheet): an .xlsx workbook only, once it has its
-    // place (SaveAs). Its rows can then neither be changed nor read, except by whole-sheet format
-    // changes (1004).
-    void StreamFinishedBlocks(long lLinksToCome);
+    // ahead of the save and leave memory, whether the sheet keeps it or a continuation moves it
+    // to a new sheet: an .xlsx workbook only, once it has its place (SaveAs). Its rows can then
+    // neither be changed nor read, except by whole-sheet format changes (1004).
+    void StreamFinishedBlocks();
 
     struct Impl;
     Impl& Data() { return *pImpl_; }

@@ -132,7 +132,7 @@ long TextPixels(std::string_view sText, int nFace, double dSize) {
 }
 
 void FitColumnWidths(xlWorksheet::Impl& d, long c1, long c2) {
-    if (d.pSpool) d.CheckNotSpooled(d.pSpool->lFirst, d.pSpool->lLast);
+    d.CheckNoneSpooled();
     std::vector<long> arrPx(static_cast<size_t>(c2 - c1 + 1), -1);
     char sNumber[40];
     for (size_t i = 0; i < d.arrRows.size(); ++i) {

@@ -1,11 +1,10 @@
 // Rows handed over before the save: a sheet filled block by block lets the rows of its finished
 // blocks go to a spool file, so its memory holds the blocks being written, not the whole sheet.
 //
-// A row goes only where nothing can change it any more and where the sheet keeps it for sure:
-// rows of a block once the block after the next one begins (the filler may still touch the block
-// just before the one it writes), and only while everything up to them fits the sheet (its rows,
-// its hyperlinks with those still to come, its local names), so that a continuation never moves
-// them. A merged area that reaches past them holds them back. Whole-sheet format changes made
+// A row goes once nothing can change it any more: rows of a block once the block after the next
+// one begins (the filler may still touch the block just before the one it writes). A merged area
+// that reaches past them holds them back. Rows that a continuation later moves to new sheets
+// stay in the spool: each new sheet reads its own run of it. Whole-sheet format changes made
 // later are applied as the saver reads the rows back; every other change to a spooled row, and
 // every read of one, raises 1004. Should the spool's folder take no file, or a write fail, the
 // rows stay in memory as before.
@@ -46,7 +45,7 @@ RowSpool::~RowSpool() {
     if (pFile_) std::fclose(pFile_);
 }
 
-bool RowSpool::Write(long lRow, const Row& o) {
+bool RowSpool::Write(long lRow, const Row& o, long lShownCol) {
     const RowHeader h{static_cast<int32_t>(lRow),
                       o.lStyle,
                       o.nHeightTwips,
@@ -63,6 +62,10 @@ bool RowSpool::Write(long lRow, const Row& o) {
         (n != 0 && std::fwrite(o.arrCells.data(), sizeof(Cell), n, pFile_) != n)) {
         return false;
     }
+    if (lFirst == 0) lFirst = lRow;
+    if ((lRow - lFirst) % kMarkEvery == 0) arrMarks_.push_back(lEnd_);
+    arrShown_.push_back(static_cast<uint16_t>(lShownCol));
+    lLast = lRow;
     lEnd_ += static_cast<long>(sizeof h + n * sizeof(Cell));
     lCells += static_cast<long>(n);
     return true;
@@ -82,6 +85,36 @@ bool RowSpool::Rewind(bool bDropUnwritten) {
         return false;
     }
     return std::fseek(pFile_, 0, SEEK_SET) == 0;
+}
+
+bool RowSpool::Seek(long lRow) {
+    if (lFirst == 0 || lRow < lFirst || lRow > lLast) return false;
+    if (!Flush()) return false;
+    bRead_ = true;
+    const size_t k = static_cast<size_t>((lRow - lFirst) / kMarkEvery);
+    lReadAt_ = arrMarks_[k];
+    if (std::fseek(pFile_, lReadAt_, SEEK_SET) != 0) return false;
+    // From the mark, the rows before lRow are read past.
+    Row o;
+    long r = 0;
+    for (long n = (lRow - lFirst) % kMarkEvery; n > 0; --n) {
+        if (!Read(r, o)) return false;
+    }
+    return true;
+}
+
+long RowSpool::LastShownRowIn(long a, long b) const {
+    for (long r = std::min(b, lLast); r >= std::max(a, lFirst) && lFirst != 0; --r) {
+        if (arrShown_[static_cast<size_t>(r - lFirst)] != 0) return r;
+    }
+    return 0;
+}
+
+long RowSpool::LastShownColumnIn(long a, long b) const {
+    long n = 0;
+    for (long r = std::max(a, lFirst); r <= std::min(b, lLast) && lFirst != 0; ++r)
+        n = std::max<long>(n, arrShown_[static_cast<size_t>(r - lFirst)]);
+    return n;
 }
 
 bool RowSpool::Read(long& lRow, Row& o) {
@@ -105,20 +138,37 @@ void RaiseRowDropped() {
     RaiseError(errAppDefined);
 }
 
-void RowSpool::ApplyLaterChanges(xlStyleTable& oStyles, Row& o) const {
-    for (uint32_t lChange : arrLaterChanges) {
-        if (o.lStyle != kUnformatted) o.lStyle = oStyles.Apply(o.lStyle, lChange);
-        for (Cell& c : o.arrCells)
-            c.lStyle = oStyles.Apply(c.lStyle, lChange);
-    }
-}
-
 }  // namespace detail
 
 void xlWorksheet::Impl::CheckNotSpooled(long r1, long r2) const {
-    if (pSpool && pSpool->lFirst != 0 && r1 <= pSpool->lLast && r2 >= pSpool->lFirst) {
-        RaiseError(errAppDefined);
+    const long a = SpoolFirst();
+    if (a != 0 && r1 <= SpoolLast() && r2 >= a) RaiseError(errAppDefined);
+}
+
+void xlWorksheet::Impl::CheckNoneSpooled() const {
+    const long a = SpoolFirst();
+    if (a != 0 && SpoolLast() >= a) RaiseError(errAppDefined);
+}
+
+void xlWorksheet::Impl::ApplySpoolChanges(detail::Row& o) const {
+    for (uint32_t lChange : arrSpoolChanges) {
+        if (o.lStyle != detail::kUnformatted) o.lStyle = pStyles->Apply(o.lStyle, lChange);
+        for (detail::Cell& c : o.arrCells)
+            c.lStyle = pStyles->Apply(c.lStyle, lChange);
     }
+}
+
+long xlWorksheet::Impl::SpooledLastShownRow() const {
+    const long a = SpoolFirst();
+    if (a == 0) return 0;
+    const long r = pSpool->LastShownRowIn(a + lSpoolShift, SpoolLast() + lSpoolShift);
+    return r == 0 ? 0 : r - lSpoolShift;
+}
+
+long xlWorksheet::Impl::SpooledLastShownColumn() const {
+    const long a = SpoolFirst();
+    if (a == 0) return 0;
+    return pSpool->LastShownColumnIn(a + lSpoolShift, SpoolLast() + lSpoolShift);
 }
 
 void xlWorksheet::Impl::SettleFinishedBlocks() {
@@ -138,11 +188,6 @@ void xlWorksheet::Impl::SpoolFinishedBlocks() {
     if (!bStream) return;
     const long lFrom = pSpool && pSpool->lFirst != 0 ? pSpool->lLast + 1 : arrBlockStarts.front();
     long lTo = arrBlockStarts[arrBlockStarts.size() - 2] - 1;
-    // Only what the sheet keeps: a continuation moves nothing up to here.
-    if (lTo > lMaxRows) return;
-    const long lNames = static_cast<long>(mapNames.size());
-    const long lLinks = static_cast<long>(mapLinks.size());
-    if (lLinks + lStreamLinksToCome > xlMaxHyperlinks || lNames > xlMaxLocalNames) return;
     // A merged area that reaches past the rows holds back the rows from its first one.
     for (long r = lFrom; r <= lTo && static_cast<size_t>(r) <= arrMergedRows.size(); ++r) {
         for (uint32_t k : arrMergedRows[static_cast<size_t>(r - 1)]) {
@@ -156,27 +201,24 @@ void xlWorksheet::Impl::SpoolFinishedBlocks() {
             bStream = false;
             return;
         }
-        pSpool = std::make_unique<detail::RowSpool>(p);
+        pSpool = std::make_shared<detail::RowSpool>(p);
+        bSpoolOwner = true;
     }
     for (long r = lFrom; r <= lTo; ++r) {
         const detail::Row& o = arrRows[static_cast<size_t>(r - 1)];
-        if (!pSpool->Write(r, o)) {
+        if (!pSpool->Write(r, o, detail::LastShownColumn(*this, o))) {
             UnspoolAll();
             return;
         }
-        if (const long c = detail::LastShownColumn(*this, o); c != 0) {
-            pSpool->lLastShownRow = r;
-            pSpool->lLastShownCol = std::max(pSpool->lLastShownCol, c);
-        }
-        if (pSpool->lFirst == 0) pSpool->lFirst = r;
-        pSpool->lLast = r;
     }
     // The rows leave memory once the disk has them, a few megabytes at a time.
     if (pSpool->Bytes() - lSpoolFlushedBytes >= kSpoolFlushBytes) FlushSpool();
 }
 
 void xlWorksheet::Impl::FlushSpool() {
-    if (!pSpool || pSpool->lFirst == 0 || pSpool->lConfirmed == pSpool->lLast) return;
+    if (!pSpool || !bSpoolOwner || pSpool->lFirst == 0 || pSpool->lConfirmed == pSpool->lLast) {
+        return;
+    }
     if (!pSpool->Flush()) {
         UnspoolAll();
         return;
@@ -193,8 +235,14 @@ void xlWorksheet::Impl::FlushSpool() {
 void xlWorksheet::Impl::UnspoolAll() {
     bStream = false;
     if (!pSpool) return;
-    std::unique_ptr<detail::RowSpool> p = std::move(pSpool);
-    if (p->lFirst == 0) return;  // nothing went
+    // Rows that went on to other sheets cannot come back (a continuation flushes them first).
+    if (!bSpoolOwner || lSpoolCut != std::numeric_limits<long>::max()) RaiseError(errAppDefined);
+    std::shared_ptr<detail::RowSpool> p = std::move(pSpool);
+    bSpoolOwner = false;
+    if (p->lFirst == 0) {
+        arrSpoolChanges.clear();
+        return;  // nothing went
+    }
     if (p->lConfirmed != 0) {
         // Rows that left memory come back, with the whole-sheet changes made since.
         if (!p->Rewind(true)) RaiseError(errAppDefined);
@@ -202,7 +250,7 @@ void xlWorksheet::Impl::UnspoolAll() {
         detail::Row o;
         long lRow = 0;
         while (lRow < p->lConfirmed && p->Read(lRow, o)) {
-            p->ApplyLaterChanges(*pStyles, o);
+            ApplySpoolChanges(o);
             arrRows[static_cast<size_t>(lRow - 1)] = std::move(o);
             o = detail::Row();
         }
@@ -218,18 +266,17 @@ void xlWorksheet::Impl::UnspoolAll() {
         for (long r = std::max(a[0], p->lFirst); r <= std::min(a[2], lLast); ++r)
             arrMergedRows[static_cast<size_t>(r - 1)].push_back(k);
     }
+    arrSpoolChanges.clear();
 }
 
-void xlWorksheet::StreamFinishedBlocks(long lLinksToCome) {
+void xlWorksheet::StreamFinishedBlocks() {
     Impl& d = *pImpl_;
-    if (lLinksToCome < 0) RaiseError(errAppDefined);
     // Only an .xlsx that has its place (SaveAs): an .xls sheet is small, and its saver reads
     // the model's rows.
     if (!pBook_ || pBook_->FileFormat() == xlExcel8 || pBook_->FullName().empty()) return;
     d.oSpoolFolder = std::filesystem::path(pBook_->FullName()).parent_path();
     if (d.oSpoolFolder.empty()) d.oSpoolFolder = std::filesystem::current_path();
     d.bStream = true;
-    d.lStreamLinksToCome = lLinksToCome;
 }
 
 }  // namespace xl

@@ -1319,7 +1319,7 @@ void WriteXls(const xlWorkbook& oBook, const std::string& sFile, const std::file
     for (long i = 1; i <= oSheets.Count(); ++i) {
         const xlWorksheet::Impl& d = oSheets.Item(i).Data();
         // This saver reads every row from the model: none may have gone ahead.
-        if (d.pSpool) d.CheckNotSpooled(d.pSpool->lFirst, d.pSpool->lLast);
+        d.CheckNoneSpooled();
         lRows += static_cast<long>(d.arrRows.size());
     }
     SaveProgress oProgress(oBook, lRows);

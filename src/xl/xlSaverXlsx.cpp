@@ -539,7 +539,10 @@ void WriteColumns(Sink& sink, const xlWorksheet::Impl& d, Formats<Sink>& fmts) {
 class SheetRows {
 public:
     explicit SheetRows(const xlWorksheet::Impl& d) : d_(d) {
-        if (d_.pSpool && d_.pSpool->lFirst != 0 && !d_.pSpool->Rewind()) Fail();
+        if (d_.SpoolFirst() != 0 && d_.SpoolLast() >= d_.SpoolFirst() &&
+            !d_.pSpool->Seek(d_.SpoolFirst() + d_.lSpoolShift)) {
+            Fail();
+        }
         arrByStart_.resize(d_.arrMerged.size());
         for (uint32_t i = 0; i < arrByStart_.size(); ++i)
             arrByStart_[i] = i;
@@ -559,8 +562,8 @@ public:
         const RowRec* p = &d_.arrRows[static_cast<size_t>(r - 1)];
         if (d_.Spooled(r)) {
             long lRow = 0;
-            if (!d_.pSpool->Read(lRow, oSpooled_) || lRow != r) Fail();
-            d_.pSpool->ApplyLaterChanges(*d_.pStyles, oSpooled_);
+            if (!d_.pSpool->Read(lRow, oSpooled_) || lRow != r + d_.lSpoolShift) Fail();
+            d_.ApplySpoolChanges(oSpooled_);
             p = &oSpooled_;
         }
         if (const long c = detail::LastShownColumn(d_, *p); c != 0) {

@@ -25,11 +25,11 @@ protected:
     // aligned to the top, as a page set-up does.
     // With nChangeAt, every cell of the sheet is also set not to wrap its text when block
     // nChangeAt begins; with nNamedEvery, only every so many blocks get a name and a link.
-    static void Fill(xlWorksheet& ws, long nBlocks, long lLinksToCome, bool bStream,
-                     long nChangeAt = 0, long nNamedEvery = 1) {
+    static void Fill(xlWorksheet& ws, long nBlocks, bool bStream, long nChangeAt = 0,
+                     long nNamedEvery = 1) {
         ws.Cells(1, 1).Value("Title");
         ws.ContinuePastLastRow();
-        if (bStream) ws.StreamFinishedBlocks(lLinksToCome);
+        if (bStream) ws.StreamFinishedBlocks();
         long r = 3;
         for (long i = 1; i <= nBlocks; ++i) {
             if (i == nChangeAt) ws.Cells().WrapText(false);
@@ -71,8 +71,8 @@ TEST_F(Spool, FinishedBlocksGoAheadAndTheSavedWorkbookIsTheSame) {
     xl::xlWorkbook oStreamed, oWhole;
     oStreamed.SaveAs(dir.File("streamed.xlsx"));
     oWhole.SaveAs(dir.File("whole.xlsx"));
-    Fill(oStreamed.Worksheets()(1), 2000, 0, true);
-    Fill(oWhole.Worksheets()(1), 2000, 0, false);
+    Fill(oStreamed.Worksheets()(1), 2000, true);
+    Fill(oWhole.Worksheets()(1), 2000, false);
     // All but the last two blocks went; the first block starts at row 3.
     EXPECT_EQ(oStreamed.Worksheets()(1).Data().pSpool->lFirst, 3);
     EXPECT_EQ(Spooled(oStreamed.Worksheets()(1)), 1998 * 3);
@@ -92,7 +92,7 @@ TEST_F(Spool, ASpooledRowCanNeitherBeReadNorChanged) {
     xl::xlWorkbook book;
     book.SaveAs(dir.File("a.xlsx"));
     xlWorksheet& ws = book.Worksheets()(1);
-    Fill(ws, 10, 0, true);
+    Fill(ws, 10, true);
     ASSERT_GT(Spooled(ws), 0);
     EXPECT_RUN_ERROR(ws.Cells(4, 1).Value("x"), errAppDefined);
     EXPECT_RUN_ERROR(ws.Cells(4, 1).Text(), errAppDefined);
@@ -110,7 +110,7 @@ TEST_F(Spool, ASheetWideRowHeightAfterRowsWentIsRefused) {
     xl::xlWorkbook book;
     book.SaveAs(dir.File("a.xlsx"));
     xlWorksheet& ws = book.Worksheets()(1);
-    Fill(ws, 10, 0, true);
+    Fill(ws, 10, true);
     ASSERT_GT(Spooled(ws), 0);
     // A spooled row keeps the height it went with: the standard height cannot change under it.
     EXPECT_RUN_ERROR(ws.Cells().RowHeight(30), errAppDefined);
@@ -121,7 +121,7 @@ TEST_F(Spool, TheRecordsOfRowsOnTheDiskLeaveMemory) {
     xl::xlWorkbook book;
     book.SaveAs(dir.File("a.xlsx"));
     xlWorksheet& ws = book.Worksheets()(1);
-    Fill(ws, 2000, 0, true);
+    Fill(ws, 2000, true);
     auto& d = ws.Data();
     ASSERT_EQ(d.pSpool->lFirst, 3);
     d.FlushSpool();
@@ -142,7 +142,7 @@ TEST_F(Spool, TheRecordsOfRowsOnTheDiskLeaveMemory) {
     // The saved workbook holds every row as written.
     xl::xlWorkbook oWhole;
     oWhole.SaveAs(dir.File("whole.xlsx"));
-    Fill(oWhole.Worksheets()(1), 2000, 0, false);
+    Fill(oWhole.Worksheets()(1), 2000, false);
     EXPECT_EQ(DumpOf(book), DumpOf(oWhole));
 }
 
@@ -167,8 +167,11 @@ TEST(RowRecords, ARunOfRecordsLeavesAndComesBackEmpty) {
     a.Drop(3, 40);
     EXPECT_TRUE(a.Dropped(11));
     EXPECT_EQ(a.size(), 12u);
-    // A run cannot shrink back into the records kept.
-    EXPECT_RUN_ERROR(a.resize(5), errAppDefined);
+    // Shrinking into the run cuts it there.
+    a.resize(5);
+    EXPECT_EQ(a.size(), 5u);
+    EXPECT_TRUE(a.Dropped(4));
+    EXPECT_EQ(a[2], std::vector<uint32_t>{2});
     // Grown again, then every record of the run back, empty, in its place.
     a.resize(13);
     a[12].push_back(12);
@@ -187,33 +190,81 @@ TEST(RowRecords, ARunOfRecordsLeavesAndComesBackEmpty) {
 TEST_F(Spool, AnXlsWorkbookKeepsItsRows) {
     xl::xlWorkbook book;
     book.SaveAs(dir.File("a.xls"));
-    Fill(book.Worksheets()(1), 50, 0, true);
+    Fill(book.Worksheets()(1), 50, true);
     EXPECT_EQ(Spooled(book.Worksheets()(1)), 0);
     book.Save();
 }
 
 TEST_F(Spool, AWorkbookWithoutItsPlaceKeepsItsRows) {
     xl::xlWorkbook book;
-    Fill(book.Worksheets()(1), 50, 0, true);
+    Fill(book.Worksheets()(1), 50, true);
     EXPECT_EQ(Spooled(book.Worksheets()(1)), 0);
 }
 
-// Rows that a continuation might move to a new sheet stay: here the links still to come take
-// all the room the sheet has for links.
-TEST_F(Spool, RowsThatMayMoveToANewSheetStay) {
-    xl::xlWorkbook book;
-    book.SaveAs(dir.File("a.xlsx"));
-    xlWorksheet& ws = book.Worksheets()(1);
-    Fill(ws, 50, xlMaxHyperlinks, true);
-    EXPECT_EQ(Spooled(ws), 0);
-    // Room for all but a few links: the blocks go until the sheet's links would not fit.
-    xl::xlWorkbook book2;
-    book2.SaveAs(dir.File("b.xlsx"));
-    xlWorksheet& ws2 = book2.Worksheets()(1);
-    Fill(ws2, 50, xlMaxHyperlinks - 20, true);
-    EXPECT_GT(Spooled(ws2), 0);
-    EXPECT_LE(Spooled(ws2), 20 * 3);
-    EXPECT_EQ(ws2.ContinueOnNewSheets({1}, xlMaxHyperlinks - 20).size(), 1u);
+// Rows that a continuation moves to new sheets stay in the spool: each new sheet reads its own
+// run of it, with the whole-sheet changes made before the move and those made to it since. The
+// sheets here hold 40 rows, and one block is longer than a sheet by itself.
+TEST_F(Spool, RowsThatMoveToNewSheetsAreReadFromTheSpool) {
+    auto fnFill = [](xlWorksheet& ws, bool bStream) {
+        ws.Cells(1, 1).Value("Title");
+        ws.ContinuePastLastRow();
+        if (bStream) ws.StreamFinishedBlocks();
+        ws.Data().lMaxRows = 40;
+        long r = 3;
+        for (long i = 1; i <= 60; ++i) {
+            if (i == 30) ws.Cells().WrapText(false);
+            ws.KeepRowsTogetherFrom(r);
+            const long n = i == 7 ? 90 : 3 + i % 4;
+            ws.Range(ws.Cells(r, 1), ws.Cells(r, 3)).MergeCells(true);
+            ws.Cells(r, 1).Value("B" + std::to_string(i));
+            ws.Cells(r, 1).Font().FontStyle("Bold");
+            ws.Names().Add("ID_" + std::to_string(i), ws.Rows(r));
+            ws.Hyperlinks().Add(ws.Cells(r + 1, 4), "file" + std::to_string(i % 7) + ".txt");
+            for (long k = 1; k < n; ++k)
+                ws.Cells(r + k, 1 + k % 3).Value("B" + std::to_string(i) + "." + std::to_string(k));
+            r += n;
+        }
+        std::vector<xlWorksheet*> arrSheets{&ws};
+        for (xlWorksheet* p : ws.ContinueOnNewSheets({1}, 0))
+            arrSheets.push_back(p);
+        for (xlWorksheet* p : arrSheets)
+            p->Cells().VerticalAlignment(xlTop);
+        return arrSheets;
+    };
+    xl::xlWorkbook oStreamed, oWhole;
+    oStreamed.SaveAs(dir.File("streamed.xlsx"));
+    oWhole.SaveAs(dir.File("whole.xlsx"));
+    const auto arrStreamed = fnFill(oStreamed.Worksheets()(1), true);
+    const auto arrWhole = fnFill(oWhole.Worksheets()(1), false);
+    ASSERT_EQ(arrStreamed.size(), arrWhole.size());
+    ASSERT_GT(arrStreamed.size(), 5u);
+    // The new sheets share the first sheet's spool, each with its own run of it.
+    long lShared = 0;
+    for (size_t i = 1; i < arrStreamed.size(); ++i) {
+        const auto& d = arrStreamed[i]->Data();
+        if (d.pSpool) {
+            EXPECT_EQ(d.pSpool, arrStreamed[0]->Data().pSpool);
+            EXPECT_FALSE(d.bSpoolOwner);
+            EXPECT_GE(d.SpoolFirst(), 2);
+            lShared += d.SpoolLast() - d.SpoolFirst() + 1;
+            EXPECT_RUN_ERROR(arrStreamed[i]->Cells(d.SpoolFirst(), 1).Text(), errAppDefined);
+        }
+        EXPECT_EQ(Spooled(*arrWhole[i]), 0);
+    }
+    EXPECT_GT(lShared, 200);
+    for (size_t i = 0; i < arrStreamed.size(); ++i) {
+        EXPECT_EQ(arrStreamed[i]->Name(), arrWhole[i]->Name());
+        EXPECT_EQ(arrStreamed[i]->UsedLastRow(), arrWhole[i]->UsedLastRow()) << i;
+        EXPECT_EQ(arrStreamed[i]->UsedLastColumn(), arrWhole[i]->UsedLastColumn()) << i;
+    }
+    // The first sheet keeps its title and the rows before the first cut only.
+    EXPECT_LE(arrStreamed[0]->Data().arrRows.size(), 40u);
+    const std::string sDump = DumpOf(oStreamed);
+    EXPECT_EQ(sDump, DumpOf(oWhole));
+    EXPECT_NE(sDump.find("B7.60"), std::string::npos);
+    // A second save reads every run again.
+    EXPECT_EQ(DumpOf(oStreamed), sDump);
+    oStreamed.Save();
 }
 
 TEST_F(Spool, AMergedAreaReachingPastTheFinishedBlocksHoldsThemBack) {
@@ -221,7 +272,7 @@ TEST_F(Spool, AMergedAreaReachingPastTheFinishedBlocksHoldsThemBack) {
     book.SaveAs(dir.File("a.xlsx"));
     xlWorksheet& ws = book.Worksheets()(1);
     ws.ContinuePastLastRow();
-    ws.StreamFinishedBlocks(0);
+    ws.StreamFinishedBlocks();
     ws.KeepRowsTogetherFrom(3);
     ws.Range("F4:F20").MergeCells(true);
     ws.KeepRowsTogetherFrom(6);
@@ -247,7 +298,7 @@ TEST_F(Spool, AFolderThatTakesNoFileKeepsTheRowsInMemory) {
     book.SaveAs(sSub + "/a.xlsx");
     std::filesystem::remove_all(sSub);
     xlWorksheet& ws = book.Worksheets()(1);
-    Fill(ws, 50, 0, true);
+    Fill(ws, 50, true);
     EXPECT_EQ(Spooled(ws), 0);
     EXPECT_EQ(ws.Cells(4, 1).Text(), "B1.2 with a text long enough to wrap");
 }
@@ -256,7 +307,7 @@ TEST_F(Spool, AFolderThatTakesNoFileKeepsTheRowsInMemory) {
 // file goes, and the workbook is the one built whole in memory.
 TEST_F(Spool, ADiskThatFillsBringsTheRowsBackIntoMemory) {
     xl::xlWorkbook oWhole;
-    Fill(oWhole.Worksheets()(1), 20000, 0, false);
+    Fill(oWhole.Worksheets()(1), 20000, false);
     const std::string sWant = DumpOf(oWhole);
     const std::filesystem::path small = dir.File("small");
     std::filesystem::create_directories(small);
@@ -267,7 +318,7 @@ TEST_F(Spool, ADiskThatFillsBringsTheRowsBackIntoMemory) {
             xl::xlWorkbook book;
             book.SaveAs((small / "a.xlsx").string());
             xlWorksheet& ws = book.Worksheets()(1);
-            Fill(ws, 20000, 0, true);
+            Fill(ws, 20000, true);
             const bool bSame = DumpOf(book) == sWant;
             return "spooled=" + std::to_string(Spooled(ws)) + " same=" + std::to_string(bSame) +
                    " text=" + ws.Cells(4, 1).Text() + " files=" + testutil::NamesIn(small) +
@@ -286,7 +337,7 @@ TEST_F(Spool, ADiskThatFillsBringsTheRowsBackIntoMemory) {
 // back with that change, and the workbook is the one built whole in memory.
 TEST_F(Spool, RowsThatComeBackTakeTheWholeSheetChangesMadeSince) {
     xl::xlWorkbook oWhole;
-    Fill(oWhole.Worksheets()(1), 80000, 0, false, 40000, 2);
+    Fill(oWhole.Worksheets()(1), 80000, false, 40000, 2);
     const std::string sWant = DumpOf(oWhole);
     const std::filesystem::path small = dir.File("small");
     std::filesystem::create_directories(small);
@@ -299,7 +350,7 @@ TEST_F(Spool, RowsThatComeBackTakeTheWholeSheetChangesMadeSince) {
             xlWorksheet& ws = book.Worksheets()(1);
             // Rows leave memory (every 4 MB), then the disk refuses more.
             long lConfirmed = 0;
-            Fill(ws, 80000, 0, true, 40000, 2);
+            Fill(ws, 80000, true, 40000, 2);
             lConfirmed = ws.Data().pSpool ? ws.Data().pSpool->lConfirmed : -1;
             return "spool=" + std::to_string(lConfirmed) +
                    " spooled=" + std::to_string(Spooled(ws)) +

@@ -290,9 +290,10 @@ private:
 };
 
 // Rows of a sheet handed over before the save (see xlWorksheet::StreamFinishedBlocks): written in
-// order to an unlinked temporary file, and read back in order by the saver. What a row holds is
-// written as the model holds it (cell records with their text references); the whole-sheet format
-// changes made after the first row went are kept beside, to be applied as the rows come back.
+// order to an unlinked temporary file, and read back in order by the saver, from the start of the
+// run of rows each sheet took. What a row holds is written as the model holds it (cell records
+// with their text references); each sheet keeps the whole-sheet format changes made after its
+// rows went, to be applied as the rows come back.
 class RowSpool {
 public:
     explicit RowSpool(std::FILE* pFile) : pFile_(pFile) {}

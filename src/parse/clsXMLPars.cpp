@@ -155,7 +155,7 @@ pugi::xml_node clsXMLPars::GetRoot(const pugi::xml_document& document, const std
     });
 }
 
-bool clsXMLPars::MainXStruct(const pugi::xml_document& document) {
+bool clsXMLPars::MainXStruct(pugi::xml_document& document) {
     return TrapRun(ctx_, kModule, "MainXStruct", false, [&] {
         ForgetSelections();
         const clsResources& r = ctx_.Res;
@@ -270,10 +270,11 @@ bool clsXMLPars::WalkObjects(pugi::xml_node oFirst, const clsWalkKind<XRec>& oKi
         if (!oNext) {
             bNew = true;
             if (!bStructure && lLevel == 0) {
-                // The next object of a collection.
+                // The next object of a collection; the one before is read to its end.
                 oNext = GetNextSiblingDefNode(oCurrent, sObjName);
                 if (oNext) {
                     ++lIndex;
+                    ReleaseWalked(oCurrent);
                     oCurrent = oNext;
                 }
             } else {
@@ -290,6 +291,8 @@ bool clsXMLPars::WalkObjects(pugi::xml_node oFirst, const clsWalkKind<XRec>& oKi
                         std::string& sChildren = At(arr, lParent).Children;
                         sChildren += std::to_string(lIndex);
                         sChildren += '!';
+                        // The structure element of the child before is read to its end.
+                        ReleaseWalked(oCurrent.parent());
                         oCurrent = oChild;
                     } else {
                         oNext = pugi::xml_node();
@@ -299,12 +302,15 @@ bool clsXMLPars::WalkObjects(pugi::xml_node oFirst, const clsWalkKind<XRec>& oKi
         }
 
         if (!oNext) {
-            // Nothing below or beside: climb back to the enclosing object.
+            // Nothing below or beside: climb back to the enclosing object, leaving the structure
+            // element of the last child, which is read to its end.
             bNew = false;
             --lLevel;
             if ((bStructure && lLevel >= 1) || (!bStructure && lLevel >= 0)) {
                 arrPath.pop_back();
-                oCurrent = oCurrent.parent().parent();
+                const pugi::xml_node oDone = oCurrent.parent();
+                oCurrent = oDone.parent();
+                ReleaseWalked(oDone);
             } else {
                 oCurrent = pugi::xml_node();
             }
@@ -329,6 +335,30 @@ void clsXMLPars::ForgetSelections() {
     oSelParent_ = pugi::xml_node();
     arrSelLAI_.clear();
     arrSelRefDes_.clear();
+}
+
+void clsXMLPars::ReleaseWalked(pugi::xml_node oDone) {
+    if (!oDone || !oDone.parent()) return;
+    // The local alternates and designators selected on the root are the root's own children: a
+    // top-level object that one of them names too stays.
+    const clsResources& r = ctx_.Res;
+    if (oDone.parent().parent().type() == pugi::node_document &&
+        (IsElementNamed(oDone, r.NameLocalAlternateItem) ||
+         IsElementNamed(oDone, r.NameRefDesDef))) {
+        return;
+    }
+    pugi::xml_node n = oDone;
+    for (;;) {
+        if (pugi::xml_node c = n.last_child()) {
+            n = c;
+            continue;
+        }
+        pugi::xml_node p = n.parent();
+        const bool bLast = n == oDone;
+        p.remove_child(n);
+        if (bLast) return;
+        n = p;
+    }
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -22,8 +22,10 @@ public:
 
     // Loads the data file into a new document returned through document; logs a parse error.
     bool LoadCurrentXML(std::unique_ptr<pugi::xml_document>& document, const std::string& path);
-    // Recognises the top level and walks it, filling the model and setting ObjCount.
-    bool MainXStruct(const pugi::xml_document& document);
+    // Recognises the top level and walks it, filling the model and setting ObjCount. The walk
+    // takes what it has read out of the document as it goes (see ReleaseWalked): afterwards the
+    // document holds no walked object.
+    bool MainXStruct(pugi::xml_document& document);
 
     // The document element when it is named sName, else no node.
     pugi::xml_node GetRoot(const pugi::xml_document& document, const std::string& sName);
@@ -107,6 +109,9 @@ private:
                        const std::string& sKey);
     // Drops the remembered selections (their document may be gone).
     void ForgetSelections();
+    // Removes a walked element with everything below it from the document, so that its memory
+    // serves what the walk still fills. It goes bottom up, a leaf at a time, whatever the depth.
+    void ReleaseWalked(pugi::xml_node oDone);
 
     clsExportContext& ctx_;
     // The local alternates and designators selected on the root, which is the parent of every

@@ -184,6 +184,52 @@ bool LoadBufferInto(pugi::xml_document& oDoc, std::string_view sData, std::strin
     return false;
 }
 
+// Parses the UTF-8 text of a file, held in sData from lSkip, in place: the document takes a
+// buffer of its own with the text and sData lets go of its copy before the parse, so the text is
+// held once while the document is built. A position to report is counted in the file's text,
+// read again for it.
+bool LoadUtf8InPlace(pugi::xml_document& oDoc, std::string& sData, size_t lSkip,
+                     const std::string& sPath, std::string& sReason, long& lLine, long& lPos) {
+    const std::string_view sText = std::string_view(sData).substr(lSkip);
+    size_t lOffset = 0;
+    unsigned nCode = 0;
+    if (FindIllegalCharacter(sText, lOffset, nCode)) {
+        sReason = "Invalid character (code " + std::to_string(nCode) + ") in the document";
+        LineAndColumn(sText, static_cast<ptrdiff_t>(lOffset), lLine, lPos);
+        return false;
+    }
+    const size_t n = sText.size();
+    void* pBuffer = pugi::get_memory_allocation_function()(n == 0 ? 1 : n);
+    if (!pBuffer) return LoadBufferInto(oDoc, sText, sReason, lLine, lPos);
+    if (n != 0) std::memcpy(pBuffer, sText.data(), n);
+    std::string().swap(sData);
+    const pugi::xml_parse_result res = oDoc.load_buffer_inplace_own(
+        pBuffer, n, clsXMLIniData::ParseOptions(), pugi::encoding_utf8);
+    ptrdiff_t lAt = 0;
+    if (res) {
+        // The parser takes a sequence of elements; a document has exactly one.
+        pugi::xml_node oFirst =
+            oDoc.find_child([](pugi::xml_node x) { return x.type() == pugi::node_element; });
+        pugi::xml_node oSecond = oFirst;
+        while (oSecond && (oSecond = oSecond.next_sibling()) &&
+               oSecond.type() != pugi::node_element) {
+        }
+        if (!oSecond) return true;
+        sReason = "More than one document element";
+        lAt = oSecond.offset_debug();
+    } else {
+        sReason = res.description();
+        lAt = res.offset;
+    }
+    oDoc.reset();
+    std::ifstream in(sPath, std::ios::binary);
+    const std::string sAgain((std::istreambuf_iterator<char>(in)),
+                             std::istreambuf_iterator<char>());
+    LineAndColumn(std::string_view(sAgain).substr(std::min(lSkip, sAgain.size())), lAt, lLine,
+                  lPos);
+    return false;
+}
+
 enum class FileCoding { Utf8, Latin1, Cp1252, Unknown };
 
 // The encoding an 8-bit file declares: the one named in the XML declaration, UTF-8 when it
@@ -250,14 +296,13 @@ bool clsXMLIniData::LoadFileInto(pugi::xml_document& oDoc, const std::string& sP
     }
     const std::string_view sUtf8Bom = "\xEF\xBB\xBF";
     if (StartsWith(sData, sUtf8Bom)) {
-        return LoadBufferInto(oDoc, std::string_view(sData).substr(sUtf8Bom.size()), sReason, lLine,
-                              lPos);
+        return LoadUtf8InPlace(oDoc, sData, sUtf8Bom.size(), sPath, sReason, lLine, lPos);
     }
     std::string sName;
     long lNamePos = 0;
     switch (DeclaredCoding(sData, sName, lNamePos)) {
         case FileCoding::Utf8:
-            return LoadBufferInto(oDoc, sData, sReason, lLine, lPos);
+            return LoadUtf8InPlace(oDoc, sData, 0, sPath, sReason, lLine, lPos);
         case FileCoding::Latin1:
             return LoadBufferInto(oDoc, SingleByteToUtf8(sData, false), sReason, lLine, lPos);
         case FileCoding::Cp1252:

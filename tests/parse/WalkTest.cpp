@@ -402,3 +402,69 @@ TEST_F(WalkTest, ProgressIsReportedPerObject) {
     EXPECT_EQ(arrDone, (std::vector<long>{1, 2, 3, 3}));
     EXPECT_EQ(lFinalTotal, 3);
 }
+
+namespace {
+
+// The elements named sName in a document.
+size_t CountElements(const pugi::xml_document& oDoc, const std::string& sName) {
+    size_t n = 0;
+    for (const pugi::xpath_node& x : oDoc.select_nodes(("//" + sName).c_str()))
+        n += x.node() ? 1 : 0;
+    return n;
+}
+
+}  // namespace
+
+// What the walk has read goes out of the document as it goes, so that the export's records take
+// its room: the structure elements of walked children, and the objects of a collection before
+// the last one.
+TEST_F(WalkTest, WalkedStructureElementsLeaveTheDocument) {
+    Init("item-structure.xml");
+    const std::string sPath = oDir.File("structure.xml");
+    testutil::WriteFile(
+        sPath, Root(Item("T", PS(Item("A", PS(Item("A1")))) + PS(Item("B")) + "<Item_Document/>")));
+    clsXMLPars oPars(ctx);
+    std::unique_ptr<pugi::xml_document> oDoc;
+    ASSERT_TRUE(oPars.LoadCurrentXML(oDoc, sPath));
+    EXPECT_EQ(CountElements(*oDoc, "Item"), 4u);
+    ASSERT_TRUE(oPars.MainXStruct(*oDoc));
+    EXPECT_EQ(ctx.Model.ObjCount, 3);
+    // The walk ends on the top object's last child, whose structure element stays.
+    EXPECT_EQ(CountElements(*oDoc, "Item"), 2u);
+    EXPECT_EQ(CountElements(*oDoc, "Item_PS"), 1u);
+    EXPECT_EQ(
+        oDoc->document_element().first_child().first_child().first_child().attribute("id").value(),
+        std::string("B"));
+    EXPECT_EQ(CountElements(*oDoc, "Item_Document"), 1u);
+}
+
+TEST_F(WalkTest, WalkedObjectsOfACollectionLeaveTheDocument) {
+    Init("item-collection.xml");
+    std::unique_ptr<pugi::xml_document> oDoc;
+    const std::string sCollection = oDir.File("collection.xml");
+    testutil::WriteFile(sCollection,
+                        Root(Item("A", PS(Item("A1"))) + "<Other/>" + Item("B") + Item("C")));
+    clsXMLPars oPars2(ctx);
+    ASSERT_TRUE(oPars2.LoadCurrentXML(oDoc, sCollection));
+    ASSERT_TRUE(oPars2.MainXStruct(*oDoc));
+    EXPECT_EQ(ctx.Model.ObjCount, 3);
+    EXPECT_EQ(ctx.Model.XItems[3].Head.Key1, "C");
+    EXPECT_EQ(CountElements(*oDoc, "Item"), 1u);
+    EXPECT_EQ(CountElements(*oDoc, "Other"), 1u);
+}
+
+// An element far deeper than the stack goes out of the document with the object that holds it,
+// a leaf at a time.
+TEST_F(WalkTest, ADeepElementInsideAWalkedObjectLeavesWithoutRecursion) {
+    Init("item-structure.xml");
+    const int nDepth = 200000;
+    std::string sDeep;
+    for (int i = 0; i < nDepth; ++i)
+        sDeep += "<Deep>";
+    for (int i = 0; i < nDepth; ++i)
+        sDeep += "</Deep>";
+    ASSERT_TRUE(Parse(Root(Item("T", PS(Item("A", sDeep)) + PS(Item("B"))))));
+    ASSERT_EQ(ctx.Model.ObjCount, 2);
+    EXPECT_EQ(ctx.Model.XItems[2].Head.Key1, "B");
+    EXPECT_EQ(ctx.Model.XItems[0].Children, "1!2!");
+}

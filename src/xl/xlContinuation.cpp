@@ -286,8 +286,16 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
     // The sheet keeps the spooled rows up to its last one.
     if (lSpoolFirst != 0) d.lSpoolCut = plan.lKeep;
 
-    // Merged areas, hyperlinks and names go with their first row.
+    // Merged areas, hyperlinks and names go with their first row; each new sheet's lists take
+    // their size at once.
+    std::vector<size_t> arrMergedIn(arrNew.size() + 1, 0);
+    for (const auto& a : d.arrMerged) {
+        if (const size_t p = fnPartOf(a[0]); p != kLeftOut) ++arrMergedIn[p];
+    }
+    for (size_t p = 1; p <= arrNew.size(); ++p)
+        arrNew[p - 1]->Data().arrMerged.reserve(arrMergedIn[p]);
     std::vector<std::array<long, 4>> arrKeptMerged;
+    arrKeptMerged.reserve(arrMergedIn[0]);
     for (const auto& a : d.arrMerged) {
         const size_t p = fnPartOf(a[0]);
         if (p == kLeftOut) continue;
@@ -298,12 +306,22 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
         const long lEnd = std::min(a[2], plan.arrParts[p - 1].lLast);
         arrNew[p - 1]->Data().AddMerged({fnRowIn(p, a[0]), a[1], fnRowIn(p, lEnd), a[3]});
     }
-    d.arrMerged.clear();
+    // The lists are made anew at the size they keep.
+    std::vector<std::array<long, 4>>().swap(d.arrMerged);
     d.arrMergedRows.clear();
+    d.arrMergedRows.shrink_to_fit();
+    d.arrMerged.reserve(arrKeptMerged.size());
     for (const auto& a : arrKeptMerged)
         d.AddMerged(a);
 
+    std::vector<size_t> arrNamesIn(arrNew.size() + 1, 0), arrLinksIn(arrNew.size() + 1, 0);
+    for (const xlHyperlinkEntry& e : oHyperlinks_.arr_) {
+        if (const size_t p = fnPartOf(e.lRow); p != kLeftOut) ++arrLinksIn[p];
+    }
+    for (size_t p = 1; p <= arrNew.size(); ++p)
+        arrNew[p - 1]->oHyperlinks_.arr_.reserve(arrLinksIn[p]);
     std::vector<xlHyperlinkEntry> arrKeptLinks;
+    arrKeptLinks.reserve(arrLinksIn[0]);
     for (xlHyperlinkEntry& e : oHyperlinks_.arr_) {
         const size_t p = fnPartOf(e.lRow);
         if (p == kLeftOut) continue;
@@ -324,7 +342,14 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
         d.mapLinks.emplace(detail::CellKey(e.lRow, e.lCol), static_cast<uint32_t>(i));
     }
 
+    for (const xlNameEntry& e : oNames_.arr_) {
+        if (const size_t p = fnPartOf(e.lRow1); p != kLeftOut) ++arrNamesIn[p];
+    }
+    for (size_t p = 1; p <= arrNew.size(); ++p)
+        arrNew[p - 1]->oNames_.arr_.reserve(arrNamesIn[p]);
+    d.mapNames.clear();
     std::vector<xlNameEntry> arrKeptNames;
+    arrKeptNames.reserve(arrNamesIn[0]);
     for (xlNameEntry& e : oNames_.arr_) {
         const size_t p = fnPartOf(e.lRow1);
         if (p == kLeftOut) continue;
@@ -337,8 +362,8 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
         ws.Names().Add(e.sName,
                        xlRange(&ws, fnRowIn(p, e.lRow1), e.lCol1, fnRowIn(p, lEnd), e.lCol2));
     }
-    oNames_.arr_.clear();
-    d.mapNames.clear();
+    std::vector<xlNameEntry>().swap(oNames_.arr_);
+    oNames_.arr_.reserve(arrKeptNames.size());
     for (xlNameEntry& e : arrKeptNames)
         oNames_.Add(e.sName, xlRange(this, e.lRow1, e.lCol1, e.lRow2, e.lCol2));
 

@@ -935,32 +935,50 @@ std::string AsciiLower(std::string s) {
 // first: each insert is immediate, and the list (and the file) comes out the same.
 template <class Sink>
 void WriteNames(Sink& sink, const xlWorksheets& oSheets) {
+    // Each name by its sheet and place in the sheet's list, with its lower-case text; the sheet's
+    // lower-case name and prefix once per sheet.
     struct Entry {
-        std::string sKey, sSheetKey, sFull;
-        const std::string* pFormula;
+        std::string sKey;
+        uint32_t lSheet;
+        uint32_t lName;
     };
+    std::vector<std::string> arrSheetKeys, arrPrefixes;
     std::vector<Entry> arr;
+    size_t lCount = 0;
+    for (long i = 1; i <= oSheets.Count(); ++i)
+        lCount += oSheets.Item(i).Names().Items().size();
+    arr.reserve(lCount);
     for (long i = 1; i <= oSheets.Count(); ++i) {
         const xlWorksheet& oSheet = oSheets.Item(i);
-        const std::string sPrefix = detail::QuoteSheetName(oSheet.Name()) + "!";
-        const std::string sSheetKey = AsciiLower(oSheet.Name());
-        for (const xlNameEntry& e : oSheet.Names().Items()) {
-            arr.push_back({AsciiLower(e.sName), sSheetKey, sPrefix + e.sName, &e.sRefersTo});
+        arrPrefixes.push_back(detail::QuoteSheetName(oSheet.Name()) + "!");
+        arrSheetKeys.push_back(AsciiLower(oSheet.Name()));
+        const auto& arrNames = oSheet.Names().Items();
+        for (size_t k = 0; k < arrNames.size(); ++k) {
+            arr.push_back({AsciiLower(arrNames[k].sName), static_cast<uint32_t>(i - 1),
+                           static_cast<uint32_t>(k)});
         }
     }
-    auto Before = [](const Entry& a, const Entry& b) {
-        if (int n = a.sKey.compare(b.sKey)) return n > 0;
-        return a.sSheetKey.compare(b.sSheetKey) > 0;
+    auto Before = [&](uint32_t a, uint32_t b) {
+        if (int n = arr[a].sKey.compare(arr[b].sKey)) return n > 0;
+        return arrSheetKeys[arr[a].lSheet].compare(arrSheetKeys[arr[b].lSheet]) > 0;
     };
-    std::vector<Entry> arrSorted = arr;
-    std::stable_sort(arrSorted.begin(), arrSorted.end(), Before);
+    std::vector<uint32_t> arrOrder(arr.size());
+    for (uint32_t i = 0; i < arrOrder.size(); ++i)
+        arrOrder[i] = i;
+    std::stable_sort(arrOrder.begin(), arrOrder.end(), Before);
     // Two names the writer takes for one keep their own order: it refuses the second as before.
     bool bTie = false;
-    for (size_t i = 1; i < arrSorted.size() && !bTie; ++i) {
-        bTie = !Before(arrSorted[i - 1], arrSorted[i]);
+    for (size_t i = 1; i < arrOrder.size() && !bTie; ++i) {
+        bTie = !Before(arrOrder[i - 1], arrOrder[i]);
     }
-    for (const Entry& e : bTie ? arr : arrSorted)
-        sink.Name(e.sFull.c_str(), e.pFormula->c_str());
+    std::string sFull;
+    for (size_t i = 0; i < arrOrder.size(); ++i) {
+        const Entry& e = arr[bTie ? i : arrOrder[i]];
+        const xlNameEntry& n =
+            oSheets.Item(static_cast<long>(e.lSheet) + 1).Names().Items()[e.lName];
+        sFull = arrPrefixes[e.lSheet] + n.sName;
+        sink.Name(sFull.c_str(), n.sRefersTo.c_str());
+    }
 }
 
 template <class Sink>

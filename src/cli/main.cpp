@@ -1,6 +1,7 @@
 // orv-export-excel: the command-line tool. Runs one export through ParseMain and prints the
 // workbook's path, or with --batch one export per data file of a list on several threads;
 // every log line of the calls also goes to standard error.
+#include <malloc.h>
 #include <unistd.h>
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -499,6 +500,9 @@ int main(int argc, char** argv) {
         return oRun.Run(nThreads);
     }
 
+    // One export: its threads (the export's and the writer's) share one heap, so the memory the
+    // parse gives back serves the writer too.
+    ::mallopt(M_ARENA_MAX, 1);
     auto oExport = CreateExportExcel();
     oExport->SetViews(oViews);
     ProgressLine oProgress(!bQuiet && ::isatty(STDERR_FILENO) == 1);

@@ -271,9 +271,8 @@ void xlWorksheet::Impl::UnspoolAll() {
 
 void xlWorksheet::StreamFinishedBlocks() {
     Impl& d = *pImpl_;
-    // Only an .xlsx that has its place (SaveAs): an .xls sheet is small, and its saver reads
-    // the model's rows.
-    if (!pBook_ || pBook_->FileFormat() == xlExcel8 || pBook_->FullName().empty()) return;
+    // Only a workbook that has its place (SaveAs): the spool lies beside it.
+    if (!pBook_ || pBook_->FullName().empty()) return;
     d.oSpoolFolder = std::filesystem::path(pBook_->FullName()).parent_path();
     if (d.oSpoolFolder.empty()) d.oSpoolFolder = std::filesystem::current_path();
     d.bStream = true;

@@ -39,6 +39,7 @@
 #include "xl/xlModelData.h"
 #include "xl/xlObjectModel.h"
 #include "xl/xlRowFit.h"
+#include "xl/xlSheetRows.h"
 
 namespace xl {
 
@@ -460,10 +461,10 @@ struct RowHeight {
 // A row's own height wins; else the height its text needs when more than one standard line (as
 // the .xlsx saver fits it, so both files show the same rows); else the sheet's standard height.
 RowHeight RowHeightOf(const xlWorksheet::Impl& d, const detail::RowFitter& oFitter,
-                      const detail::Row& o, size_t i) {
+                      const detail::Row& o, size_t i, const std::vector<uint32_t>* pMerged) {
     if (o.nHeightTwips != detail::kNoHeight) return {o.nHeightTwips, true};
     if (!o.arrCells.empty()) {
-        const double dFitted = oFitter.Fit(static_cast<long>(i) + 1);
+        const double dFitted = oFitter.Fit(static_cast<long>(i) + 1, o, pMerged);
         if (dFitted > 0) return {static_cast<uint32_t>(std::lround(dFitted * 20)), true};
     }
     return {static_cast<uint32_t>(std::lround(d.dDefaultRowHeight * 20)), false};
@@ -631,6 +632,7 @@ private:
     struct RowPlan {
         uint16_t nColMic = 0, nColMac = 0;
         bool bRecord = false;
+        RowHeight oHeight{0, false};  // of a row with a record
     };
 
     bool Writes(const detail::Row& o, const Cell& c) const {
@@ -638,12 +640,15 @@ private:
         return c.eType != detail::kEmpty || c.lStyle != d_.Background(o, c.nCol);
     }
 
+    // Reads every row once, in order (from the model or the spool): what it writes, and the
+    // height of a row that has a record, fitted with the merged areas that cover it.
     void Plan() {
         const size_t n = std::min<size_t>(d_.arrRows.size(), xlMaxRowsXls);
         arrPlan_.resize(n);
         bool bAnyCell = false;
+        detail::SheetRows oRows(d_);
         for (size_t i = 0; i < n; ++i) {
-            const detail::Row& o = d_.arrRows[i];
+            const detail::Row& o = oRows.Get(static_cast<long>(i) + 1);
             RowPlan& p = arrPlan_[i];
             bool bCells = false;
             for (const Cell& c : o.arrCells) {
@@ -668,6 +673,7 @@ private:
                 bAnyCell = true;
             }
             if (p.bRecord) {
+                p.oHeight = RowHeightOf(d_, oFitter_, o, i, oRows.Merged());
                 if (!bAnyRow_) lFirstRow_ = i;
                 lLastRow_ = i;
                 bAnyRow_ = true;
@@ -794,10 +800,9 @@ private:
         w_.Record(kDimensions, b);
     }
 
-    void RowRecord(size_t i) {
-        const detail::Row& o = d_.arrRows[i];
+    void RowRecord(size_t i, const detail::Row& o) {
         const RowPlan& p = arrPlan_[i];
-        const RowHeight h = RowHeightOf(d_, oFitter_, o, i);
+        const RowHeight h = p.oHeight;
         const bool bHidden = h.lTwips == 0;
         Bytes b;
         b.U16(static_cast<uint32_t>(i));
@@ -813,8 +818,7 @@ private:
         w_.Record(kRow, b);
     }
 
-    void Cells(size_t i) {
-        const detail::Row& o = d_.arrRows[i];
+    void Cells(size_t i, const detail::Row& o) {
         const uint32_t r = static_cast<uint32_t>(i);
         const auto& v = o.arrCells;
         for (size_t k = 0; k < v.size(); ++k) {
@@ -898,24 +902,34 @@ private:
         oLayout_.lRowMic = static_cast<uint32_t>(lFirstRow_);
         oLayout_.lRowMac = static_cast<uint32_t>(lLastRow_ + 1);
         std::vector<uint64_t> arrCellStart;
+        // The rows are read a second time, in order; a block's rows are held while its ROW
+        // records and then its cells are written.
+        detail::SheetRows oRows(d_);
+        long lNextRow = 1;
+        std::vector<detail::Row> arrBlock(kRowsPerBlock);
         for (size_t lBlock = lFirstRow_ / kRowsPerBlock; lBlock <= lLastRow_ / kRowsPerBlock;
              ++lBlock) {
             const size_t r0 = lBlock * kRowsPerBlock;
             const size_t r1 = std::min(r0 + kRowsPerBlock, arrPlan_.size());
             for (; lReported_ < r1; ++lReported_)
                 oProgress_.Row();
+            for (size_t i = r0; i < r1; ++i) {
+                while (lNextRow < static_cast<long>(i) + 1)
+                    oRows.Get(lNextRow++);
+                arrBlock[i - r0] = oRows.Get(lNextRow++);
+            }
             const uint64_t lFirstRowPos = w_.Position();
             bool bRows = false;
             for (size_t i = r0; i < r1; ++i) {
                 if (!arrPlan_[i].bRecord) continue;
-                RowRecord(i);
+                RowRecord(i, arrBlock[i - r0]);
                 bRows = true;
             }
             arrCellStart.clear();
             for (size_t i = r0; i < r1; ++i) {
                 if (!arrPlan_[i].bRecord) continue;
                 arrCellStart.push_back(w_.Position());
-                Cells(i);
+                Cells(i, arrBlock[i - r0]);
             }
             oLayout_.arrDbCells.push_back(w_.Position());
             Bytes b;
@@ -1318,8 +1332,6 @@ void WriteXls(const xlWorkbook& oBook, const std::string& sFile, const std::file
     long lRows = 0;
     for (long i = 1; i <= oSheets.Count(); ++i) {
         const xlWorksheet::Impl& d = oSheets.Item(i).Data();
-        // This saver reads every row from the model: none may have gone ahead.
-        d.CheckNoneSpooled();
         lRows += static_cast<long>(d.arrRows.size());
     }
     SaveProgress oProgress(oBook, lRows);

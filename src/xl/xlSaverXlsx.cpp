@@ -37,6 +37,7 @@
 #include "xl/xlModelData.h"
 #include "xl/xlObjectModel.h"
 #include "xl/xlRowFit.h"
+#include "xl/xlSheetRows.h"
 
 namespace xl {
 
@@ -532,62 +533,6 @@ void WriteColumns(Sink& sink, const xlWorksheet::Impl& d, Formats<Sink>& fmts) {
     }
 }
 
-// The rows of a sheet in order, whether the model holds them or its spool does; a spooled row
-// comes back with the whole-sheet format changes made since it went. Also the merged areas that
-// cover each row (indices into the sheet's list), and the used range, which it counts as the
-// rows go by.
-class SheetRows {
-public:
-    explicit SheetRows(const xlWorksheet::Impl& d) : d_(d) {
-        if (d_.SpoolFirst() != 0 && d_.SpoolLast() >= d_.SpoolFirst() &&
-            !d_.pSpool->Seek(d_.SpoolFirst() + d_.lSpoolShift)) {
-            Fail();
-        }
-        arrByStart_.resize(d_.arrMerged.size());
-        for (uint32_t i = 0; i < arrByStart_.size(); ++i)
-            arrByStart_[i] = i;
-        std::sort(arrByStart_.begin(), arrByStart_.end(),
-                  [&](uint32_t a, uint32_t b) { return d_.arrMerged[a] < d_.arrMerged[b]; });
-    }
-    // Merged areas in the order the file lists them: by first row, then column.
-    const std::vector<uint32_t>& MergedInOrder() const { return arrByStart_; }
-
-    // Row r (1-based, in order); the areas covering it.
-    const RowRec& Get(long r) {
-        while (lNextStart_ < arrByStart_.size() && d_.arrMerged[arrByStart_[lNextStart_]][0] <= r)
-            arrActive_.push_back(arrByStart_[lNextStart_++]);
-        arrActive_.erase(std::remove_if(arrActive_.begin(), arrActive_.end(),
-                                        [&](uint32_t k) { return d_.arrMerged[k][2] < r; }),
-                         arrActive_.end());
-        const RowRec* p = &d_.arrRows[static_cast<size_t>(r - 1)];
-        if (d_.Spooled(r)) {
-            long lRow = 0;
-            if (!d_.pSpool->Read(lRow, oSpooled_) || lRow != r + d_.lSpoolShift) Fail();
-            d_.ApplySpoolChanges(oSpooled_);
-            p = &oSpooled_;
-        }
-        if (const long c = detail::LastShownColumn(d_, *p); c != 0) {
-            lUsedRow_ = r;
-            lUsedCol_ = std::max(lUsedCol_, c);
-        }
-        return *p;
-    }
-    const std::vector<uint32_t>* Merged() const {
-        return arrActive_.empty() ? nullptr : &arrActive_;
-    }
-    long UsedLastRow() const { return lUsedRow_; }
-    long UsedLastColumn() const { return lUsedCol_; }
-
-private:
-    const xlWorksheet::Impl& d_;
-    std::vector<uint32_t> arrByStart_;
-    size_t lNextStart_ = 0;
-    std::vector<uint32_t> arrActive_;
-    RowRec oSpooled_;
-    long lUsedRow_ = 0;
-    long lUsedCol_ = 0;
-};
-
 // What the writer is to write of a run of rows, prepared on the saving thread: each row's height
 // and format, the merged areas that start on it and its cells, with formats as the model's ids.
 // The texts stay in the workbook's store, which nothing changes during a save.
@@ -798,7 +743,7 @@ std::pair<long, long> WriteCells(Sink& sink, const xlWorksheet& oSheet, Formats<
                                  SaveProgress& oProgress) {
     const xlWorksheet::Impl& d = oSheet.Data();
     const auto& arrLinks = oSheet.Hyperlinks().Items();
-    SheetRows oRows(d);
+    detail::SheetRows oRows(d);
     const std::vector<uint32_t>& arrMerged = oRows.MergedInOrder();
     auto Area = [&](size_t i) -> const std::array<long, 4>& { return d.arrMerged[arrMerged[i]]; };
     size_t lNextMerge = 0;

@@ -187,12 +187,41 @@ TEST(RowRecords, ARunOfRecordsLeavesAndComesBackEmpty) {
     EXPECT_EQ(n, 13u);
 }
 
-TEST_F(Spool, AnXlsWorkbookKeepsItsRows) {
-    xl::xlWorkbook book;
-    book.SaveAs(dir.File("a.xls"));
-    Fill(book.Worksheets()(1), 50, true);
-    EXPECT_EQ(Spooled(book.Worksheets()(1)), 0);
-    book.Save();
+// An .xls workbook's rows go to the spool as well; its saver reads them twice (to plan the
+// sheet, then to write its cells), and the file is the one the whole model gives, byte for
+// byte, also when the sheet continues on new ones.
+TEST_F(Spool, AnXlsWorkbookIsWrittenFromTheSpoolToo) {
+    auto fnFill = [](xlWorksheet& ws, bool bStream, long lMaxRows) {
+        Fill(ws, 3000, bStream, 1500);
+        if (lMaxRows == 0) return;
+        ws.Data().lMaxRows = lMaxRows;
+        ws.ContinueOnNewSheets({1}, 0);
+    };
+    for (const long lMaxRows : {0L, 2000L}) {
+        const std::string sStreamed = dir.File("streamed" + std::to_string(lMaxRows) + ".xls");
+        const std::string sWhole = dir.File("whole" + std::to_string(lMaxRows) + ".xls");
+        xl::xlWorkbook oStreamed, oWhole;
+        oStreamed.SaveAs(sStreamed);
+        oWhole.SaveAs(sWhole);
+        fnFill(oStreamed.Worksheets()(1), true, lMaxRows);
+        fnFill(oWhole.Worksheets()(1), false, lMaxRows);
+        EXPECT_GT(Spooled(oStreamed.Worksheets()(1)) +
+                      (lMaxRows ? Spooled(oStreamed.Worksheets()(2)) : 0),
+                  1000);
+        EXPECT_EQ(Spooled(oWhole.Worksheets()(1)), 0);
+        ASSERT_EQ(oStreamed.Worksheets().Count(), oWhole.Worksheets().Count());
+        if (lMaxRows) {
+            EXPECT_GT(oStreamed.Worksheets().Count(), 3);
+        }
+        oStreamed.Save();
+        oWhole.Save();
+        const std::string sFile = testutil::ReadFile(sStreamed);
+        EXPECT_GT(sFile.size(), 100000u);
+        EXPECT_TRUE(sFile == testutil::ReadFile(sWhole)) << lMaxRows;
+        // A second save reads the spool again.
+        oStreamed.Save();
+        EXPECT_TRUE(testutil::ReadFile(sStreamed) == sFile) << lMaxRows;
+    }
 }
 
 TEST_F(Spool, AWorkbookWithoutItsPlaceKeepsItsRows) {

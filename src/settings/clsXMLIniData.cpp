@@ -152,27 +152,34 @@ bool FindIllegalCharacter(std::string_view s, size_t& lOffset, unsigned& nCode) 
     return false;
 }
 
+// Refuses a text holding a character XML 1.0 does not allow, with its place.
+bool RefuseIllegalCharacter(std::string_view sData, std::string& sReason, long& lLine, long& lPos) {
+    size_t lOffset = 0;
+    unsigned nCode = 0;
+    if (!FindIllegalCharacter(sData, lOffset, nCode)) return false;
+    sReason = "Invalid character (code " + std::to_string(nCode) + ") in the document";
+    LineAndColumn(sData, static_cast<ptrdiff_t>(lOffset), lLine, lPos);
+    return true;
+}
+
+// The parser takes a sequence of elements; a document has exactly one. The second one, if any.
+pugi::xml_node SecondDocumentElement(const pugi::xml_document& oDoc) {
+    pugi::xml_node oSecond =
+        oDoc.find_child([](pugi::xml_node n) { return n.type() == pugi::node_element; });
+    while (oSecond && (oSecond = oSecond.next_sibling()) && oSecond.type() != pugi::node_element) {
+    }
+    return oSecond;
+}
+
 // Parses a UTF-8 text. Every position reported is counted in that text, which is what the
 // parser's offsets refer to.
 bool LoadBufferInto(pugi::xml_document& oDoc, std::string_view sData, std::string& sReason,
                     long& lLine, long& lPos) {
-    size_t lOffset = 0;
-    unsigned nCode = 0;
-    if (FindIllegalCharacter(sData, lOffset, nCode)) {
-        sReason = "Invalid character (code " + std::to_string(nCode) + ") in the document";
-        LineAndColumn(sData, static_cast<ptrdiff_t>(lOffset), lLine, lPos);
-        return false;
-    }
+    if (RefuseIllegalCharacter(sData, sReason, lLine, lPos)) return false;
     pugi::xml_parse_result res = oDoc.load_buffer(
         sData.data(), sData.size(), clsXMLIniData::ParseOptions(), pugi::encoding_utf8);
     if (res) {
-        // The parser takes a sequence of elements; a document has exactly one.
-        pugi::xml_node oFirst =
-            oDoc.find_child([](pugi::xml_node n) { return n.type() == pugi::node_element; });
-        pugi::xml_node oSecond = oFirst;
-        while (oSecond && (oSecond = oSecond.next_sibling()) &&
-               oSecond.type() != pugi::node_element) {
-        }
+        const pugi::xml_node oSecond = SecondDocumentElement(oDoc);
         if (!oSecond) return true;
         sReason = "More than one document element";
         LineAndColumn(sData, oSecond.offset_debug(), lLine, lPos);
@@ -191,13 +198,7 @@ bool LoadBufferInto(pugi::xml_document& oDoc, std::string_view sData, std::strin
 bool LoadUtf8InPlace(pugi::xml_document& oDoc, std::string& sData, size_t lSkip,
                      const std::string& sPath, std::string& sReason, long& lLine, long& lPos) {
     const std::string_view sText = std::string_view(sData).substr(lSkip);
-    size_t lOffset = 0;
-    unsigned nCode = 0;
-    if (FindIllegalCharacter(sText, lOffset, nCode)) {
-        sReason = "Invalid character (code " + std::to_string(nCode) + ") in the document";
-        LineAndColumn(sText, static_cast<ptrdiff_t>(lOffset), lLine, lPos);
-        return false;
-    }
+    if (RefuseIllegalCharacter(sText, sReason, lLine, lPos)) return false;
     const size_t n = sText.size();
     void* pBuffer = pugi::get_memory_allocation_function()(n == 0 ? 1 : n);
     if (!pBuffer) return LoadBufferInto(oDoc, sText, sReason, lLine, lPos);
@@ -207,13 +208,7 @@ bool LoadUtf8InPlace(pugi::xml_document& oDoc, std::string& sData, size_t lSkip,
         pBuffer, n, clsXMLIniData::ParseOptions(), pugi::encoding_utf8);
     ptrdiff_t lAt = 0;
     if (res) {
-        // The parser takes a sequence of elements; a document has exactly one.
-        pugi::xml_node oFirst =
-            oDoc.find_child([](pugi::xml_node x) { return x.type() == pugi::node_element; });
-        pugi::xml_node oSecond = oFirst;
-        while (oSecond && (oSecond = oSecond.next_sibling()) &&
-               oSecond.type() != pugi::node_element) {
-        }
+        const pugi::xml_node oSecond = SecondDocumentElement(oDoc);
         if (!oSecond) return true;
         sReason = "More than one document element";
         lAt = oSecond.offset_debug();

@@ -202,9 +202,10 @@ void clsBldExcel::ExitExl() {
             oWorkbook_->OnSaveProgress = [this](long lDone, long lTotal) {
                 modProgress::ReportProgress(ctx_, clsProgress::Stage::Writing, lDone, lTotal);
             };
-            WriteWorkbookFile([&] { oWorkbook_->Save(); });
+            // Saved and closed at once: what the file's writer has taken leaves memory before
+            // the file is completed.
+            WriteWorkbookFile([&] { oWorkbook_->Close(true); });
             bSaved_ = true;
-            oWorkbook_->Close();
             oWorkbook_ = nullptr;
         }
         if (oExlApp_) {

@@ -1719,6 +1719,23 @@ long detail::LastShownColumn(const xlWorksheet::Impl& d, const RowRec& o) {
     return 0;
 }
 
+void xlWorksheet::ReleaseContents() {
+    Impl& d = *pImpl_;
+    d.arrRows.clear();
+    d.arrRows.shrink_to_fit();
+    d.arrMergedRows.clear();
+    d.arrMergedRows.shrink_to_fit();
+    std::vector<std::array<long, 4>>().swap(d.arrMerged);
+    std::unordered_map<uint64_t, uint32_t>().swap(d.mapLinks);
+    std::unordered_map<std::string, uint32_t>().swap(d.mapNames);
+    d.pSpool.reset();
+    d.bSpoolOwner = false;
+    d.arrSpoolChanges.clear();
+    d.bStream = false;
+    std::vector<xlNameEntry>().swap(oNames_.arr_);
+    std::vector<xlHyperlinkEntry>().swap(oHyperlinks_.arr_);
+}
+
 // Rows in the spool count as they were when they went.
 long xlWorksheet::UsedLastRow() const {
     const Impl& d = *pImpl_;
@@ -1868,7 +1885,7 @@ void xlWorkbook::Save() {
     SaveInFormat(sFullName_, lFileFormat_);
 }
 
-void xlWorkbook::SaveInFormat(const std::string& sPath, long lFormat) {
+void xlWorkbook::SaveInFormat(const std::string& sPath, long lFormat, bool bClosing) {
     // Rows past a sheet's end are written only once they continue on sheets of their own.
     for (long i = 1; i <= oSheets_.Count(); ++i) {
         xlWorksheet::Impl& d = oSheets_.Item(i).Data();
@@ -1876,7 +1893,11 @@ void xlWorkbook::SaveInFormat(const std::string& sPath, long lFormat) {
         d.FlushSpool();
     }
     if (lFormat != xlExcel8) {
-        SaveWorkbookFile(*this, sPath);
+        if (bClosing) {
+            SaveWorkbookFile(*this, sPath, [this] { ReleaseSheets(); });
+        } else {
+            SaveWorkbookFile(*this, sPath);
+        }
         return;
     }
     // What the format cannot hold is refused before anything is written.
@@ -1923,6 +1944,23 @@ void xlWorkbook::SetFileFormat(long lFormat) {
 
 void xlWorkbook::Close() {
     bClosed_ = true;
+}
+
+void xlWorkbook::Close(bool bSaveChanges) {
+    if (bSaveChanges) {
+        if (bClosed_ || sFullName_.empty()) Fail();
+        SaveInFormat(sFullName_, lFileFormat_, true);
+    }
+    Close();
+}
+
+// The contents of every sheet go: rows, the spool, merged areas, links, names, and the texts.
+// The sheets themselves, their names and formats stay.
+void xlWorkbook::ReleaseSheets() {
+    bClosed_ = true;
+    for (long i = 1; i <= oSheets_.Count(); ++i)
+        oSheets_.Item(i).ReleaseContents();
+    *pTexts_ = detail::TextArena();
 }
 
 xlWorkbook& xlWorkbooks::Add() {

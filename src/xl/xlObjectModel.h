@@ -378,6 +378,8 @@ public:
     // to a new sheet: an .xlsx workbook only, once it has its place (SaveAs). Its rows can then
     // neither be changed nor read, except by whole-sheet format changes (1004).
     void StreamFinishedBlocks();
+    // Every row, merged area, link and name of the sheet goes (its workbook closes).
+    void ReleaseContents();
 
     struct Impl;
     Impl& Data() { return *pImpl_; }
@@ -424,6 +426,10 @@ public:
     // folder and rename it over the target; a failure raises 1004 and leaves no file behind.
     void Save();
     void Close();
+    // Saves the workbook as Save does, then closes it. Once the file's writer has taken the
+    // sheets, their contents leave memory, before the file is completed: a closed workbook
+    // holds nothing more.
+    void Close(bool bSaveChanges);
     const std::string& FullName() const { return sFullName_; }
     bool IsClosed() const { return bClosed_; }
     // xlOpenXMLWorkbook (51), or xlExcel8 (56) once saved under a name ending in ".xls".
@@ -446,7 +452,9 @@ private:
     bool bClosed_ = false;
     long lFileFormat_ = modConst::xlOpenXMLWorkbook;
 
-    void SaveInFormat(const std::string& sPath, long lFormat);
+    // With bClosing the sheets' contents go once the writer has them (an .xlsx only).
+    void SaveInFormat(const std::string& sPath, long lFormat, bool bClosing = false);
+    void ReleaseSheets();
     void SetFileFormat(long lFormat);
 };
 
@@ -478,7 +486,10 @@ private:
 
 // Writes a workbook to an .xlsx file through libxlsxwriter, rows in order (constant memory),
 // one format object per distinct style. Raises 1004 when the file cannot be written.
-void SaveWorkbookFile(const xlWorkbook& oBook, const std::string& sPath);
+// fnTaken, when given, is called once the writer holds everything it needs of the workbook,
+// before the file is completed.
+void SaveWorkbookFile(const xlWorkbook& oBook, const std::string& sPath,
+                      const std::function<void()>& fnTaken = {});
 
 // Writes a workbook to an Excel 97-2003 (.xls) file: BIFF8 records in an OLE2 compound file
 // (xlSaverXls.cpp). The workbook must fit the format's limits. Raises 1004 when the file cannot

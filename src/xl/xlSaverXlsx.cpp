@@ -1006,7 +1006,8 @@ std::unordered_map<std::string, uintmax_t> PartSizes(const std::string& sFile) {
     return map;
 }
 
-void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::string& sTmpDir) {
+void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::string& sTmpDir,
+               const std::function<void()>& fnTaken) {
     lxw_workbook_options opt{};
     opt.constant_memory = LXW_TRUE;
     opt.tmpdir = const_cast<char*>(sTmpDir.c_str());
@@ -1033,6 +1034,8 @@ void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::str
         throw;
     }
     sink.CloseRowFiles(false);
+    // The writer holds all it needs of the workbook now.
+    if (fnTaken) fnTaken();
     lxw_workbook* p = wb.p;
     wb.p = nullptr;  // closing frees it, whatever the outcome
     // Closing assembles and writes the file; when the system refuses a write, errno says why.
@@ -1062,10 +1065,11 @@ void DumpWorkbook(const xlWorkbook& oBook, std::FILE* pOut) {
     WriteBook(sink, oBook);
 }
 
-void SaveWorkbookFile(const xlWorkbook& oBook, const std::string& sPath) {
+void SaveWorkbookFile(const xlWorkbook& oBook, const std::string& sPath,
+                      const std::function<void()>& fnTaken) {
     modSaveFile::WriteThroughTempFile(
         sPath, [&](const std::string& sTempFile, const std::string& sFolder) {
-            WriteXlsx(oBook, sTempFile, sFolder);
+            WriteXlsx(oBook, sTempFile, sFolder, fnTaken);
         });
 }
 

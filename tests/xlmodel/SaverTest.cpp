@@ -21,6 +21,7 @@
 #include "support/clsRunError.h"
 #include "support/modConst.h"
 #include "support/modSaveFile.h"
+#include "xl/xlModelData.h"
 #include "xl/xlObjectModel.h"
 
 using namespace modConst;
@@ -544,6 +545,61 @@ TEST(Saver, AWriterThatFailsHalfWayEndsAsAFailedSave) {
     const long lLastReport = std::stol(sOutcome.substr(lBar + 1));
     EXPECT_GE(lLastReport, lRows / 2);
     EXPECT_LT(lLastReport, lRows);
+}
+
+// Closing with the changes saved writes the file Save writes; the sheets' contents leave memory
+// once the writer has them, and the closed workbook cannot be saved again.
+TEST(Saver, CloseWithSaveWritesTheWorkbookAndLetsGoOfItsContents) {
+    testutil::TempDir d;
+    auto fnFill = [](xl::xlWorkbook& book) {
+        xl::xlWorksheet& ws = book.Worksheets()(1);
+        for (long r = 1; r <= 3000; ++r) {
+            ws.Cells(r, 1).Value(Scrambled(r));
+            ws.Cells(r, 2).Value(static_cast<double>(r));
+        }
+        ws.Range("C5:E5").MergeCells(true);
+        ws.Names().Add("ID_1", ws.Rows(7));
+        ws.Hyperlinks().Add(ws.Cells(9, 1), "", "ID_1");
+        ws.Hyperlinks().Add(ws.Cells(10, 1), "file.txt");
+    };
+    xl::xlWorkbook oSaved, oClosed;
+    oSaved.SaveAs(d.File("saved.xlsx"));
+    oClosed.SaveAs(d.File("closed.xlsx"));
+    fnFill(oSaved);
+    fnFill(oClosed);
+    oSaved.Save();
+    oClosed.Close(true);
+    // The same workbook as openpyxl reads it (the dump names no file).
+    auto fnRead = [](const std::string& sFile) {
+        const std::string sCmd = "/usr/bin/python3 '" + testutil::SourceDir() +
+                                 "/tests/xlmodel/dump_xlsx.py' '" + sFile + "' 2>&1";
+        std::string sOut;
+        FILE* p = popen(sCmd.c_str(), "r");
+        if (!p) return sOut;
+        char buf[65536];
+        size_t n;
+        while ((n = fread(buf, 1, sizeof buf, p)) > 0)
+            sOut.append(buf, n);
+        pclose(p);
+        return sOut;
+    };
+    const std::string sSaved = fnRead(d.File("saved.xlsx"));
+    EXPECT_GT(sSaved.size(), 100000u);
+    EXPECT_EQ(fnRead(d.File("closed.xlsx")), sSaved);
+    EXPECT_FALSE(Dump(d.File("closed.xlsx")).IsNull());
+    EXPECT_TRUE(oClosed.IsClosed());
+    const auto& dc = oClosed.Worksheets()(1).Data();
+    EXPECT_EQ(dc.arrRows.size(), 0u);
+    EXPECT_TRUE(dc.arrMerged.empty());
+    EXPECT_EQ(oClosed.Worksheets()(1).Names().Count(), 0);
+    EXPECT_EQ(oClosed.Worksheets()(1).Hyperlinks().Count(), 0);
+    EXPECT_EQ(oClosed.Texts()->Count(), 0u);
+    EXPECT_RUN_ERROR(oClosed.Save(), errAppDefined);
+    EXPECT_RUN_ERROR(oClosed.Close(true), errAppDefined);
+    // Without a place there is nothing to save to.
+    xl::xlWorkbook oNowhere;
+    EXPECT_RUN_ERROR(oNowhere.Close(true), errAppDefined);
+    EXPECT_FALSE(oNowhere.IsClosed());
 }
 
 TEST(Saver, ASaveLeavesNoFileOpenWhetherItEndsOrStops) {

@@ -81,7 +81,10 @@ public:
         if (!bOn_) return;
         const auto tNow = Clock::now();
         if (tNow - tStart_ < std::chrono::milliseconds(250)) return;
-        if (oLine_.Shown() && tNow - tLast_ < std::chrono::milliseconds(200)) return;
+        // The end of the writing always shows, however soon after the line before it.
+        const bool bEnd =
+            p.eStage == clsProgress::Stage::Writing && p.lTotal > 0 && p.lDone >= p.lTotal;
+        if (!bEnd && oLine_.Shown() && tNow - tLast_ < std::chrono::milliseconds(200)) return;
         tLast_ = tNow;
         char sLine[160];
         if (p.eStage == clsProgress::Stage::Parsing) {

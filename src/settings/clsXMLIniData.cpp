@@ -264,6 +264,32 @@ FileCoding DeclaredCoding(std::string_view sData, std::string& sName, long& lPos
     return FileCoding::Unknown;
 }
 
+// Everything a stream holds, read in large pieces: the size a file reports is a first guess,
+// so one that grows, or a pipe that reports none, is still read to its end.
+std::string ReadWholeStream(std::ifstream& in) {
+    size_t lRoom = size_t{1} << 16;
+    if (in.seekg(0, std::ios::end)) {
+        const std::streamoff lSize = in.tellg();
+        if (lSize > 0) lRoom = static_cast<size_t>(lSize) + 1;
+    }
+    in.clear();
+    in.seekg(0, std::ios::beg);
+    in.clear();
+    std::string sData;
+    size_t lUsed = 0;
+    // Ends at the end of the stream (fail and eof) or at a read error (bad), which the caller
+    // tests.
+    while (true) {
+        sData.resize(lUsed + lRoom);
+        in.read(sData.data() + lUsed, static_cast<std::streamsize>(lRoom));
+        lUsed += static_cast<size_t>(in.gcount());
+        if (!in) break;
+        lRoom = std::max<size_t>(lUsed, size_t{1} << 16);
+    }
+    sData.resize(lUsed);
+    return sData;
+}
+
 }  // namespace
 
 bool clsXMLIniData::LoadFileInto(pugi::xml_document& oDoc, const std::string& sPath,
@@ -274,7 +300,7 @@ bool clsXMLIniData::LoadFileInto(pugi::xml_document& oDoc, const std::string& sP
         lLine = lPos = 0;
         return false;
     }
-    std::string sData((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::string sData = ReadWholeStream(in);
     if (in.bad()) {
         sReason = "File could not be read";
         lLine = lPos = 0;

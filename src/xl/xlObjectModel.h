@@ -487,7 +487,8 @@ private:
 // Writes a workbook to an .xlsx file through libxlsxwriter, rows in order (constant memory),
 // one format object per distinct style. Raises 1004 when the file cannot be written.
 // fnTaken, when given, is called once the writer holds everything it needs of the workbook,
-// before the file is completed.
+// on a thread of its own while the file is completed; the save returns after both, and what
+// fnTaken raises is raised then.
 void SaveWorkbookFile(const xlWorkbook& oBook, const std::string& sPath,
                       const std::function<void()>& fnTaken = {});
 

@@ -27,6 +27,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <system_error>
 #include <thread>
 #include <unordered_map>
 #include <vector>
@@ -1034,14 +1035,33 @@ void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::str
         throw;
     }
     sink.CloseRowFiles(false);
-    // The writer holds all it needs of the workbook now.
-    if (fnTaken) fnTaken();
+    // The writer holds all it needs of the workbook now: what is to happen once it has taken
+    // it (letting go of the sheets' contents) runs beside the close, which compresses on one
+    // core.
+    std::exception_ptr pTakenFailure;
+    std::thread oTaken;
+    if (fnTaken) {
+        auto fnRun = [&] {
+            try {
+                fnTaken();
+            } catch (...) {
+                pTakenFailure = std::current_exception();
+            }
+        };
+        try {
+            oTaken = std::thread(fnRun);
+        } catch (const std::system_error&) {
+            fnRun();  // no thread to be had: it runs before the close
+        }
+    }
     lxw_workbook* p = wb.p;
     wb.p = nullptr;  // closing frees it, whatever the outcome
     // Closing assembles and writes the file; when the system refuses a write, errno says why.
     errno = 0;
     const lxw_error err = workbook_close(p);
     const int nErrno = errno;
+    if (oTaken.joinable()) oTaken.join();
+    if (pTakenFailure) std::rethrow_exception(pTakenFailure);
     if (err != LXW_NO_ERROR) {
         if (nErrno != 0) modSaveFile::RaiseWriteFailure(nErrno);
         modSaveFile::RaiseWriteFailure(lxw_strerror(err));

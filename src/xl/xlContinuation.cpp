@@ -261,11 +261,11 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
             t.lSpoolFrom = a - t.lSpoolShift;
             t.lSpoolTo = b - t.lSpoolShift;
             t.arrSpoolChanges = d.arrSpoolChanges;
-            t.arrRows.resize(static_cast<size_t>(lRows));
-            t.arrRows.Drop(static_cast<size_t>(t.lSpoolFrom - 1), static_cast<size_t>(t.lSpoolTo));
-            t.arrMergedRows.resize(static_cast<size_t>(lRows));
-            t.arrMergedRows.Drop(static_cast<size_t>(t.lSpoolFrom - 1),
-                                 static_cast<size_t>(t.lSpoolTo));
+            t.arrRows.GrowWithRun(static_cast<size_t>(lRows), static_cast<size_t>(t.lSpoolFrom - 1),
+                                  static_cast<size_t>(t.lSpoolTo));
+            t.arrMergedRows.GrowWithRun(static_cast<size_t>(lRows),
+                                        static_cast<size_t>(t.lSpoolFrom - 1),
+                                        static_cast<size_t>(t.lSpoolTo));
         } else {
             t.arrRows.reserve(static_cast<size_t>(lRows));
         }

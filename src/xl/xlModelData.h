@@ -247,6 +247,23 @@ public:
             ++lRunEnd_;
         }
     }
+    // Grows to n records of which lFrom to lTo - 1 are dropped from the start: the same as
+    // resize(n) and Drop(lFrom, lTo), without making the records that go at once. The records
+    // from lFrom on must not exist yet.
+    void GrowWithRun(size_t n, size_t lFrom, size_t lTo) {
+        lTo = std::min(lTo, n);
+        if (bRun_ || lSize_ > lFrom || lFrom >= lTo) {
+            resize(n);
+            Drop(lFrom, lTo);
+            return;
+        }
+        arrHead_.resize(lFrom);
+        arrHead_.shrink_to_fit();
+        arrTail_.resize(n - lTo);
+        bRun_ = true;
+        lRunEnd_ = lTo;
+        lSize_ = n;
+    }
     // The records of the run come back, empty.
     void Restore() {
         if (!bRun_) return;

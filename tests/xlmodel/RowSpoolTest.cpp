@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <iostream>
 #include <string>
+#include <utility>
 
 #include "TestUtil.h"
 #include "support/modConst.h"
@@ -185,6 +186,49 @@ TEST(RowRecords, ARunOfRecordsLeavesAndComesBackEmpty) {
     size_t n = 0;
     a.ForEachKept([&](size_t i, const std::vector<uint32_t>&) { EXPECT_EQ(i, n++); });
     EXPECT_EQ(n, 13u);
+}
+
+// A sheet that starts with a run (the rows of a continuation that stay in the spool) grows to
+// its size without making the records of the run; it reads as resize and Drop would make it.
+TEST(RowRecords, GrowingWithARunGivesWhatResizeAndDropGive) {
+    xl::detail::RowRecords<std::vector<uint32_t>> a;
+    xl::detail::RowRecords<std::vector<uint32_t>> b;
+    for (auto* p : {&a, &b}) {
+        p->resize(2);
+        (*p)[0].push_back(1);
+        (*p)[1].push_back(2);
+    }
+    a.GrowWithRun(10, 3, 7);
+    b.resize(10);
+    b.Drop(3, 7);
+    for (size_t i = 0; i < 10; ++i) {
+        EXPECT_EQ(a.Dropped(i), b.Dropped(i)) << i;
+        EXPECT_EQ(std::as_const(a)[i], std::as_const(b)[i]) << i;
+    }
+    EXPECT_EQ(a.size(), 10u);
+    EXPECT_FALSE(a.Dropped(2));
+    EXPECT_TRUE(a.Dropped(3));
+    EXPECT_TRUE(a.Dropped(6));
+    EXPECT_FALSE(a.Dropped(7));
+    EXPECT_EQ(std::as_const(a)[1], std::vector<uint32_t>{2});
+    EXPECT_RUN_ERROR(a[4].push_back(4), errAppDefined);
+    a[9].push_back(9);
+    a.Drop(3, 8);
+    EXPECT_TRUE(a.Dropped(7));
+    EXPECT_EQ(std::as_const(a)[9], std::vector<uint32_t>{9});
+    // A run that would reach past the end stops there; one over existing records falls back
+    // to making them first.
+    xl::detail::RowRecords<std::vector<uint32_t>> c;
+    c.GrowWithRun(5, 2, 40);
+    EXPECT_EQ(c.size(), 5u);
+    EXPECT_TRUE(c.Dropped(4));
+    xl::detail::RowRecords<std::vector<uint32_t>> e;
+    e.resize(6);
+    e[5].push_back(5);
+    e.GrowWithRun(8, 2, 4);
+    EXPECT_TRUE(e.Dropped(3));
+    EXPECT_EQ(std::as_const(e)[5], std::vector<uint32_t>{5});
+    EXPECT_EQ(e.size(), 8u);
 }
 
 // An .xls workbook's rows go to the spool as well; its saver reads them twice (to plan the

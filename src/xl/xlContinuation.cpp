@@ -39,15 +39,17 @@ struct Plan {
 // Hyperlinks and local names of the rows up to each row of the long sheet: those of the rows a to
 // b are the difference of two entries.
 struct Running {
-    std::vector<long> arrLinks;
-    std::vector<long> arrNames;
+    // One count a row: a sheet's links and names fit 32 bits many times over.
+    std::vector<uint32_t> arrLinks;
+    std::vector<uint32_t> arrNames;
 
     long LinksIn(long a, long b) const { return Diff(arrLinks, a, b); }
     long NamesIn(long a, long b) const { return Diff(arrNames, a, b); }
 
 private:
-    static long Diff(const std::vector<long>& arr, long a, long b) {
-        return arr[static_cast<size_t>(b)] - arr[static_cast<size_t>(a - 1)];
+    static long Diff(const std::vector<uint32_t>& arr, long a, long b) {
+        return static_cast<long>(arr[static_cast<size_t>(b)]) -
+               static_cast<long>(arr[static_cast<size_t>(a - 1)]);
     }
 };
 
@@ -178,23 +180,26 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
     // Spooled rows not yet on the disk go there first (or, should the disk refuse them, every
     // spooled row comes back into memory): the spool then holds each row it took.
     d.FlushSpool();
-    const long lLast = static_cast<long>(d.arrRows.size());
-    Running oRunning;
-    oRunning.arrLinks.assign(static_cast<size_t>(lLast) + 1, 0);
-    oRunning.arrNames.assign(static_cast<size_t>(lLast) + 1, 0);
-    for (const xlHyperlinkEntry& e : oHyperlinks_.arr_) {
-        if (e.lRow <= lLast) ++oRunning.arrLinks[static_cast<size_t>(e.lRow)];
-    }
-    // A name goes with its first row.
-    for (const xlNameEntry& e : oNames_.arr_) {
-        if (e.lRow1 <= lLast) ++oRunning.arrNames[static_cast<size_t>(e.lRow1)];
-    }
-    for (long r = 1; r <= lLast; ++r) {
-        const size_t i = static_cast<size_t>(r);
-        oRunning.arrLinks[i] += oRunning.arrLinks[i - 1];
-        oRunning.arrNames[i] += oRunning.arrNames[i - 1];
-    }
-    const Plan plan = PlanParts(d, oRunning, arrTitleRows, lLinksToCome);
+    // The plan needs the running counts of links and names down the rows, nothing after it.
+    const Plan plan = [&] {
+        const long lLast = static_cast<long>(d.arrRows.size());
+        Running oRunning;
+        oRunning.arrLinks.assign(static_cast<size_t>(lLast) + 1, 0);
+        oRunning.arrNames.assign(static_cast<size_t>(lLast) + 1, 0);
+        for (const xlHyperlinkEntry& e : oHyperlinks_.arr_) {
+            if (e.lRow <= lLast) ++oRunning.arrLinks[static_cast<size_t>(e.lRow)];
+        }
+        // A name goes with its first row.
+        for (const xlNameEntry& e : oNames_.arr_) {
+            if (e.lRow1 <= lLast) ++oRunning.arrNames[static_cast<size_t>(e.lRow1)];
+        }
+        for (long r = 1; r <= lLast; ++r) {
+            const size_t i = static_cast<size_t>(r);
+            oRunning.arrLinks[i] += oRunning.arrLinks[i - 1];
+            oRunning.arrNames[i] += oRunning.arrNames[i - 1];
+        }
+        return PlanParts(d, oRunning, arrTitleRows, lLinksToCome);
+    }();
     // The rows in the spool, which stay there wherever they go.
     const long lSpoolFirst = d.SpoolFirst();
     const long lSpoolLast = d.SpoolLast();
@@ -308,8 +313,14 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
     }
     // The lists are made anew at the size they keep.
     std::vector<std::array<long, 4>>().swap(d.arrMerged);
-    d.arrMergedRows.clear();
-    d.arrMergedRows.shrink_to_fit();
+    d.arrMergedRows = {};
+    // The spooled rows the sheet keeps have no list of their own: the saver finds their areas
+    // in the list of areas itself.
+    if (lSpoolFirst != 0 && lSpoolFirst <= plan.lKeep) {
+        d.arrMergedRows.GrowWithRun(static_cast<size_t>(plan.lKeep),
+                                    static_cast<size_t>(lSpoolFirst - 1),
+                                    static_cast<size_t>(std::min(lSpoolLast, plan.lKeep)));
+    }
     d.arrMerged.reserve(arrKeptMerged.size());
     for (const auto& a : arrKeptMerged)
         d.AddMerged(a);

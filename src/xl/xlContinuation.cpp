@@ -297,8 +297,11 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
     for (const auto& a : d.arrMerged) {
         if (const size_t p = fnPartOf(a[0]); p != kLeftOut) ++arrMergedIn[p];
     }
-    for (size_t p = 1; p <= arrNew.size(); ++p)
-        arrNew[p - 1]->Data().arrMerged.reserve(arrMergedIn[p]);
+    // (A new sheet holds the areas of its title rows already.)
+    for (size_t p = 1; p <= arrNew.size(); ++p) {
+        std::vector<std::array<long, 4>>& arr = arrNew[p - 1]->Data().arrMerged;
+        arr.reserve(arr.size() + arrMergedIn[p]);
+    }
     std::vector<std::array<long, 4>> arrKeptMerged;
     arrKeptMerged.reserve(arrMergedIn[0]);
     for (const auto& a : d.arrMerged) {
@@ -329,8 +332,10 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
     for (const xlHyperlinkEntry& e : oHyperlinks_.arr_) {
         if (const size_t p = fnPartOf(e.lRow); p != kLeftOut) ++arrLinksIn[p];
     }
-    for (size_t p = 1; p <= arrNew.size(); ++p)
-        arrNew[p - 1]->oHyperlinks_.arr_.reserve(arrLinksIn[p]);
+    for (size_t p = 1; p <= arrNew.size(); ++p) {
+        std::vector<xlHyperlinkEntry>& arr = arrNew[p - 1]->oHyperlinks_.arr_;
+        arr.reserve(arr.size() + arrLinksIn[p]);
+    }
     std::vector<xlHyperlinkEntry> arrKeptLinks;
     arrKeptLinks.reserve(arrLinksIn[0]);
     for (xlHyperlinkEntry& e : oHyperlinks_.arr_) {
@@ -356,8 +361,10 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
     for (const xlNameEntry& e : oNames_.arr_) {
         if (const size_t p = fnPartOf(e.lRow1); p != kLeftOut) ++arrNamesIn[p];
     }
-    for (size_t p = 1; p <= arrNew.size(); ++p)
-        arrNew[p - 1]->oNames_.arr_.reserve(arrNamesIn[p]);
+    for (size_t p = 1; p <= arrNew.size(); ++p) {
+        std::vector<xlNameEntry>& arr = arrNew[p - 1]->oNames_.arr_;
+        arr.reserve(arr.size() + arrNamesIn[p]);
+    }
     d.mapNames.clear();
     std::vector<xlNameEntry> arrKeptNames;
     arrKeptNames.reserve(arrNamesIn[0]);

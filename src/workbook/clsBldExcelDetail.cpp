@@ -1,7 +1,11 @@
 // The detail blocks of the property panel: one block per object, with its header row, its
 // attributes and the lists of what it is related to; and the part list of an item.
+#include <algorithm>
 #include <cctype>
 #include <cstdint>
+#include <deque>
+#include <string>
+#include <vector>
 
 #include "support/clsRunError.h"
 #include "support/modConst.h"
@@ -51,32 +55,149 @@ long NextChild(const std::string& sChildren, size_t& p) {
     return ChildIndex(sKey);
 }
 
+template <class T>
+void FreeAll(T& o) {
+    T().swap(o);
+}
+
+// What only the blocks show of an object; its level, identifier and revision stay, for the
+// main panel's links are formed from them after the blocks.
+void ReleaseBlockData(ItemStruct& o) {
+    FreeAll(o.Key2);
+    o.Attrs.reset();
+}
+
+void ReleaseBlockData(DocStruct& o) {
+    FreeAll(o.Key2);
+    o.Attrs.reset();
+    FreeAll(o.Files);
+}
+
+void ReleaseBlockData(XItemStruct& o) {
+    ReleaseBlockData(o.Head);
+    FreeAll(o.PSAttr1);
+    FreeAll(o.PSAttr2);
+    FreeAll(o.RefDes);
+    o.AddAttrs.reset();
+    FreeAll(o.LAIs);
+    FreeAll(o.MNFs);
+    FreeAll(o.VNDs);
+    FreeAll(o.Docs);
+    FreeAll(o.Folders);
+    FreeAll(o.Children);
+}
+
+void ReleaseBlockData(XDocStruct& o) {
+    ReleaseBlockData(o.Head);
+    FreeAll(o.MainAttr5);
+    FreeAll(o.MainAttr6);
+    o.AddAttrs.reset();
+    FreeAll(o.Items);
+    FreeAll(o.Folders);
+    FreeAll(o.Docs);
+    FreeAll(o.Children);
+}
+
+void ReleaseBlockData(XFoldStruct& o) {
+    ReleaseBlockData(o.Head);
+    FreeAll(o.MainAttr5);
+    o.AddAttrs.reset();
+    FreeAll(o.Items);
+    FreeAll(o.Docs);
+    FreeAll(o.Folders);
+    FreeAll(o.Children);
+}
+
+// Lets go of each object's block data once no block to come reads it: a block reads its own
+// record and those of its children. A large export's records would otherwise stay whole until
+// the whole workbook is laid out. Off, nothing goes.
+template <class T>
+class clsBlockDataRelease {
+public:
+    clsBlockDataRelease(std::deque<T>& arr, long lObjCount, bool bStructure, bool bOn)
+        : arr_(arr), lLast_(std::min<long>(lObjCount, static_cast<long>(arr.size()) - 1)) {
+        if (!bOn || lLast_ < 0) {
+            lLast_ = -1;
+            return;
+        }
+        // The last block that reads each record: its own, or its parent's, whichever is later;
+        // -1 for one that no block reads.
+        arrLastReader_.assign(static_cast<size_t>(lLast_) + 1, -1);
+        for (long j = 0; j <= lLast_; ++j) {
+            if (!bStructure && arr_[static_cast<size_t>(j)].Level != 0) continue;
+            int32_t& lOwn = arrLastReader_[static_cast<size_t>(j)];
+            lOwn = std::max(lOwn, static_cast<int32_t>(j));
+            const std::string& sChildren = arr_[static_cast<size_t>(j)].Children;
+            size_t p = 0;
+            while (p < sChildren.size()) {
+                long k = -1;
+                try {
+                    k = NextChild(sChildren, p);
+                } catch (...) {
+                    k = -1;
+                }
+                if (k < 0 || k > lLast_) {
+                    // A list the blocks will not read in full: nothing goes.
+                    lLast_ = -1;
+                    arrLastReader_.clear();
+                    return;
+                }
+                int32_t& lReader = arrLastReader_[static_cast<size_t>(k)];
+                lReader = std::max(lReader, static_cast<int32_t>(j));
+            }
+        }
+    }
+
+    // Every block up to index j is filled.
+    void BlocksDone(long j) {
+        while (lNext_ <= lLast_ && arrLastReader_[static_cast<size_t>(lNext_)] <= j) {
+            ReleaseBlockData(arr_[static_cast<size_t>(lNext_)]);
+            ++lNext_;
+        }
+    }
+
+private:
+    std::deque<T>& arr_;
+    long lLast_;
+    long lNext_ = 0;
+    std::vector<int32_t> arrLastReader_;
+};
+
 }  // namespace
 
 // In a collection export only the objects at level 0 get a block; in a structure export all.
 void clsBldExcel::FillItemsDetail(long& nRow) {
     TrapRunVoid(ctx_, "clsBldExcel", "FillItemsDetail", [&] {
-        const clsExportModel& m = ctx_.Model;
+        clsExportModel& m = ctx_.Model;
+        clsBlockDataRelease<XItemStruct> oRelease(m.XItems, m.ObjCount, m.IsStructure == 1,
+                                                  bReleaseBlockData_);
         for (long i = 0; i <= m.ObjCount; ++i) {
             if (m.IsStructure == 1 || At(m.XItems, i).Level == 0) FillItemDetail(i, nRow);
+            oRelease.BlocksDone(i);
         }
     });
 }
 
 void clsBldExcel::FillDocsDetail(long& nRow) {
     TrapRunVoid(ctx_, "clsBldExcel", "FillDocsDetail", [&] {
-        const clsExportModel& m = ctx_.Model;
+        clsExportModel& m = ctx_.Model;
+        clsBlockDataRelease<XDocStruct> oRelease(m.XDocs, m.ObjCount, m.IsStructure == 1,
+                                                 bReleaseBlockData_);
         for (long i = 0; i <= m.ObjCount; ++i) {
             if (m.IsStructure == 1 || At(m.XDocs, i).Level == 0) FillDocDetail(i, nRow);
+            oRelease.BlocksDone(i);
         }
     });
 }
 
 void clsBldExcel::FillFoldersDetail(long& nRow) {
     TrapRunVoid(ctx_, "clsBldExcel", "FillFoldersDetail", [&] {
-        const clsExportModel& m = ctx_.Model;
+        clsExportModel& m = ctx_.Model;
+        clsBlockDataRelease<XFoldStruct> oRelease(m.XFolders, m.ObjCount, m.IsStructure == 1,
+                                                  bReleaseBlockData_);
         for (long i = 0; i <= m.ObjCount; ++i) {
             if (m.IsStructure == 1 || At(m.XFolders, i).Level == 0) FillFolderDetail(i, nRow);
+            oRelease.BlocksDone(i);
         }
     });
 }

@@ -193,6 +193,40 @@ TEST_F(ViewsTest, WithoutViewsTheWorkbookHasOneSheetAndNoOutline) {
     EXPECT_FALSE(S().AutoFilterArea().has_value());
 }
 
+// Once its block is laid out, an object's data leaves memory (the links keep its level,
+// identifier and revision); a view that reads the records after the blocks keeps them whole,
+// and the outline, laid out before the blocks, does not need them.
+TEST_F(ViewsTest, BlocksLetGoOfTheDataTheyShowedUnlessAViewReadsItAfterThem) {
+    for (const clsViews& oViews :
+         {clsViews{}, clsViews{false, false, false, true}, clsViews{true, false, false, false},
+          clsViews{false, true, false, false}, clsViews{false, false, true, false}}) {
+        Prepare("Item", "STRUCTURE");
+        ctx->Options.Views = oViews;
+        Example();
+        ASSERT_TRUE(bld->FillExlFile());
+        const bool bKept = oViews.bLevelSheet || oViews.bFlatList || oViews.bWhereUsed;
+        const XItemStruct& x = M().XItems[1];
+        EXPECT_EQ(x.Level, 1);
+        EXPECT_EQ(x.Head.Key1, "ASM-A");
+        EXPECT_EQ(x.Head.Key3, "A");
+        EXPECT_EQ(x.Head.Key2, bKept ? "Assembly A" : "");
+        EXPECT_EQ(x.PSAttr1, bKept ? "4" : "");
+        EXPECT_EQ(x.Children, bKept ? "2!" : "");
+        // The block of ASM-A listed its child, whose block came after it.
+        xl::xlWorksheet& ws = Book().Worksheets()(1);
+        const xl::xlNameEntry* p = ws.Names().Find(bld->GetItemHyperlinkName(1));
+        ASSERT_NE(p, nullptr);
+        long r = p->lRow1;
+        while (r < p->lRow1 + 10 && ws.Cells(r, 1).Text() != "Child")
+            ++r;
+        EXPECT_EQ(ws.Cells(r, 2).Text(), "PRT-P");
+        EXPECT_EQ(ws.Cells(r + 1, 2).Text(), "Part P");
+        // The main panel's links are formed from what stays.
+        EXPECT_EQ(LinkOf(ws, 7, 2), bld->GetItemHyperlinkName(1));
+    }
+}
+
+// ---- outline ----
 // ---- outline ----
 
 TEST_F(ViewsTest, MainPanelRowsTakeTheOutlineLevelOfTheirDepthUpToSeven) {

@@ -1727,13 +1727,16 @@ void xlWorksheet::ReleaseContents() {
     d.arrMergedRows.shrink_to_fit();
     std::vector<std::array<long, 4>>().swap(d.arrMerged);
     std::unordered_map<uint64_t, uint32_t>().swap(d.mapLinks);
-    std::unordered_map<std::string, uint32_t>().swap(d.mapNames);
     d.pSpool.reset();
     d.bSpoolOwner = false;
     d.arrSpoolChanges.clear();
     d.bStream = false;
-    std::vector<xlNameEntry>().swap(oNames_.arr_);
     std::vector<xlHyperlinkEntry>().swap(oHyperlinks_.arr_);
+}
+
+void xlWorksheet::ReleaseNames() {
+    std::unordered_map<std::string, uint32_t>().swap(pImpl_->mapNames);
+    std::vector<xlNameEntry>().swap(oNames_.arr_);
 }
 
 // Rows in the spool count as they were when they went.
@@ -1894,7 +1897,10 @@ void xlWorkbook::SaveInFormat(const std::string& sPath, long lFormat, bool bClos
     }
     if (lFormat != xlExcel8) {
         if (bClosing) {
+            // The names go last: the writer takes them while the rest goes.
             SaveWorkbookFile(*this, sPath, [this] { ReleaseSheets(); });
+            for (long i = 1; i <= oSheets_.Count(); ++i)
+                oSheets_.Item(i).ReleaseNames();
         } else {
             SaveWorkbookFile(*this, sPath);
         }
@@ -1954,8 +1960,9 @@ void xlWorkbook::Close(bool bSaveChanges) {
     Close();
 }
 
-// The contents of every sheet go: rows, the spool, merged areas, links, names, and the texts.
-// The sheets themselves, their names and formats stay.
+// The contents of every sheet go: rows, the spool, merged areas, links and the texts. The
+// sheets themselves, their names and formats stay, and so do their defined names (see
+// ReleaseNames).
 void xlWorkbook::ReleaseSheets() {
     bClosed_ = true;
     for (long i = 1; i <= oSheets_.Count(); ++i)

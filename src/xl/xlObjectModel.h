@@ -378,8 +378,10 @@ public:
     // to a new sheet: an .xlsx workbook only, once it has its place (SaveAs). Its rows can then
     // neither be changed nor read, except by whole-sheet format changes (1004).
     void StreamFinishedBlocks();
-    // Every row, merged area, link and name of the sheet goes (its workbook closes).
+    // Every row, merged area and link of the sheet goes (its workbook closes); then, once the
+    // writer has them, its defined names.
     void ReleaseContents();
+    void ReleaseNames();
 
     struct Impl;
     Impl& Data() { return *pImpl_; }
@@ -486,9 +488,10 @@ private:
 
 // Writes a workbook to an .xlsx file through libxlsxwriter, rows in order (constant memory),
 // one format object per distinct style. Raises 1004 when the file cannot be written.
-// fnTaken, when given, is called once the writer holds everything it needs of the workbook,
-// on a thread of its own while the file is completed; the save returns after both, and what
-// fnTaken raises is raised then.
+// fnTaken, when given, is called once the writer holds everything it needs of the workbook but
+// the sheets' defined names, on a thread of its own while the names are handed over and the
+// file is completed: it may let go of anything but those names. The save returns after both,
+// and what fnTaken raises is raised then.
 void SaveWorkbookFile(const xlWorkbook& oBook, const std::string& sPath,
                       const std::function<void()>& fnTaken = {});
 

@@ -27,6 +27,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string_view>
 #include <system_error>
 #include <thread>
 #include <unordered_map>
@@ -868,10 +869,13 @@ void WritePageSetup(Sink& sink, const xlPageSetup& p) {
     if (!p.sCenterFooter.empty()) sink.Footer(("&C" + p.sCenterFooter).c_str());
 }
 
+char AsciiLowerChar(char ch) {
+    return ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch - 'A' + 'a') : ch;
+}
+
 std::string AsciiLower(std::string s) {
-    for (char& ch : s) {
-        if (ch >= 'A' && ch <= 'Z') ch = static_cast<char>(ch - 'A' + 'a');
-    }
+    for (char& ch : s)
+        ch = AsciiLowerChar(ch);
     return s;
 }
 
@@ -879,56 +883,85 @@ std::string AsciiLower(std::string s) {
 // name, then sheet, and inserts each by scanning the list from its head; a name that sorts
 // first goes in at once. So the names are handed over from the last in that order to the
 // first: each insert is immediate, and the list (and the file) comes out the same.
-template <class Sink>
-void WriteNames(Sink& sink, const xlWorksheets& oSheets) {
-    // Each name by its sheet and place in the sheet's list, with its lower-case text; the sheet's
-    // lower-case name and prefix once per sheet.
+// The names in that order. The list refers to the sheets' own names, which stay until the
+// workbook is closed: the writer can take them while the sheets let go of everything else.
+class NameCalls {
+public:
+    explicit NameCalls(const xlWorksheets& oSheets);
+    // f(full name, what it refers to) for each name, in the order the writer takes them.
+    template <class F>
+    void ForEach(F&& f) const {
+        std::string sFull;
+        for (const Entry& e : arrOrder_) {
+            const xlNameEntry& n = NameOf(e);
+            sFull = arrPrefixes_[e.lSheet];
+            sFull += n.sName;
+            f(sFull.c_str(), n.sRefersTo.c_str());
+        }
+    }
+
+private:
     struct Entry {
-        std::string sKey;
         uint32_t lSheet;
         uint32_t lName;
     };
-    std::vector<std::string> arrSheetKeys, arrPrefixes;
-    std::vector<Entry> arr;
+    const xlNameEntry& NameOf(const Entry& e) const { return (*arrLists_[e.lSheet])[e.lName]; }
+    std::vector<std::string> arrPrefixes_;
+    std::vector<const std::vector<xlNameEntry>*> arrLists_;
+    std::vector<Entry> arrOrder_;
+};
+
+// The order of two texts as their ASCII lower-case forms compare (as std::string::compare).
+int CompareAsciiLower(std::string_view a, std::string_view b) {
+    const size_t n = std::min(a.size(), b.size());
+    for (size_t i = 0; i < n; ++i) {
+        const unsigned char x = static_cast<unsigned char>(AsciiLowerChar(a[i]));
+        const unsigned char y = static_cast<unsigned char>(AsciiLowerChar(b[i]));
+        if (x != y) return x < y ? -1 : 1;
+    }
+    return a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);
+}
+
+NameCalls::NameCalls(const xlWorksheets& oSheets) {
+    // Each name by its sheet and place in the sheet's list; the lower-case forms are compared as
+    // the sort goes (a copy of every name would be a peak of its own). The sheet's lower-case
+    // name and prefix once per sheet.
+    std::vector<std::string> arrSheetKeys;
     size_t lCount = 0;
     for (long i = 1; i <= oSheets.Count(); ++i)
         lCount += oSheets.Item(i).Names().Items().size();
+    std::vector<Entry> arr;
     arr.reserve(lCount);
     for (long i = 1; i <= oSheets.Count(); ++i) {
         const xlWorksheet& oSheet = oSheets.Item(i);
-        arrPrefixes.push_back(detail::QuoteSheetName(oSheet.Name()) + "!");
+        arrPrefixes_.push_back(detail::QuoteSheetName(oSheet.Name()) + "!");
         arrSheetKeys.push_back(AsciiLower(oSheet.Name()));
-        const auto& arrNames = oSheet.Names().Items();
-        for (size_t k = 0; k < arrNames.size(); ++k) {
-            arr.push_back({AsciiLower(arrNames[k].sName), static_cast<uint32_t>(i - 1),
-                           static_cast<uint32_t>(k)});
-        }
+        arrLists_.push_back(&oSheet.Names().Items());
+        for (size_t k = 0; k < arrLists_.back()->size(); ++k)
+            arr.push_back({static_cast<uint32_t>(i - 1), static_cast<uint32_t>(k)});
     }
-    auto Before = [&](uint32_t a, uint32_t b) {
-        if (int n = arr[a].sKey.compare(arr[b].sKey)) return n > 0;
-        return arrSheetKeys[arr[a].lSheet].compare(arrSheetKeys[arr[b].lSheet]) > 0;
+    auto Before = [&](const Entry& a, const Entry& b) {
+        if (int n = CompareAsciiLower(NameOf(a).sName, NameOf(b).sName)) return n > 0;
+        return arrSheetKeys[a.lSheet].compare(arrSheetKeys[b.lSheet]) > 0;
     };
-    std::vector<uint32_t> arrOrder(arr.size());
-    for (uint32_t i = 0; i < arrOrder.size(); ++i)
-        arrOrder[i] = i;
-    std::stable_sort(arrOrder.begin(), arrOrder.end(), Before);
+    arrOrder_ = arr;
+    std::stable_sort(arrOrder_.begin(), arrOrder_.end(), Before);
     // Two names the writer takes for one keep their own order: it refuses the second as before.
     bool bTie = false;
-    for (size_t i = 1; i < arrOrder.size() && !bTie; ++i) {
-        bTie = !Before(arrOrder[i - 1], arrOrder[i]);
+    for (size_t i = 1; i < arrOrder_.size() && !bTie; ++i) {
+        bTie = !Before(arrOrder_[i - 1], arrOrder_[i]);
     }
-    std::string sFull;
-    for (size_t i = 0; i < arrOrder.size(); ++i) {
-        const Entry& e = arr[bTie ? i : arrOrder[i]];
-        const xlNameEntry& n =
-            oSheets.Item(static_cast<long>(e.lSheet) + 1).Names().Items()[e.lName];
-        sFull = arrPrefixes[e.lSheet] + n.sName;
-        sink.Name(sFull.c_str(), n.sRefersTo.c_str());
-    }
+    if (bTie) arrOrder_.swap(arr);
 }
 
 template <class Sink>
-void WriteBook(Sink& sink, const xlWorkbook& oBook) {
+void WriteNames(Sink& sink, const NameCalls& oNames) {
+    oNames.ForEach([&](const char* sName, const char* sRefersTo) { sink.Name(sName, sRefersTo); });
+}
+
+// Everything but the names, which the caller hands over (see NameCalls).
+template <class Sink>
+void WriteSheets(Sink& sink, const xlWorkbook& oBook) {
     Formats<Sink> fmts(sink);
     const xlWorksheets& oSheets = oBook.Worksheets();
     long lRows = 0;
@@ -951,7 +984,6 @@ void WriteBook(Sink& sink, const xlWorkbook& oBook) {
         }
         WritePageSetup(sink, oSheet.PageSetup());
     }
-    WriteNames(sink, oSheets);
     oProgress.Report();
 }
 
@@ -1017,8 +1049,10 @@ void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::str
     if (!wb.p) Fail();
     WriterSink sink(wb.p);
     std::vector<uintmax_t> arrRows;
+    std::optional<NameCalls> oNames;
     try {
-        WriteBook(sink, oBook);
+        WriteSheets(sink, oBook);
+        oNames.emplace(oBook.Worksheets());
         sink.CheckRowFiles();
         // Closing copies each sheet's rows into the sheet's part, a temporary file of its own,
         // and ignores a write refused there: the copy needs room beside the rows.
@@ -1035,9 +1069,9 @@ void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::str
         throw;
     }
     sink.CloseRowFiles(false);
-    // The writer holds all it needs of the workbook now: what is to happen once it has taken
-    // it (letting go of the sheets' contents) runs beside the close, which compresses on one
-    // core.
+    // The writer holds all it needs of the workbook now, the names apart: what is to happen once
+    // it has taken it (letting go of the sheets' contents, their names excepted) runs beside the
+    // hand-over of the names and the close, which compresses on one core.
     std::exception_ptr pTakenFailure;
     std::thread oTaken;
     if (fnTaken) {
@@ -1054,6 +1088,16 @@ void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::str
             fnRun();  // no thread to be had: it runs before the close
         }
     }
+    // The names go last, while the sheets let go of everything else (their names stay till
+    // the save is over): the writer's own record of a name is many times larger.
+    try {
+        WriteNames(sink, *oNames);
+    } catch (...) {
+        if (oTaken.joinable()) oTaken.join();
+        sink.CloseRowFiles(true);
+        throw;
+    }
+    oNames.reset();
     lxw_workbook* p = wb.p;
     wb.p = nullptr;  // closing frees it, whatever the outcome
     // Closing assembles and writes the file; when the system refuses a write, errno says why.
@@ -1082,7 +1126,8 @@ void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::str
 
 void DumpWorkbook(const xlWorkbook& oBook, std::FILE* pOut) {
     DumpSink sink(pOut);
-    WriteBook(sink, oBook);
+    WriteSheets(sink, oBook);
+    WriteNames(sink, NameCalls(oBook.Worksheets()));
 }
 
 void SaveWorkbookFile(const xlWorkbook& oBook, const std::string& sPath,

@@ -73,8 +73,8 @@ bool clsBldExcel::FillExlFile() {
         // The views the export writes beside its panels.
         const clsViews oViews = GetExportViews();
         // The level sheet, the flat list and the where-used list read the objects' records
-        // after the blocks; without them a block's data goes once it is shown.
-        bReleaseBlockData_ = !oViews.bLevelSheet && !oViews.bFlatList && !oViews.bWhereUsed;
+        // after the blocks.
+        bViewsReadRecords_ = oViews.bLevelSheet || oViews.bFlatList || oViews.bWhereUsed;
 
         oSheet.Rows(5).Font().FontStyle("Bold");
         FillMainPanelCaption(5);

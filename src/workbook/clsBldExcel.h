@@ -200,6 +200,6 @@ private:
     bool bLblFromIni_ = false;  // the switch for labels from the settings
     bool bSaved_ = false;
     std::string sSaveFailure_;
-    // The blocks let go of the objects' data they have shown, unless views read it after them.
-    bool bReleaseBlockData_ = false;
+    // Views read some of the objects' data after the blocks, which let go of the rest.
+    bool bViewsReadRecords_ = false;
 };

@@ -60,23 +60,26 @@ void FreeAll(T& o) {
     T().swap(o);
 }
 
-// What only the blocks show of an object; its level, identifier and revision stay, for the
-// main panel's links are formed from them after the blocks.
-void ReleaseBlockData(ItemStruct& o) {
-    FreeAll(o.Key2);
+// What only the blocks show of an object. Its level, identifier and revision stay, for the
+// main panel's links are formed from them after the blocks; with bViews, also its description,
+// quantity and find number, which the views read after the blocks.
+void ReleaseBlockData(ItemStruct& o, bool bViews) {
+    if (!bViews) FreeAll(o.Key2);
     o.Attrs.reset();
 }
 
-void ReleaseBlockData(DocStruct& o) {
-    FreeAll(o.Key2);
+void ReleaseBlockData(DocStruct& o, bool bViews) {
+    if (!bViews) FreeAll(o.Key2);
     o.Attrs.reset();
     FreeAll(o.Files);
 }
 
-void ReleaseBlockData(XItemStruct& o) {
-    ReleaseBlockData(o.Head);
-    FreeAll(o.PSAttr1);
-    FreeAll(o.PSAttr2);
+void ReleaseBlockData(XItemStruct& o, bool bViews) {
+    ReleaseBlockData(o.Head, bViews);
+    if (!bViews) {
+        FreeAll(o.PSAttr1);
+        FreeAll(o.PSAttr2);
+    }
     FreeAll(o.RefDes);
     o.AddAttrs.reset();
     FreeAll(o.LAIs);
@@ -87,8 +90,8 @@ void ReleaseBlockData(XItemStruct& o) {
     FreeAll(o.Children);
 }
 
-void ReleaseBlockData(XDocStruct& o) {
-    ReleaseBlockData(o.Head);
+void ReleaseBlockData(XDocStruct& o, bool bViews) {
+    ReleaseBlockData(o.Head, bViews);
     FreeAll(o.MainAttr5);
     FreeAll(o.MainAttr6);
     o.AddAttrs.reset();
@@ -98,8 +101,8 @@ void ReleaseBlockData(XDocStruct& o) {
     FreeAll(o.Children);
 }
 
-void ReleaseBlockData(XFoldStruct& o) {
-    ReleaseBlockData(o.Head);
+void ReleaseBlockData(XFoldStruct& o, bool bViews) {
+    ReleaseBlockData(o.Head, bViews);
     FreeAll(o.MainAttr5);
     o.AddAttrs.reset();
     FreeAll(o.Items);
@@ -110,13 +113,15 @@ void ReleaseBlockData(XFoldStruct& o) {
 
 // Lets go of each object's block data once no block to come reads it: a block reads its own
 // record and those of its children. A large export's records would otherwise stay whole until
-// the whole workbook is laid out. Off, nothing goes.
+// the whole workbook is laid out. With bViews, what the views read stays.
 template <class T>
 class clsBlockDataRelease {
 public:
-    clsBlockDataRelease(std::deque<T>& arr, long lObjCount, bool bStructure, bool bOn)
-        : arr_(arr), lLast_(std::min<long>(lObjCount, static_cast<long>(arr.size()) - 1)) {
-        if (!bOn || lLast_ < 0) {
+    clsBlockDataRelease(std::deque<T>& arr, long lObjCount, bool bStructure, bool bViews)
+        : arr_(arr),
+          lLast_(std::min<long>(lObjCount, static_cast<long>(arr.size()) - 1)),
+          bViews_(bViews) {
+        if (lLast_ < 0) {
             lLast_ = -1;
             return;
         }
@@ -151,7 +156,7 @@ public:
     // Every block up to index j is filled.
     void BlocksDone(long j) {
         while (lNext_ <= lLast_ && arrLastReader_[static_cast<size_t>(lNext_)] <= j) {
-            ReleaseBlockData(arr_[static_cast<size_t>(lNext_)]);
+            ReleaseBlockData(arr_[static_cast<size_t>(lNext_)], bViews_);
             ++lNext_;
         }
     }
@@ -159,6 +164,7 @@ public:
 private:
     std::deque<T>& arr_;
     long lLast_;
+    bool bViews_;
     long lNext_ = 0;
     std::vector<int32_t> arrLastReader_;
 };
@@ -170,7 +176,7 @@ void clsBldExcel::FillItemsDetail(long& nRow) {
     TrapRunVoid(ctx_, "clsBldExcel", "FillItemsDetail", [&] {
         clsExportModel& m = ctx_.Model;
         clsBlockDataRelease<XItemStruct> oRelease(m.XItems, m.ObjCount, m.IsStructure == 1,
-                                                  bReleaseBlockData_);
+                                                  bViewsReadRecords_);
         for (long i = 0; i <= m.ObjCount; ++i) {
             if (m.IsStructure == 1 || At(m.XItems, i).Level == 0) FillItemDetail(i, nRow);
             oRelease.BlocksDone(i);
@@ -182,7 +188,7 @@ void clsBldExcel::FillDocsDetail(long& nRow) {
     TrapRunVoid(ctx_, "clsBldExcel", "FillDocsDetail", [&] {
         clsExportModel& m = ctx_.Model;
         clsBlockDataRelease<XDocStruct> oRelease(m.XDocs, m.ObjCount, m.IsStructure == 1,
-                                                 bReleaseBlockData_);
+                                                 bViewsReadRecords_);
         for (long i = 0; i <= m.ObjCount; ++i) {
             if (m.IsStructure == 1 || At(m.XDocs, i).Level == 0) FillDocDetail(i, nRow);
             oRelease.BlocksDone(i);
@@ -194,7 +200,7 @@ void clsBldExcel::FillFoldersDetail(long& nRow) {
     TrapRunVoid(ctx_, "clsBldExcel", "FillFoldersDetail", [&] {
         clsExportModel& m = ctx_.Model;
         clsBlockDataRelease<XFoldStruct> oRelease(m.XFolders, m.ObjCount, m.IsStructure == 1,
-                                                  bReleaseBlockData_);
+                                                  bViewsReadRecords_);
         for (long i = 0; i <= m.ObjCount; ++i) {
             if (m.IsStructure == 1 || At(m.XFolders, i).Level == 0) FillFolderDetail(i, nRow);
             oRelease.BlocksDone(i);

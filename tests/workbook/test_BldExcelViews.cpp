@@ -194,15 +194,17 @@ TEST_F(ViewsTest, WithoutViewsTheWorkbookHasOneSheetAndNoOutline) {
 }
 
 // Once its block is laid out, an object's data leaves memory (the links keep its level,
-// identifier and revision); a view that reads the records after the blocks keeps them whole,
-// and the outline, laid out before the blocks, does not need them.
-TEST_F(ViewsTest, BlocksLetGoOfTheDataTheyShowedUnlessAViewReadsItAfterThem) {
+// identifier and revision); with a view that reads the records after the blocks, what the view
+// reads stays (description, quantity, find number). The outline is laid out before the blocks.
+TEST_F(ViewsTest, BlocksLetGoOfTheDataTheyShowedButWhatTheViewsRead) {
     for (const clsViews& oViews :
          {clsViews{}, clsViews{false, false, false, true}, clsViews{true, false, false, false},
           clsViews{false, true, false, false}, clsViews{false, false, true, false}}) {
         Prepare("Item", "STRUCTURE");
         ctx->Options.Views = oViews;
         Example();
+        M().XItems[1].RefDes = "R1";
+        M().XItems[1].Head.Attrs = std::vector<std::string>{"a"};
         ASSERT_TRUE(bld->FillExlFile());
         const bool bKept = oViews.bLevelSheet || oViews.bFlatList || oViews.bWhereUsed;
         const XItemStruct& x = M().XItems[1];
@@ -211,7 +213,10 @@ TEST_F(ViewsTest, BlocksLetGoOfTheDataTheyShowedUnlessAViewReadsItAfterThem) {
         EXPECT_EQ(x.Head.Key3, "A");
         EXPECT_EQ(x.Head.Key2, bKept ? "Assembly A" : "");
         EXPECT_EQ(x.PSAttr1, bKept ? "4" : "");
-        EXPECT_EQ(x.Children, bKept ? "2!" : "");
+        EXPECT_EQ(x.PSAttr2, bKept ? "10" : "");
+        EXPECT_EQ(x.RefDes, "");
+        EXPECT_FALSE(x.Head.Attrs.has_value());
+        EXPECT_EQ(x.Children, "");
         // The block of ASM-A listed its child, whose block came after it.
         xl::xlWorksheet& ws = Book().Worksheets()(1);
         const xl::xlNameEntry* p = ws.Names().Find(bld->GetItemHyperlinkName(1));

@@ -49,55 +49,57 @@ struct MNFStruct {
 };
 
 // One exported item.
+// In each record the level, the counts and the flag come first, side by side: a large export
+// holds many records, and each number beside its list would take the room of eight bytes.
 struct XItemStruct {
     int32_t Level = 0;
+    int32_t LAICount = -1;
+    int32_t MNFCount = -1;
+    int32_t VNDCount = -1;
+    int32_t DocCount = -1;
+    int32_t FolderCount = -1;
+    int16_t MnfVndFlag = 0;
     ItemStruct Head;
     std::string PSAttr1;
     std::string PSAttr2;
     std::string RefDes;
     VarStrArray AddAttrs;
     std::vector<ItemStruct> LAIs;
-    int32_t LAICount = -1;
     std::vector<MNFStruct> MNFs;
-    int32_t MNFCount = -1;
-    int16_t MnfVndFlag = 0;
     std::vector<ItemStruct> VNDs;
-    int32_t VNDCount = -1;
     std::vector<DocStruct> Docs;
-    int32_t DocCount = -1;
     std::vector<FoldStruct> Folders;
-    int32_t FolderCount = -1;
     std::string Children;
 };
 
 // One exported document.
 struct XDocStruct {
     int32_t Level = 0;
+    int32_t ItemCount = -1;
+    int32_t FolderCount = -1;
+    int32_t DocCount = -1;
     DocStruct Head;
     std::string MainAttr5;
     std::string MainAttr6;
     VarStrArray AddAttrs;
     std::vector<ItemStruct> Items;
-    int32_t ItemCount = -1;
     std::vector<FoldStruct> Folders;
-    int32_t FolderCount = -1;
     std::vector<DocStruct> Docs;
-    int32_t DocCount = -1;
     std::string Children;
 };
 
 // One exported folder.
 struct XFoldStruct {
     int32_t Level = 0;
+    int32_t ItemCount = -1;
+    int32_t DocCount = -1;
+    int32_t FolderCount = -1;
     FoldStruct Head;
     std::string MainAttr5;
     VarStrArray AddAttrs;
     std::vector<ItemStruct> Items;
-    int32_t ItemCount = -1;
     std::vector<DocStruct> Docs;
-    int32_t DocCount = -1;
     std::vector<FoldStruct> Folders;
-    int32_t FolderCount = -1;
     std::string Children;
 };
 

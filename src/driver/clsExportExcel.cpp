@@ -175,6 +175,8 @@ bool clsExportExcel::ParseXML2Excel(const std::string& sXFullPath, const std::st
                 ClearExportModel();
                 oPars->MainXStruct(*oDocument);
                 oDocument.reset();
+                // The parsed document was the largest thing the export held so far.
+                modEnvironment::ReturnFreedMemory();
                 // A walk cut short by the host is no export: nothing is built from it.
                 if (ctx_.CancelRequested()) RaiseError(modConst::errUserInterrupt);
                 if (ctx_.Model.ObjCount > -1) {
@@ -289,6 +291,7 @@ bool clsExportExcel::BuildExcel(const std::string& sXFullPath, const std::string
                 // The sheets hold all the export shows: the objects' records leave memory
                 // before the long write.
                 ClearExportModel();
+                modEnvironment::ReturnFreedMemory();
                 // An interrupted export is not saved: the builder is released unsaved.
                 if (!ctx_.CancelRequested()) oBuilder.ExitExl();
             }

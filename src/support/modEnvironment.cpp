@@ -1,6 +1,9 @@
 #include "support/modEnvironment.h"
 
 #include <dlfcn.h>
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
@@ -247,6 +250,12 @@ void ResetAppDataRootCache() {
 
 long AppDataRootComputations() {
     return lRootComputations;
+}
+
+void ReturnFreedMemory() {
+#if defined(__GLIBC__)
+    malloc_trim(0);
+#endif
 }
 
 }  // namespace modEnvironment

@@ -46,4 +46,8 @@ void ResetAppDataRootCache();
 // How many times this thread computed the root (for checking the cache).
 long AppDataRootComputations();
 
+// Gives the memory that the process has freed back to the system (glibc keeps it otherwise,
+// and the next phase of an export would be counted with it); does nothing elsewhere.
+void ReturnFreedMemory();
+
 }  // namespace modEnvironment

@@ -1,7 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <thread>
+#include <vector>
 
 #include "TestUtil.h"
 #include "support/modEnvironment.h"
@@ -193,4 +198,47 @@ TEST(ReleaseFallback, IsTheProgramFoldersGrandparentPlusRelease) {
     EXPECT_EQ(GetReleaseFallback(pProgram.string()),
               fs::canonical(tmp.Path() / "Release").string());
     EXPECT_FALSE(fs::exists(tmp.Path() / "orv" / "bin.."));
+}
+
+namespace {
+
+// The process's resident memory in KB.
+long ResidentKb() {
+    std::ifstream in("/proc/self/statm");
+    long lSize = 0, lResident = 0;
+    in >> lSize >> lResident;
+    return lResident * (::sysconf(_SC_PAGESIZE) / 1024);
+}
+
+constexpr bool kOwnAllocator =
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    true;
+#else
+    false;
+#endif
+
+}  // namespace
+
+// Memory freed inside the heap goes back to the system: glibc keeps it otherwise, and gives back
+// only what lies at the top of its heap.
+TEST(ReturnFreedMemory, FreedPagesInsideTheHeapLeaveTheProcess) {
+    if (kOwnAllocator) GTEST_SKIP() << "the sanitizers bring an allocator of their own";
+    // 128 MB in pieces below the size glibc maps on its own; every other one is freed, so that
+    // no freed piece joins another or lies at the top of the heap.
+    constexpr size_t kPiece = 64 * 1024;
+    std::vector<char*> arr;
+    for (int i = 0; i < 2048; ++i) {
+        char* p = static_cast<char*>(std::malloc(kPiece));
+        ASSERT_NE(p, nullptr);
+        std::memset(p, 1, kPiece);
+        arr.push_back(p);
+    }
+    for (size_t i = 0; i < arr.size(); i += 2)
+        std::free(arr[i]);
+    const long lBefore = ResidentKb();
+    ReturnFreedMemory();
+    const long lAfter = ResidentKb();
+    for (size_t i = 1; i < arr.size(); i += 2)
+        std::free(arr[i]);
+    EXPECT_LT(lAfter, lBefore - 32 * 1024) << lBefore << " KB before, " << lAfter << " KB after";
 }

@@ -364,6 +364,8 @@ constexpr size_t kMaxLinkLength = 2079;
 
 // Length in UTF-16 code units, as the application counts characters.
 size_t Utf16Length(std::string_view s);
+// Utf16Length(s) <= lLimit, without counting a text short enough.
+bool Utf16LengthAtMost(std::string_view s, size_t lLimit);
 
 // The parts of a formula =HYPERLINK("location"[, "text"]): false for any other formula, or for
 // a text longer than the 255 characters a formula's text may hold. The text shown is the

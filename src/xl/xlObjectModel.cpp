@@ -289,7 +289,7 @@ void CheckCellCount(uint64_t n) {
 // A value the application would accept in a cell.
 void CheckValue(const xlVariant& v) {
     if (const auto* ps = std::get_if<std::string>(&v)) {
-        if (detail::Utf16Length(*ps) > static_cast<size_t>(xlMaxCellText)) Fail();
+        if (!detail::Utf16LengthAtMost(*ps, static_cast<size_t>(xlMaxCellText))) Fail();
     } else if (const auto* pd = std::get_if<double>(&v)) {
         if (!std::isfinite(*pd)) Fail();
     }
@@ -413,6 +413,12 @@ size_t Utf16Length(std::string_view s) {
         if (ch >= 0xF0) ++n;           // beyond the BMP: a surrogate pair
     }
     return n;
+}
+
+// No byte counts for more than two UTF-16 units: a text of at most half the limit in bytes
+// needs no counting.
+bool Utf16LengthAtMost(std::string_view s, size_t lLimit) {
+    return s.size() <= lLimit / 2 || Utf16Length(s) <= lLimit;
 }
 
 bool ParseHyperlinkFormula(std::string_view sFormula, std::string& sLocation, std::string& sText) {
@@ -1029,7 +1035,7 @@ void xlRange::Value(const xlVariant& v) {
 
 // A text in every cell of the range, taken as it is given (no copy on the way).
 void xlRange::TextValue(std::string_view s) {
-    if (detail::Utf16Length(s) > static_cast<size_t>(xlMaxCellText)) Fail();
+    if (!detail::Utf16LengthAtMost(s, static_cast<size_t>(xlMaxCellText))) Fail();
     // Like the application, an empty text empties the cell.
     if (s.empty()) {
         Value(xlVariant());

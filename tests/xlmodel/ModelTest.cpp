@@ -706,3 +706,32 @@ TEST(ModelValues, AnEmptyTextEmptiesTheCellAndKeepsItsFormat) {
     EXPECT_FALSE(ws.GetCell(4, 4).has_value() &&
                  !std::holds_alternative<std::monostate>(ws.GetCell(4, 4)->vValue));
 }
+
+// A cell takes at most 32,767 UTF-16 units. A text of up to half that in bytes is taken without
+// counting (no byte counts for more than two units); a longer one is counted: 'a' one unit a
+// byte, an e-acute one unit for two bytes, and a lone 0xF0 byte, the lead of a four-byte
+// sequence, two units.
+TEST(Utf16Length, AShortTextNeedsNoCountingALongOneIsCounted) {
+    using xl::detail::Utf16Length;
+    using xl::detail::Utf16LengthAtMost;
+    const size_t kLimit = 32767;
+    for (const std::string& s :
+         {std::string(16383, '\xF0'), std::string(16384, '\xF0'), std::string(32767, 'a'),
+          std::string(32768, 'a'), std::string(), [] {
+              std::string e;
+              for (int i = 0; i < 20000; ++i)
+                  e += "\xC3\xA9";
+              return e;
+          }()}) {
+        EXPECT_EQ(Utf16LengthAtMost(s, kLimit), Utf16Length(s) <= kLimit) << s.size();
+    }
+    EXPECT_TRUE(Utf16LengthAtMost(std::string(16383, '\xF0'), kLimit));
+    EXPECT_FALSE(Utf16LengthAtMost(std::string(16384, '\xF0'), kLimit));
+    EXPECT_TRUE(Utf16LengthAtMost(std::string(32767, 'a'), kLimit));
+    EXPECT_FALSE(Utf16LengthAtMost(std::string(32768, 'a'), kLimit));
+    // The cell itself: 32,767 units are taken, one more is refused.
+    xl::xlWorkbook book;
+    xl::xlWorksheet& ws = book.Worksheets()(1);
+    ws.Cells(1, 1).Value(std::string(32767, 'a'));
+    EXPECT_RUN_ERROR(ws.Cells(1, 2).Value(std::string(16384, '\xF0')), errAppDefined);
+}

@@ -1105,11 +1105,12 @@ void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::str
     const lxw_error err = workbook_close(p);
     const int nErrno = errno;
     if (oTaken.joinable()) oTaken.join();
-    if (pTakenFailure) std::rethrow_exception(pTakenFailure);
+    // A file that could not be written is the save's failure, whatever else went wrong.
     if (err != LXW_NO_ERROR) {
         if (nErrno != 0) modSaveFile::RaiseWriteFailure(nErrno);
         modSaveFile::RaiseWriteFailure(lxw_strerror(err));
     }
+    if (pTakenFailure) std::rethrow_exception(pTakenFailure);
     // Should the disk have filled all the same (another writer, a quota), a sheet's part holds
     // fewer bytes than its rows.
     const auto mapSizes = PartSizes(sFile);

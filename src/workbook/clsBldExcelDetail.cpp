@@ -74,41 +74,40 @@ void ReleaseBlockData(DocStruct& o, bool bViews) {
     FreeAll(o.Files);
 }
 
-void ReleaseBlockData(XItemStruct& o, bool bViews) {
+// What every object's record holds beside its level and the part of its kind: the header, the
+// additional attributes, the related documents and folders, and the child list.
+template <class T>
+void ReleaseRecordData(T& o, bool bViews) {
     ReleaseBlockData(o.Head, bViews);
+    o.AddAttrs.reset();
+    FreeAll(o.Docs);
+    FreeAll(o.Folders);
+    FreeAll(o.Children);
+}
+
+void ReleaseBlockData(XItemStruct& o, bool bViews) {
+    ReleaseRecordData(o, bViews);
     if (!bViews) {
         FreeAll(o.PSAttr1);
         FreeAll(o.PSAttr2);
     }
     FreeAll(o.RefDes);
-    o.AddAttrs.reset();
     FreeAll(o.LAIs);
     FreeAll(o.MNFs);
     FreeAll(o.VNDs);
-    FreeAll(o.Docs);
-    FreeAll(o.Folders);
-    FreeAll(o.Children);
 }
 
 void ReleaseBlockData(XDocStruct& o, bool bViews) {
-    ReleaseBlockData(o.Head, bViews);
+    ReleaseRecordData(o, bViews);
     FreeAll(o.MainAttr5);
     FreeAll(o.MainAttr6);
-    o.AddAttrs.reset();
     FreeAll(o.Items);
-    FreeAll(o.Folders);
-    FreeAll(o.Docs);
-    FreeAll(o.Children);
 }
 
 void ReleaseBlockData(XFoldStruct& o, bool bViews) {
-    ReleaseBlockData(o.Head, bViews);
+    ReleaseRecordData(o, bViews);
     FreeAll(o.MainAttr5);
-    o.AddAttrs.reset();
     FreeAll(o.Items);
-    FreeAll(o.Docs);
-    FreeAll(o.Folders);
-    FreeAll(o.Children);
 }
 
 // Lets go of each object's block data once no block to come reads it: a block reads its own
@@ -121,10 +120,7 @@ public:
         : arr_(arr),
           lLast_(std::min<long>(lObjCount, static_cast<long>(arr.size()) - 1)),
           bViews_(bViews) {
-        if (lLast_ < 0) {
-            lLast_ = -1;
-            return;
-        }
+        if (lLast_ < 0) return;
         // The last block that reads each record: its own, or its parent's, whichever is later;
         // -1 for one that no block reads.
         arrLastReader_.assign(static_cast<size_t>(lLast_) + 1, -1);

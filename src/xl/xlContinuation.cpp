@@ -399,11 +399,13 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
     arrFamily.insert(arrFamily.end(), arrNew.begin(), arrNew.end());
     for (xlWorksheet* pFrom : arrFamily) {
         for (xlHyperlinkEntry& e : pFrom->oHyperlinks_.arr_) {
-            if (!e.sAddress.empty() || e.sSubAddress.empty()) continue;
-            if (pFrom->Names().Find(e.sSubAddress)) continue;
+            if (!e.Address().empty() || e.SubAddress().empty()) continue;
+            const std::string sName(e.SubAddress());
+            if (pFrom->Names().Find(sName)) continue;
             for (xlWorksheet* pTo : arrFamily) {
-                if (const xlNameEntry* pName = pTo->Names().Find(e.sSubAddress)) {
-                    e.sSubAddress = pTo->Cells(pName->lRow1, pName->lCol1).AddressExternal();
+                if (const xlNameEntry* pName = pTo->Names().Find(sName)) {
+                    e.lSubAddress = detail::LinkText(
+                        d.oText, pTo->Cells(pName->lRow1, pName->lCol1).AddressExternal());
                     break;
                 }
             }

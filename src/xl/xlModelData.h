@@ -357,7 +357,9 @@ inline uint64_t CellKey(long lRow, long lCol) {
 // The target that the saver hands to the writer for a hyperlink: "internal:NAME" for a place in
 // the workbook, "external:PATH" for a file, the address itself when it has a URL scheme, and
 // "file://PATH" for an absolute POSIX path.
-std::string LinkTarget(const std::string& sAddress, const std::string& sSubAddress);
+std::string LinkTarget(std::string_view sAddress, std::string_view sSubAddress);
+// A link's text in the store (made storable first), or xlHyperlinkEntry::kNoText for "".
+uint64_t LinkText(TextArena& oTexts, std::string_view s);
 // The length the writer checks against its limit (after escaping and the file:/// prefix).
 size_t LinkCheckedLength(const std::string& sTarget);
 constexpr size_t kMaxLinkLength = 2079;

@@ -356,7 +356,7 @@ bool IsValidDefinedName(const std::string& s) {
     return true;
 }
 
-bool HasUrlScheme(const std::string& s) {
+bool HasUrlScheme(std::string_view s) {
     if (s.empty() || !IsAsciiLetter(s[0])) return false;
     size_t i = 1;
     while (i < s.size() &&
@@ -500,16 +500,16 @@ std::string QuoteSheetName(const std::string& sName) {
     return s + "'";
 }
 
-std::string LinkTarget(const std::string& sAddress, const std::string& sSubAddress) {
+std::string LinkTarget(std::string_view sAddress, std::string_view sSubAddress) {
     if (sAddress.empty()) {
-        std::string s = sSubAddress;
+        std::string s(sSubAddress);
         NeutralizePrefixes(s);
         return "internal:" + s;
     }
-    std::string sSub = sSubAddress;
+    std::string sSub(sSubAddress);
     NeutralizePrefixes(sSub);
     const std::string sFragment = sSub.empty() ? "" : "#" + sSub;
-    std::string s = sAddress;
+    std::string s(sAddress);
     NeutralizePrefixes(s);
     if (HasUrlScheme(sAddress)) return s + sFragment;
     // A file: "#" belongs to its name, not to a place in it.
@@ -1308,6 +1308,11 @@ void xlRange::Copy(const xlRange& oDestination) const {
         xlHyperlinkEntry x = e;
         x.lRow += dr;
         x.lCol += dc;
+        if (x.pTexts != &t.oText) {  // another workbook's link: its texts come along
+            x = xlHyperlinkEntry(x.lRow, x.lCol, t.oText, detail::LinkText(t.oText, e.Address()),
+                                 detail::LinkText(t.oText, e.SubAddress()),
+                                 detail::LinkText(t.oText, e.ScreenTip()));
+        }
         arrLinks.push_back(std::move(x));
     };
     if (bBounded && CellCount(lRow1_, lCol1_, lRow2_, lCol2_) < arrSrcLinks.size()) {
@@ -1497,6 +1502,15 @@ void xlNames::Add(const std::string& sName, const xlRange& oRefersTo) {
     }
 }
 
+std::string_view xlHyperlinkEntry::Text(uint64_t lRef) const {
+    return lRef == kNoText ? std::string_view() : pTexts->Get(lRef);
+}
+
+uint64_t detail::LinkText(TextArena& oTexts, std::string_view s) {
+    if (s.empty()) return xlHyperlinkEntry::kNoText;
+    return IsWorkbookText(s) ? oTexts.Add(s) : oTexts.Add(WorkbookText(s));
+}
+
 void xlHyperlinks::Add(const xlRange& oAnchor, const std::string& sAddress,
                        const std::string& sSubAddress, const std::string& sScreenTip,
                        const std::optional<std::string>& sTextToDisplay) {
@@ -1515,8 +1529,9 @@ void xlHyperlinks::Add(const xlRange& oAnchor, const std::string& sAddress,
     auto it = d.mapLinks.find(k);
     if (it == d.mapLinks.end() && arr_.size() >= static_cast<size_t>(xlMaxHyperlinks)) Fail();
 
-    xlHyperlinkEntry e{r, c, WorkbookText(sAddress), WorkbookText(sSubAddress),
-                       WorkbookText(sScreenTip)};
+    xlHyperlinkEntry e(r, c, d.oText, detail::LinkText(d.oText, sAddress),
+                       detail::LinkText(d.oText, sSubAddress),
+                       detail::LinkText(d.oText, sScreenTip));
     if (it != d.mapLinks.end()) {
         arr_[it->second] = std::move(e);
     } else {

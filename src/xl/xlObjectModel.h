@@ -230,11 +230,24 @@ private:
     std::vector<xlNameEntry> arr_;
 };
 
+// A link's texts are kept in the workbook's text store, as its cells' texts are: a sheet of
+// many links would otherwise hold three strings for each.
 struct xlHyperlinkEntry {
+    static constexpr uint64_t kNoText = ~uint64_t{0};
+
+    xlHyperlinkEntry(long r, long c, const detail::TextArena& oTexts, uint64_t lAddr, uint64_t lSub,
+                     uint64_t lTip)
+        : lRow(r), lCol(c), pTexts(&oTexts), lAddress(lAddr), lSubAddress(lSub), lScreenTip(lTip) {}
+    std::string_view Address() const { return Text(lAddress); }
+    std::string_view SubAddress() const { return Text(lSubAddress); }
+    std::string_view ScreenTip() const { return Text(lScreenTip); }
+
     long lRow, lCol;
-    std::string sAddress;
-    std::string sSubAddress;
-    std::string sScreenTip;
+    const detail::TextArena* pTexts;             // the store of the workbook that holds the link
+    uint64_t lAddress, lSubAddress, lScreenTip;  // references into it, or kNoText for ""
+
+private:
+    std::string_view Text(uint64_t lRef) const;
 };
 
 class xlHyperlinks {

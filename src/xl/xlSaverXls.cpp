@@ -530,8 +530,8 @@ Bytes HLinkRecord(const xlHyperlinkEntry& e) {
     b.U16(c);
     b.Raw(kStdLink, sizeof kStdLink);
     b.U32(2);  // stream version
-    const std::string& a = e.sAddress;
-    const uint32_t lLocation = e.sSubAddress.empty() ? 0 : kHasLocation;
+    const std::string a(e.Address());
+    const uint32_t lLocation = e.SubAddress().empty() ? 0 : kHasLocation;
     if (a.empty()) {
         b.U32(kHasLocation);
     } else if (a.rfind("\\\\", 0) == 0) {
@@ -569,7 +569,7 @@ Bytes HLinkRecord(const xlHyperlinkEntry& e) {
         b.U16(3);
         b.Chars(u, false);
     }
-    if (!e.sSubAddress.empty()) b.HyperlinkString(biff::Utf16(e.sSubAddress));
+    if (!e.SubAddress().empty()) b.HyperlinkString(biff::Utf16(e.SubAddress()));
     return b;
 }
 
@@ -581,7 +581,7 @@ Bytes TooltipRecord(const xlHyperlinkEntry& e) {
     b.U16(r);
     b.U16(c);
     b.U16(c);
-    b.Chars(biff::Utf16(e.sScreenTip), false);
+    b.Chars(biff::Utf16(e.ScreenTip()), false);
     b.U16(0);
     return b;
 }
@@ -1002,7 +1002,7 @@ private:
         for (const auto& [k, i] : arr) {
             const xlHyperlinkEntry& e = arrLinks[i];
             w_.Record(kHLink, HLinkRecord(e));
-            if (!e.sScreenTip.empty()) w_.Record(kHLinkTooltip, TooltipRecord(e));
+            if (!e.ScreenTip().empty()) w_.Record(kHLinkTooltip, TooltipRecord(e));
         }
     }
 

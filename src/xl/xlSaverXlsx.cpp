@@ -791,9 +791,9 @@ std::pair<long, long> WriteCells(Sink& sink, const xlWorksheet& oSheet, Formats<
                     cj.eKind = c.eType == detail::kNumber ? Kind::UrlNumber : Kind::Url;
                     cj.dNumber = c.eType == detail::kNumber ? c.Number() : 0;
                     cj.lUrl = static_cast<uint32_t>(b.arrStrings.size());
-                    b.arrStrings.push_back(detail::LinkTarget(e.sAddress, e.sSubAddress));
+                    b.arrStrings.push_back(detail::LinkTarget(e.Address(), e.SubAddress()));
                     b.arrStrings.push_back(CellText(d, c));
-                    b.arrStrings.push_back(e.sScreenTip);
+                    b.arrStrings.emplace_back(e.ScreenTip());
                     b.arrCells.push_back(cj);
                     continue;
                 }

@@ -130,7 +130,7 @@ TEST_F(LayoutTest, ItemBlockWithEveryRelation) {
     // Two hyperlinks to the files, nothing else.
     ASSERT_EQ(S().Hyperlinks().Items().size(), 2u);
     EXPECT_EQ(S().Hyperlinks().Items()[0].lRow, 38);
-    EXPECT_EQ(S().Hyperlinks().Items()[0].sAddress, "C:\\docs\\d1.pdf");
+    EXPECT_EQ(S().Hyperlinks().Items()[0].Address(), "C:\\docs\\d1.pdf");
     EXPECT_EQ(S().Hyperlinks().Items()[1].lRow, 41);
     EXPECT_TRUE(LogLines().empty());
 }
@@ -220,12 +220,12 @@ TEST_F(LayoutTest, DocumentExportStructureWholeSheet) {
     const auto& arrLinks = S().Hyperlinks().Items();
     ASSERT_EQ(arrLinks.size(), 3u);
     EXPECT_EQ(arrLinks[0].lRow, 14);
-    EXPECT_EQ(arrLinks[0].sAddress, "C:\\d\\a.pdf");
+    EXPECT_EQ(arrLinks[0].Address(), "C:\\d\\a.pdf");
     EXPECT_EQ(arrLinks[1].lRow, 6);
     EXPECT_EQ(arrLinks[1].lCol, 2);
-    EXPECT_EQ(arrLinks[1].sSubAddress, "ID_D_451_A_0");
+    EXPECT_EQ(arrLinks[1].SubAddress(), "ID_D_451_A_0");
     EXPECT_EQ(arrLinks[2].lRow, 7);
-    EXPECT_EQ(arrLinks[2].sSubAddress, "ID_D_452_B_1");
+    EXPECT_EQ(arrLinks[2].SubAddress(), "ID_D_452_B_1");
     EXPECT_EQ(S().PageSetup().sPrintArea, "$A$1:$F$26");
     EXPECT_TRUE(LogLines().empty());
 }
@@ -278,10 +278,10 @@ TEST_F(LayoutTest, FolderExportCollectionWholeSheet) {
     ASSERT_EQ(arrLinks.size(), 2u);
     EXPECT_EQ(arrLinks[0].lRow, 6);
     EXPECT_EQ(arrLinks[0].lCol, 1);
-    EXPECT_EQ(arrLinks[0].sSubAddress, "ID_F_451_1_0");
+    EXPECT_EQ(arrLinks[0].SubAddress(), "ID_F_451_1_0");
     EXPECT_EQ(arrLinks[1].lRow, 7);
     EXPECT_EQ(arrLinks[1].lCol, 1);
-    EXPECT_EQ(arrLinks[1].sSubAddress, "ID_F_453_2_2");
+    EXPECT_EQ(arrLinks[1].SubAddress(), "ID_F_453_2_2");
     EXPECT_EQ(S().PageSetup().sPrintArea, "$A$1:$F$21");
     EXPECT_TRUE(LogLines().empty());
 }
@@ -303,7 +303,7 @@ TEST_F(LayoutTest, ItemExportStructureAgainstCollection) {
     EXPECT_EQ(S().Names().Items()[0].lRow1, 11);
     long nStructLinks = 0;
     for (const auto& h : S().Hyperlinks().Items()) {
-        if (h.sAddress.empty()) {
+        if (h.Address().empty()) {
             ++nStructLinks;
             EXPECT_EQ(h.lCol, 2);
         }
@@ -325,11 +325,11 @@ TEST_F(LayoutTest, ItemExportStructureAgainstCollection) {
     EXPECT_EQ(S().Names().Items()[0].lRow1, 9);
     long nCollLinks = 0;
     for (const auto& h : S().Hyperlinks().Items()) {
-        if (h.sAddress.empty()) {
+        if (h.Address().empty()) {
             ++nCollLinks;
             EXPECT_EQ(h.lRow, 6);
             EXPECT_EQ(h.lCol, 1);
-            EXPECT_EQ(h.sSubAddress, "ID_P_45100_B_0");
+            EXPECT_EQ(h.SubAddress(), "ID_P_45100_B_0");
         }
     }
     EXPECT_EQ(nCollLinks, 1);

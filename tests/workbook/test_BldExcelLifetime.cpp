@@ -177,7 +177,7 @@ TEST_F(SheetPlanTest, SheetWideFormatCaptionBlockAndPanels) {
     ASSERT_EQ(arrLinks.size(), 3u);
     EXPECT_EQ(arrLinks[0].lRow, 6);
     EXPECT_EQ(arrLinks[0].lCol, 2);
-    EXPECT_EQ(arrLinks[0].sSubAddress, "ID_P_45100_B_0");
+    EXPECT_EQ(arrLinks[0].SubAddress(), "ID_P_45100_B_0");
     EXPECT_EQ(arrLinks[2].lRow, 8);
 
     // Page set-up: landscape, rows 1 to 3 repeat, page number in the footer, A to F printed

@@ -92,8 +92,8 @@ TEST_F(LinksTest, PartNumbersWithBracketsKeepTheirBlocksAndLinks) {
     EXPECT_EQ(S().Names().Items()[0].sName, "ID_A_911_93__94_96_0");
     EXPECT_EQ(S().Names().Items()[1].sName, "ID_B_322__93_1");
     ASSERT_EQ(S().Hyperlinks().Items().size(), 2u);
-    EXPECT_EQ(S().Hyperlinks().Items()[0].sSubAddress, S().Names().Items()[0].sName);
-    EXPECT_EQ(S().Hyperlinks().Items()[1].sSubAddress, S().Names().Items()[1].sName);
+    EXPECT_EQ(S().Hyperlinks().Items()[0].SubAddress(), S().Names().Items()[0].sName);
+    EXPECT_EQ(S().Hyperlinks().Items()[1].SubAddress(), S().Names().Items()[1].sName);
     EXPECT_TRUE(LogLines().empty());
 }
 
@@ -131,10 +131,10 @@ TEST_F(LinksTest, StructureLinksEveryRowFromColumnB) {
     for (long i = 0; i < 3; ++i) {
         EXPECT_EQ(arr[i].lRow, 6 + i);
         EXPECT_EQ(arr[i].lCol, 2);
-        EXPECT_EQ(arr[i].sAddress, "");
-        EXPECT_EQ(arr[i].sSubAddress, bld->GetItemHyperlinkName(i));
+        EXPECT_EQ(arr[i].Address(), "");
+        EXPECT_EQ(arr[i].SubAddress(), bld->GetItemHyperlinkName(i));
     }
-    EXPECT_EQ(arr[1].sSubAddress, "ID_C_451_B_1");
+    EXPECT_EQ(arr[1].SubAddress(), "ID_C_451_B_1");
 }
 
 TEST_F(LinksTest, CollectionLinksStayContiguousAndPointAtTheirOwnIndex) {
@@ -148,13 +148,13 @@ TEST_F(LinksTest, CollectionLinksStayContiguousAndPointAtTheirOwnIndex) {
     ASSERT_EQ(arr.size(), 3u);
     EXPECT_EQ(arr[0].lRow, 6);
     EXPECT_EQ(arr[0].lCol, 1);
-    EXPECT_EQ(arr[0].sSubAddress, "ID_D_450_A_0");
+    EXPECT_EQ(arr[0].SubAddress(), "ID_D_450_A_0");
     EXPECT_EQ(arr[1].lRow, 7);
-    EXPECT_EQ(arr[1].sSubAddress, "ID_D_453_A_3");
+    EXPECT_EQ(arr[1].SubAddress(), "ID_D_453_A_3");
     EXPECT_EQ(arr[2].lRow, 8);
     EXPECT_EQ(arr[2].lCol, 1);
-    EXPECT_EQ(arr[2].sSubAddress, "ID_D_455_A_5");
-    EXPECT_EQ(arr[2].sAddress, "");
+    EXPECT_EQ(arr[2].SubAddress(), "ID_D_455_A_5");
+    EXPECT_EQ(arr[2].Address(), "");
 }
 
 TEST_F(LinksTest, FolderLinks) {
@@ -163,7 +163,7 @@ TEST_F(LinksTest, FolderLinks) {
     M().ObjCount = 0;
     ASSERT_TRUE(bld->FillHyperlinkStruct());
     ASSERT_EQ(S().Hyperlinks().Items().size(), 1u);
-    EXPECT_EQ(S().Hyperlinks().Items()[0].sSubAddress, "ID_F_1_0");
+    EXPECT_EQ(S().Hyperlinks().Items()[0].SubAddress(), "ID_F_1_0");
 }
 
 TEST_F(LinksTest, AnUnknownKindAddsNothing) {

@@ -20,9 +20,9 @@ protected:
         EXPECT_EQ(Text(r, 2), sName);
         const xl::xlHyperlinkEntry* h = LinkAt(r, 2);
         ASSERT_NE(h, nullptr);
-        EXPECT_EQ(h->sAddress, sName);
-        EXPECT_EQ(h->sSubAddress, "");
-        EXPECT_EQ(h->sScreenTip, "");
+        EXPECT_EQ(h->Address(), sName);
+        EXPECT_EQ(h->SubAddress(), "");
+        EXPECT_EQ(h->ScreenTip(), "");
     }
     void ExpectFilesBand(long r) {
         SCOPED_TRACE("files band " + std::to_string(r));

@@ -82,7 +82,7 @@ protected:
     // The link of a cell: its sub-address, or "" when it has none.
     static std::string LinkOf(xl::xlWorksheet& ws, long r, long c) {
         for (const xl::xlHyperlinkEntry& e : ws.Hyperlinks().Items()) {
-            if (e.lRow == r && e.lCol == c) return e.sSubAddress;
+            if (e.lRow == r && e.lCol == c) return std::string(e.SubAddress());
         }
         return "";
     }

@@ -170,9 +170,9 @@ TEST_F(Continuation, ALinkToANameThatMovedLeadsToTheCellOnItsNewSheet) {
     ASSERT_NE(pLast, nullptr);
     for (const xl::xlHyperlinkEntry& e : ws.Hyperlinks().Items()) {
         if (e.lCol == 3) {
-            EXPECT_EQ(e.sSubAddress, "'Sheet1 (2)'!$A$" + std::to_string(pLast->lRow1));
+            EXPECT_EQ(e.SubAddress(), "'Sheet1 (2)'!$A$" + std::to_string(pLast->lRow1));
         } else {
-            EXPECT_EQ(e.sSubAddress, BlockName(1));
+            EXPECT_EQ(e.SubAddress(), BlockName(1));
         }
     }
 }

@@ -519,7 +519,7 @@ TEST_F(Model, HyperlinkWithoutDisplayTextKeepsTheCellText) {
     ASSERT_EQ(ws.Hyperlinks().Count(), 1);
     EXPECT_EQ(ws.Hyperlinks().Items()[0].lRow, 6);
     EXPECT_EQ(ws.Hyperlinks().Items()[0].lCol, 2);
-    EXPECT_EQ(ws.Hyperlinks().Items()[0].sSubAddress, "ID_P_45100_B_0");
+    EXPECT_EQ(ws.Hyperlinks().Items()[0].SubAddress(), "ID_P_45100_B_0");
     EXPECT_TRUE(St(6, 2).bUnderline);  // the look of a link
     // A number stays a number.
     ws.Cells(7, 1).Value(3.0);
@@ -644,11 +644,35 @@ TEST_F(Model, CopyOfHyperlinkedCells) {
     ws2.Hyperlinks().Add(ws2.Cells(9, 10), "", "Kept");
     ws.Cells(5, 5).Copy(ws2.Cells(9, 9));
     ASSERT_EQ(ws2.Hyperlinks().Count(), 2);
-    EXPECT_EQ(ws2.Hyperlinks().Items()[1].sSubAddress, "Kept");
+    EXPECT_EQ(ws2.Hyperlinks().Items()[1].SubAddress(), "Kept");
     ws.Cells(1, 1).Copy(ws2.Cells(9, 10));
     ASSERT_EQ(ws2.Hyperlinks().Count(), 2);
-    EXPECT_EQ(ws2.Hyperlinks().Items()[1].sSubAddress, "Target");
+    EXPECT_EQ(ws2.Hyperlinks().Items()[1].SubAddress(), "Target");
     EXPECT_EQ(ws2.Hyperlinks().Items()[1].lCol, 10);
+}
+
+TEST_F(Model, ALinkCopiedToAnotherWorkbookTakesItsTextsAlong) {
+    ws.Cells(1, 1).Value("go");
+    ws.Hyperlinks().Add(ws.Cells(1, 1), "C:\\docs\\a b.pdf", "Place", "Open the file");
+    ws.Hyperlinks().Add(ws.Cells(2, 1), "", "Other");
+    xl::xlWorkbook& b2 = app.Workbooks().Add();
+    xlWorksheet& ws2 = b2.Worksheets()(1);
+    ws.Range("A1:A2").Copy(ws2.Cells(4, 2));
+    // The copies read their texts from the store of their own workbook, which outlives the
+    // other's.
+    ASSERT_EQ(ws2.Hyperlinks().Count(), 2);
+    const xl::xlHyperlinkEntry& e = ws2.Hyperlinks().Items()[0];
+    EXPECT_EQ(e.pTexts, b2.Texts().get());
+    EXPECT_EQ(ws2.Hyperlinks().Items()[1].pTexts, b2.Texts().get());
+    EXPECT_EQ(e.lRow, 4);
+    EXPECT_EQ(e.lCol, 2);
+    EXPECT_EQ(e.Address(), "C:\\docs\\a b.pdf");
+    EXPECT_EQ(e.SubAddress(), "Place");
+    EXPECT_EQ(e.ScreenTip(), "Open the file");
+    EXPECT_EQ(ws2.Hyperlinks().Items()[1].Address(), "");
+    EXPECT_EQ(ws2.Hyperlinks().Items()[1].SubAddress(), "Other");
+    EXPECT_EQ(ws2.Hyperlinks().Items()[1].ScreenTip(), "");
+    EXPECT_EQ(ws2.Cells(4, 2).Text(), "go");
 }
 
 TEST_F(Model, WorksheetFunctionMax) {

@@ -1918,8 +1918,11 @@ void xlWorkbook::SaveInFormat(const std::string& sPath, long lFormat, bool bClos
     }
     if (lFormat != xlExcel8) {
         if (bClosing) {
-            // The names go last: the writer takes them while the rest goes.
-            SaveWorkbookFile(*this, sPath, [this] { ReleaseSheets(); });
+            // Each sheet lets go of its rows, links and merged areas once the writer has them;
+            // the names go last: the writer takes them while the rest goes.
+            SaveWorkbookFile(
+                *this, sPath, [this] { ReleaseSheets(); },
+                [this](long i) { oSheets_.Item(i).ReleaseContents(); });
             for (long i = 1; i <= oSheets_.Count(); ++i)
                 oSheets_.Item(i).ReleaseNames();
         } else {

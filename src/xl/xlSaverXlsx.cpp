@@ -959,9 +959,11 @@ void WriteNames(Sink& sink, const NameCalls& oNames) {
     oNames.ForEach([&](const char* sName, const char* sRefersTo) { sink.Name(sName, sRefersTo); });
 }
 
-// Everything but the names, which the caller hands over (see NameCalls).
+// Everything but the names, which the caller hands over (see NameCalls). fnWritten(i), when
+// given, is called once the writer has everything of sheet i but its names.
 template <class Sink>
-void WriteSheets(Sink& sink, const xlWorkbook& oBook) {
+void WriteSheets(Sink& sink, const xlWorkbook& oBook,
+                 const std::function<void(long)>& fnWritten = {}) {
     Formats<Sink> fmts(sink);
     const xlWorksheets& oSheets = oBook.Worksheets();
     long lRows = 0;
@@ -983,6 +985,7 @@ void WriteSheets(Sink& sink, const xlWorkbook& oBook) {
                            static_cast<lxw_col_t>(lLastCol - 1));
         }
         WritePageSetup(sink, oSheet.PageSetup());
+        if (fnWritten) fnWritten(i);
     }
     oProgress.Report();
 }
@@ -1039,8 +1042,45 @@ std::unordered_map<std::string, uintmax_t> PartSizes(const std::string& sFile) {
     return map;
 }
 
+// What is to happen to each sheet the writer has taken, but the last, runs on a thread of its
+// own beside the writing of the next one; a failure there is raised once the sheets are written.
+class SheetsTaken {
+public:
+    explicit SheetsTaken(const std::function<void(long)>& fn) : fn_(fn) {}
+    ~SheetsTaken() { Join(); }
+    void Taken(long lSheet, long lCount) {
+        if (!fn_ || lSheet == lCount) return;  // the last one goes with the workbook's rest
+        Join();
+        auto fnRun = [this, lSheet] {
+            try {
+                fn_(lSheet);
+            } catch (...) {
+                if (!pFailure_) pFailure_ = std::current_exception();
+            }
+        };
+        try {
+            thread_ = std::thread(fnRun);
+        } catch (const std::system_error&) {
+            fnRun();
+        }
+    }
+    void Finish() {
+        Join();
+        if (pFailure_) std::rethrow_exception(pFailure_);
+    }
+
+private:
+    void Join() {
+        if (thread_.joinable()) thread_.join();
+    }
+    const std::function<void(long)>& fn_;
+    std::exception_ptr pFailure_;
+    std::thread thread_;
+};
+
 void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::string& sTmpDir,
-               const std::function<void()>& fnTaken) {
+               const std::function<void()>& fnTaken,
+               const std::function<void(long)>& fnSheetTaken) {
     lxw_workbook_options opt{};
     opt.constant_memory = LXW_TRUE;
     opt.tmpdir = const_cast<char*>(sTmpDir.c_str());
@@ -1051,7 +1091,10 @@ void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::str
     std::vector<uintmax_t> arrRows;
     std::optional<NameCalls> oNames;
     try {
-        WriteSheets(sink, oBook);
+        SheetsTaken oSheetsTaken(fnSheetTaken);
+        const long lSheets = oBook.Worksheets().Count();
+        WriteSheets(sink, oBook, [&](long i) { oSheetsTaken.Taken(i, lSheets); });
+        oSheetsTaken.Finish();
         oNames.emplace(oBook.Worksheets());
         sink.CheckRowFiles();
         // Closing copies each sheet's rows into the sheet's part, a temporary file of its own,
@@ -1132,10 +1175,11 @@ void DumpWorkbook(const xlWorkbook& oBook, std::FILE* pOut) {
 }
 
 void SaveWorkbookFile(const xlWorkbook& oBook, const std::string& sPath,
-                      const std::function<void()>& fnTaken) {
+                      const std::function<void()>& fnTaken,
+                      const std::function<void(long)>& fnSheetTaken) {
     modSaveFile::WriteThroughTempFile(
         sPath, [&](const std::string& sTempFile, const std::string& sFolder) {
-            WriteXlsx(oBook, sTempFile, sFolder, fnTaken);
+            WriteXlsx(oBook, sTempFile, sFolder, fnTaken, fnSheetTaken);
         });
 }
 

@@ -555,16 +555,21 @@ TEST(Saver, AWriterThatFailsHalfWayEndsAsAFailedSave) {
 // once the writer has them, and the closed workbook cannot be saved again.
 TEST(Saver, CloseWithSaveWritesTheWorkbookAndLetsGoOfItsContents) {
     testutil::TempDir d;
+    // Three sheets: each one but the last lets go of its contents as soon as the writer has it,
+    // while the next is written; a link on the last leads to a name of the first.
     auto fnFill = [](xl::xlWorkbook& book) {
-        xl::xlWorksheet& ws = book.Worksheets()(1);
-        for (long r = 1; r <= 3000; ++r) {
-            ws.Cells(r, 1).Value(Scrambled(r));
-            ws.Cells(r, 2).Value(static_cast<double>(r));
+        for (long i = 1; i <= 3; ++i) {
+            xl::xlWorksheet& ws = i == 1 ? book.Worksheets()(1) : book.Worksheets().Add();
+            for (long r = 1; r <= 3000; ++r) {
+                ws.Cells(r, 1).Value(Scrambled(r * i));
+                ws.Cells(r, 2).Value(static_cast<double>(r));
+            }
+            ws.Range("C5:E5").MergeCells(true);
+            ws.Names().Add("ID_" + std::to_string(i), ws.Rows(7));
+            ws.Hyperlinks().Add(ws.Cells(9, 1), "", "ID_" + std::to_string(i));
+            ws.Hyperlinks().Add(ws.Cells(10, 1), "file.txt", "", "tip " + std::to_string(i));
+            ws.Hyperlinks().Add(ws.Cells(11, 1), "", "ID_1");
         }
-        ws.Range("C5:E5").MergeCells(true);
-        ws.Names().Add("ID_1", ws.Rows(7));
-        ws.Hyperlinks().Add(ws.Cells(9, 1), "", "ID_1");
-        ws.Hyperlinks().Add(ws.Cells(10, 1), "file.txt");
     };
     xl::xlWorkbook oSaved, oClosed;
     oSaved.SaveAs(d.File("saved.xlsx"));
@@ -577,12 +582,16 @@ TEST(Saver, CloseWithSaveWritesTheWorkbookAndLetsGoOfItsContents) {
     const std::string sSaved = DumpText(d.File("saved.xlsx"));
     EXPECT_GT(sSaved.size(), 100000u);
     EXPECT_EQ(DumpText(d.File("closed.xlsx")), sSaved);
+    EXPECT_NE(sSaved.find("tip 3"), std::string::npos);
     EXPECT_TRUE(oClosed.IsClosed());
-    const auto& dc = oClosed.Worksheets()(1).Data();
-    EXPECT_EQ(dc.arrRows.size(), 0u);
-    EXPECT_TRUE(dc.arrMerged.empty());
-    EXPECT_EQ(oClosed.Worksheets()(1).Names().Count(), 0);
-    EXPECT_EQ(oClosed.Worksheets()(1).Hyperlinks().Count(), 0);
+    ASSERT_EQ(oClosed.Worksheets().Count(), 3);
+    for (long i = 1; i <= 3; ++i) {
+        const auto& dc = oClosed.Worksheets()(i).Data();
+        EXPECT_EQ(dc.arrRows.size(), 0u);
+        EXPECT_TRUE(dc.arrMerged.empty());
+        EXPECT_EQ(oClosed.Worksheets()(i).Names().Count(), 0);
+        EXPECT_EQ(oClosed.Worksheets()(i).Hyperlinks().Count(), 0);
+    }
     EXPECT_EQ(oClosed.Texts()->Count(), 0u);
     EXPECT_RUN_ERROR(oClosed.Save(), errAppDefined);
     EXPECT_RUN_ERROR(oClosed.Close(true), errAppDefined);
@@ -590,6 +599,25 @@ TEST(Saver, CloseWithSaveWritesTheWorkbookAndLetsGoOfItsContents) {
     xl::xlWorkbook oNowhere;
     EXPECT_RUN_ERROR(oNowhere.Close(true), errAppDefined);
     EXPECT_FALSE(oNowhere.IsClosed());
+}
+
+TEST(Saver, EachSheetButTheLastIsHandedBackOnceWrittenAndItsFailureFailsTheSave) {
+    testutil::TempDir d;
+    xl::xlWorkbook book;
+    for (long i = 1; i <= 3; ++i) {
+        xl::xlWorksheet& ws = i == 1 ? book.Worksheets()(1) : book.Worksheets().Add();
+        ws.Cells(1, 1).Value("sheet " + std::to_string(i));
+    }
+    std::vector<long> arrTaken;
+    xl::SaveWorkbookFile(book, d.File("a.xlsx"), {}, [&](long i) { arrTaken.push_back(i); });
+    EXPECT_EQ(arrTaken, (std::vector<long>{1, 2}));
+    // A failure of that hand-back is the save's: no file, no temporary one.
+    EXPECT_THROW(xl::SaveWorkbookFile(book, d.File("b.xlsx"), {},
+                                      [](long i) {
+                                          if (i == 2) throw std::runtime_error("refused");
+                                      }),
+                 std::runtime_error);
+    EXPECT_EQ(Entries(d.Str()), std::set<std::string>{"a.xlsx"});
 }
 
 TEST(Saver, ASaveLeavesNoFileOpenWhetherItEndsOrStops) {

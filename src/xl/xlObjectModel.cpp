@@ -1918,13 +1918,17 @@ void xlWorkbook::SaveInFormat(const std::string& sPath, long lFormat, bool bClos
     }
     if (lFormat != xlExcel8) {
         if (bClosing) {
-            // Each sheet lets go of its rows, links and merged areas once the writer has them;
-            // the names go last: the writer takes them while the rest goes.
-            SaveWorkbookFile(
-                *this, sPath, [this] { ReleaseSheets(); },
-                [this](long i) { oSheets_.Item(i).ReleaseContents(); });
-            for (long i = 1; i <= oSheets_.Count(); ++i)
-                oSheets_.Item(i).ReleaseNames();
+            // Each sheet lets go of its rows, links and merged areas once the writer has them,
+            // the names go last (the writer takes them while the rest goes) and are let go of
+            // before the file is completed.
+            xlSaveRelease oRelease;
+            oRelease.fnSheet = [this](long i) { oSheets_.Item(i).ReleaseContents(); };
+            oRelease.fnContents = [this] { ReleaseSheets(); };
+            oRelease.fnNames = [this] {
+                for (long i = 1; i <= oSheets_.Count(); ++i)
+                    oSheets_.Item(i).ReleaseNames();
+            };
+            SaveWorkbookFile(*this, sPath, oRelease);
         } else {
             SaveWorkbookFile(*this, sPath);
         }

@@ -501,16 +501,22 @@ private:
 
 // Writes a workbook to an .xlsx file through libxlsxwriter, rows in order (constant memory),
 // one format object per distinct style. Raises 1004 when the file cannot be written.
-// fnTaken, when given, is called once the writer holds everything it needs of the workbook but
-// the sheets' defined names, on a thread of its own while the names are handed over and the
-// file is completed: it may let go of anything but those names. The save returns after both,
-// and what fnTaken raises is raised then. fnSheetTaken(i), when given, is called for each sheet
-// but the last once the writer holds all of it but its defined names, on a thread of its own
-// while the next sheet is written: it may let go of anything of sheet i but those names (not of
-// what the sheets share). What it raises is raised once the sheets are written.
+// What a save that closes the workbook lets go of as the writer takes it, each when given:
+struct xlSaveRelease {
+    // Called for each sheet but the last once the writer holds all of it but its defined
+    // names, on a thread of its own while the next sheet is written: it may let go of anything
+    // of sheet i but those names (not of what the sheets share).
+    std::function<void(long)> fnSheet;
+    // Called once the writer holds everything but the defined names, on a thread of its own
+    // while the names are handed over and the file is completed: it may let go of anything but
+    // those names. The save returns after it.
+    std::function<void()> fnContents;
+    // Called on the saving thread once the writer holds the names, before the file is completed.
+    std::function<void()> fnNames;
+};
+// What a release raises is the save's failure, raised once the writing it ran beside is over.
 void SaveWorkbookFile(const xlWorkbook& oBook, const std::string& sPath,
-                      const std::function<void()>& fnTaken = {},
-                      const std::function<void(long)>& fnSheetTaken = {});
+                      const xlSaveRelease& oRelease = {});
 
 // Writes a workbook to an Excel 97-2003 (.xls) file: BIFF8 records in an OLE2 compound file
 // (xlSaverXls.cpp). The workbook must fit the format's limits. Raises 1004 when the file cannot

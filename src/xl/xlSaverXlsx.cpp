@@ -1079,8 +1079,7 @@ private:
 };
 
 void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::string& sTmpDir,
-               const std::function<void()>& fnTaken,
-               const std::function<void(long)>& fnSheetTaken) {
+               const xlSaveRelease& oRelease) {
     lxw_workbook_options opt{};
     opt.constant_memory = LXW_TRUE;
     opt.tmpdir = const_cast<char*>(sTmpDir.c_str());
@@ -1091,7 +1090,7 @@ void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::str
     std::vector<uintmax_t> arrRows;
     std::optional<NameCalls> oNames;
     try {
-        SheetsTaken oSheetsTaken(fnSheetTaken);
+        SheetsTaken oSheetsTaken(oRelease.fnSheet);
         const long lSheets = oBook.Worksheets().Count();
         WriteSheets(sink, oBook, [&](long i) { oSheetsTaken.Taken(i, lSheets); });
         oSheetsTaken.Finish();
@@ -1117,10 +1116,10 @@ void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::str
     // hand-over of the names and the close, which compresses on one core.
     std::exception_ptr pTakenFailure;
     std::thread oTaken;
-    if (fnTaken) {
+    if (oRelease.fnContents) {
         auto fnRun = [&] {
             try {
-                fnTaken();
+                oRelease.fnContents();
             } catch (...) {
                 pTakenFailure = std::current_exception();
             }
@@ -1131,16 +1130,17 @@ void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::str
             fnRun();  // no thread to be had: it runs before the close
         }
     }
-    // The names go last, while the sheets let go of everything else (their names stay till
-    // the save is over): the writer's own record of a name is many times larger.
+    // The names go last, while the sheets let go of everything else: the writer's own record
+    // of a name is many times larger. Once it has them, ours can go before the close.
     try {
         WriteNames(sink, *oNames);
+        oNames.reset();
+        if (oRelease.fnNames) oRelease.fnNames();
     } catch (...) {
         if (oTaken.joinable()) oTaken.join();
         sink.CloseRowFiles(true);
         throw;
     }
-    oNames.reset();
     lxw_workbook* p = wb.p;
     wb.p = nullptr;  // closing frees it, whatever the outcome
     // Closing assembles and writes the file; when the system refuses a write, errno says why.
@@ -1175,11 +1175,10 @@ void DumpWorkbook(const xlWorkbook& oBook, std::FILE* pOut) {
 }
 
 void SaveWorkbookFile(const xlWorkbook& oBook, const std::string& sPath,
-                      const std::function<void()>& fnTaken,
-                      const std::function<void(long)>& fnSheetTaken) {
+                      const xlSaveRelease& oRelease) {
     modSaveFile::WriteThroughTempFile(
         sPath, [&](const std::string& sTempFile, const std::string& sFolder) {
-            WriteXlsx(oBook, sTempFile, sFolder, fnTaken, fnSheetTaken);
+            WriteXlsx(oBook, sTempFile, sFolder, oRelease);
         });
 }
 

@@ -12,6 +12,7 @@
 #include <fstream>
 #include <functional>
 #include <iostream>
+#include <mutex>
 #include <set>
 #include <string>
 
@@ -601,22 +602,43 @@ TEST(Saver, CloseWithSaveWritesTheWorkbookAndLetsGoOfItsContents) {
     EXPECT_FALSE(oNowhere.IsClosed());
 }
 
-TEST(Saver, EachSheetButTheLastIsHandedBackOnceWrittenAndItsFailureFailsTheSave) {
+TEST(Saver, ASheetIsHandedBackOnceWrittenTheNamesBeforeTheCloseAndAFailureFailsTheSave) {
     testutil::TempDir d;
     xl::xlWorkbook book;
     for (long i = 1; i <= 3; ++i) {
         xl::xlWorksheet& ws = i == 1 ? book.Worksheets()(1) : book.Worksheets().Add();
         ws.Cells(1, 1).Value("sheet " + std::to_string(i));
     }
-    std::vector<long> arrTaken;
-    xl::SaveWorkbookFile(book, d.File("a.xlsx"), {}, [&](long i) { arrTaken.push_back(i); });
-    EXPECT_EQ(arrTaken, (std::vector<long>{1, 2}));
-    // A failure of that hand-back is the save's: no file, no temporary one.
-    EXPECT_THROW(xl::SaveWorkbookFile(book, d.File("b.xlsx"), {},
-                                      [](long i) {
-                                          if (i == 2) throw std::runtime_error("refused");
-                                      }),
-                 std::runtime_error);
+    // The sheets as they are handed back, then the contents, then the names.
+    std::vector<std::string> arrTaken;
+    std::mutex m;
+    auto fnNote = [&](const std::string& s) {
+        std::lock_guard<std::mutex> l(m);
+        arrTaken.push_back(s);
+    };
+    xl::xlSaveRelease oRelease;
+    oRelease.fnSheet = [&](long i) { fnNote("sheet " + std::to_string(i)); };
+    oRelease.fnContents = [&] { fnNote("contents"); };
+    // Our names go before the file is complete.
+    bool bFileThere = true;
+    oRelease.fnNames = [&] {
+        bFileThere = fs::exists(d.File("a.xlsx"));
+        fnNote("names");
+    };
+    xl::SaveWorkbookFile(book, d.File("a.xlsx"), oRelease);
+    EXPECT_EQ(arrTaken.size(), 4u);
+    EXPECT_EQ(std::vector<std::string>(arrTaken.begin(), arrTaken.begin() + 2),
+              (std::vector<std::string>{"sheet 1", "sheet 2"}));
+    EXPECT_NE(std::find(arrTaken.begin(), arrTaken.end(), "names"), arrTaken.end());
+    EXPECT_NE(std::find(arrTaken.begin(), arrTaken.end(), "contents"), arrTaken.end());
+    EXPECT_FALSE(bFileThere);
+    EXPECT_NE(DumpText(d.File("a.xlsx")).find("sheet 3"), std::string::npos);
+    // A failure of a hand-back is the save's: no file, no temporary one.
+    xl::xlSaveRelease oFailing;
+    oFailing.fnSheet = [](long i) {
+        if (i == 2) throw std::runtime_error("refused");
+    };
+    EXPECT_THROW(xl::SaveWorkbookFile(book, d.File("b.xlsx"), oFailing), std::runtime_error);
     EXPECT_EQ(Entries(d.Str()), std::set<std::string>{"a.xlsx"});
 }
 

@@ -318,20 +318,7 @@ bool clsExportExcel::BuildExcel(const std::string& sXFullPath, const std::string
 
 // Empties the array of the current kind and gives its memory back.
 void clsExportExcel::ClearExportModel() {
-    switch (ctx_.Model.ExportKind) {
-        case 1:
-            std::deque<XItemStruct>().swap(ctx_.Model.XItems);
-            break;
-        case 2:
-            std::deque<XDocStruct>().swap(ctx_.Model.XDocs);
-            break;
-        case 3:
-            std::deque<XFoldStruct>().swap(ctx_.Model.XFolders);
-            break;
-        default:
-            break;
-    }
-    ctx_.Model.ObjCount = -1;
+    ctx_.Model.ClearRecords();
 }
 
 std::unique_ptr<iclsExportExcel> CreateExportExcel() {

@@ -114,4 +114,22 @@ struct clsExportModel {
     std::deque<XItemStruct> XItems;
     std::deque<XDocStruct> XDocs;
     std::deque<XFoldStruct> XFolders;
+
+    // Empties the array of the current kind and gives its memory back: no object is left.
+    void ClearRecords() {
+        switch (ExportKind) {
+            case 1:
+                std::deque<XItemStruct>().swap(XItems);
+                break;
+            case 2:
+                std::deque<XDocStruct>().swap(XDocs);
+                break;
+            case 3:
+                std::deque<XFoldStruct>().swap(XFolders);
+                break;
+            default:
+                break;
+        }
+        ObjCount = -1;
+    }
 };

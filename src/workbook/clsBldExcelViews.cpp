@@ -86,6 +86,16 @@ std::string SheetNameOf(const std::string& sLabel, size_t lMax = 31) {
     return s;
 }
 
+// Each item's anchor name by its identifier and revision (joined by \x1F), for the items that
+// have a block.
+std::unordered_map<std::string, const std::string*> AnchorsOf(const clsItemUses& oUses) {
+    std::unordered_map<std::string, const std::string*> map;
+    for (const clsViewItem& o : oUses.arrItems) {
+        if (!o.sAnchor.empty()) map.emplace(o.sId + '\x1F' + o.sRev, &o.sAnchor);
+    }
+    return map;
+}
+
 }  // namespace
 
 bool ParseQuantity(const std::string& sText, double& dValue) {
@@ -157,6 +167,9 @@ void clsBldExcel::FillViews(const clsViews& oViews) {
         if (oViews.bLevelSheet) FillLevelSheet();
         if (oViews.bFlatList || oViews.bWhereUsed) {
             const clsItemUses oUses = CollectItemUses();
+            // The item views read nothing more of the records: the export's records go before
+            // the largest sheets are laid out.
+            ctx_.Model.ClearRecords();
             if (oViews.bFlatList) FillFlatList(oUses);
             if (oViews.bWhereUsed) FillWhereUsed(oUses);
         }
@@ -233,7 +246,10 @@ clsItemUses clsBldExcel::CollectItemUses() {
             const size_t k = static_cast<size_t>(i);
             arrItemOf[k] = it->second;
             // A collection gives only its objects at level 0 a detail block.
-            if (oItem.lBlock < 0 && (m.IsStructure == 1 || rec.Level == 0)) oItem.lBlock = i;
+            if (oItem.lBlock < 0 && (m.IsStructure == 1 || rec.Level == 0)) {
+                oItem.lBlock = i;
+                oItem.sAnchor = AnchorNameOf(i);
+            }
 
             const long nLevel = std::max<long>(rec.Level, 0);
             if (static_cast<size_t>(nLevel) > arrOpen.size()) {
@@ -323,16 +339,13 @@ bool clsBldExcel::FillFlatList(const clsItemUses& oUses) {
                     " " + sList + ".",
                 "", -1, false);
         }
-        std::unordered_map<std::string, long> mapBlock;
-        for (const clsViewItem& o : oUses.arrItems)
-            mapBlock.emplace(o.sId + '\x1F' + o.sRev, o.lBlock);
+        const auto mapAnchors = AnchorsOf(oUses);
         for (xl::xlWorksheet* pSheet : FinishViewSheet(oSheet, 5, {3}, {4, 5})) {
             const long nLast = pSheet->UsedLastRow();
             for (long r = kViewHeadingRow + 1; r <= nLast; ++r) {
-                auto it =
-                    mapBlock.find(pSheet->Cells(r, 1).Text() + '\x1F' + pSheet->Cells(r, 2).Text());
-                if (it != mapBlock.end() && it->second >= 0)
-                    AddAnchorLink(*pSheet, r, 1, AnchorNameOf(it->second));
+                auto it = mapAnchors.find(pSheet->Cells(r, 1).Text() + '\x1F' +
+                                          pSheet->Cells(r, 2).Text());
+                if (it != mapAnchors.end()) AddAnchorLink(*pSheet, r, 1, *it->second);
             }
         }
         return true;
@@ -373,13 +386,10 @@ bool clsBldExcel::FillWhereUsed(const clsItemUses& oUses) {
                 }
             }
         }
-        std::unordered_map<std::string, long> mapBlock;
-        for (const clsViewItem& o : oUses.arrItems)
-            mapBlock.emplace(o.sId + '\x1F' + o.sRev, o.lBlock);
+        const auto mapAnchors = AnchorsOf(oUses);
         auto fnLink = [&](xl::xlWorksheet& ws, long r, long cId, long cRev) {
-            auto it = mapBlock.find(ws.Cells(r, cId).Text() + '\x1F' + ws.Cells(r, cRev).Text());
-            if (it != mapBlock.end() && it->second >= 0)
-                AddAnchorLink(ws, r, cId, AnchorNameOf(it->second));
+            auto it = mapAnchors.find(ws.Cells(r, cId).Text() + '\x1F' + ws.Cells(r, cRev).Text());
+            if (it != mapAnchors.end()) AddAnchorLink(ws, r, cId, *it->second);
         };
         for (xl::xlWorksheet* pSheet : FinishViewSheet(oSheet, 7, {3}, {7})) {
             const long nLast = pSheet->UsedLastRow();

@@ -12,6 +12,7 @@ struct clsViewItem {
     std::string sRev;
     std::string sDesc;
     long lBlock = -1;       // the object whose detail block the item's links lead to, -1 none
+    std::string sAnchor;    // that block's anchor name, "" when there is none
     double dTotal = 0;      // the quantity the structure needs, summed over every path to it
     bool bUnknown = false;  // a quantity on a path to it is not a number: the total is unknown
     std::vector<size_t> arrUses;  // its distinct uses, in the order they first appear

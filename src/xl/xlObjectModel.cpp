@@ -14,6 +14,7 @@
 
 #include "support/clsRunError.h"
 #include "support/modConst.h"
+#include "support/modEnvironment.h"
 #include "xl/xlModelData.h"
 #include "xl/xlRowFit.h"
 #include "xl/xlText.h"
@@ -1923,7 +1924,12 @@ void xlWorkbook::SaveInFormat(const std::string& sPath, long lFormat, bool bClos
             // before the file is completed.
             xlSaveRelease oRelease;
             oRelease.fnSheet = [this](long i) { oSheets_.Item(i).ReleaseContents(); };
-            oRelease.fnContents = [this] { ReleaseSheets(); };
+            // What went leaves the process too: the close then makes its own records in room
+            // the system has, not above the sheets' high-water mark.
+            oRelease.fnContents = [this] {
+                ReleaseSheets();
+                modEnvironment::ReturnFreedMemory();
+            };
             oRelease.fnNames = [this] {
                 for (long i = 1; i <= oSheets_.Count(); ++i)
                     oSheets_.Item(i).ReleaseNames();

@@ -6,6 +6,7 @@
 #include <xlsxwriter/xmlwriter.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -1923,7 +1924,11 @@ void xlWorkbook::SaveInFormat(const std::string& sPath, long lFormat, bool bClos
             // the names go last (the writer takes them while the rest goes) and are let go of
             // before the file is completed.
             xlSaveRelease oRelease;
-            oRelease.fnSheet = [this](long i) { oSheets_.Item(i).ReleaseContents(); };
+            std::atomic<bool> bLetGo{false};
+            oRelease.fnSheet = [this, &bLetGo](long i) {
+                bLetGo = true;
+                oSheets_.Item(i).ReleaseContents();
+            };
             // What went leaves the process too: the close then makes its own records in room
             // the system has, not above the sheets' high-water mark.
             oRelease.fnContents = [this] {
@@ -1934,7 +1939,14 @@ void xlWorkbook::SaveInFormat(const std::string& sPath, long lFormat, bool bClos
                 for (long i = 1; i <= oSheets_.Count(); ++i)
                     oSheets_.Item(i).ReleaseNames();
             };
-            SaveWorkbookFile(*this, sPath, oRelease);
+            try {
+                SaveWorkbookFile(*this, sPath, oRelease);
+            } catch (...) {
+                // A sheet that has let go of its rows can never be written whole again: the
+                // workbook is closed, so that no later save writes it without them.
+                if (bLetGo) bClosed_ = true;
+                throw;
+            }
         } else {
             SaveWorkbookFile(*this, sPath);
         }

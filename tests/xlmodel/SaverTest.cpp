@@ -642,6 +642,41 @@ TEST(Saver, ASheetIsHandedBackOnceWrittenTheNamesBeforeTheCloseAndAFailureFailsT
     EXPECT_EQ(Entries(d.Str()), std::set<std::string>{"a.xlsx"});
 }
 
+// A closing save that stops after the first sheet let go of its rows leaves the workbook
+// closed: no later save can write it without them.
+TEST(Saver, ACloseThatStopsAfterASheetWentLeavesTheWorkbookClosed) {
+    testutil::TempDir d;
+    for (const bool bStopInSecond : {false, true}) {
+        SCOPED_TRACE(bStopInSecond);
+        xl::xlWorkbook book;
+        book.SaveAs(d.File("Export.xlsx"));
+        const std::string sBefore = testutil::ReadFile(d.File("Export.xlsx"));
+        for (long i = 1; i <= 2; ++i) {
+            xlWorksheet& ws = i == 1 ? book.Worksheets()(1) : book.Worksheets().Add();
+            for (long r = 1; r <= 3000; ++r)
+                ws.Cells(r, 1).Value(Scrambled(r));
+        }
+        // The first sheet's rows are 1 to 3,000 of the save's count.
+        const long lStopAt = bStopInSecond ? 5000 : 2000;
+        book.OnSaveProgress = [&](long lDone, long) {
+            if (lDone >= lStopAt) RaiseError(errUserInterrupt);
+        };
+        EXPECT_RUN_ERROR(book.Close(true), errUserInterrupt);
+        EXPECT_EQ(book.IsClosed(), bStopInSecond);
+        if (bStopInSecond) {
+            EXPECT_RUN_ERROR(book.Save(), errAppDefined);
+        } else {
+            // Nothing went: the workbook can still be saved whole.
+            book.OnSaveProgress = nullptr;
+            book.Close(true);
+            EXPECT_NE(DumpText(d.File("Export.xlsx")).find(Scrambled(3000)), std::string::npos);
+            continue;
+        }
+        EXPECT_EQ(testutil::ReadFile(d.File("Export.xlsx")), sBefore);
+        EXPECT_EQ(Entries(d.Str()), std::set<std::string>{"Export.xlsx"});
+    }
+}
+
 TEST(Saver, ASaveLeavesNoFileOpenWhetherItEndsOrStops) {
     testutil::TempDir d;
     xl::xlWorkbook book;

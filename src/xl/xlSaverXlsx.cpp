@@ -1042,18 +1042,16 @@ std::unordered_map<std::string, uintmax_t> PartSizes(const std::string& sFile) {
     return map;
 }
 
-// What is to happen to each sheet the writer has taken, but the last, runs on a thread of its
-// own beside the writing of the next one; a failure there is raised once the sheets are written.
-class SheetsTaken {
+// Runs a release beside the writing: on a thread of its own, or at once when no thread can be
+// had. The first failure is kept for Finish, so that a failed write is raised before it.
+class ReleaseBeside {
 public:
-    explicit SheetsTaken(const std::function<void(long)>& fn) : fn_(fn) {}
-    ~SheetsTaken() { Join(); }
-    void Taken(long lSheet, long lCount) {
-        if (!fn_ || lSheet == lCount) return;  // the last one goes with the workbook's rest
+    ~ReleaseBeside() { Join(); }
+    void Run(const std::function<void()>& fn) {
         Join();
-        auto fnRun = [this, lSheet] {
+        auto fnRun = [this, fn] {
             try {
-                fn_(lSheet);
+                fn();
             } catch (...) {
                 if (!pFailure_) pFailure_ = std::current_exception();
             }
@@ -1064,16 +1062,15 @@ public:
             fnRun();
         }
     }
+    void Join() {
+        if (thread_.joinable()) thread_.join();
+    }
     void Finish() {
         Join();
         if (pFailure_) std::rethrow_exception(pFailure_);
     }
 
 private:
-    void Join() {
-        if (thread_.joinable()) thread_.join();
-    }
-    const std::function<void(long)>& fn_;
     std::exception_ptr pFailure_;
     std::thread thread_;
 };
@@ -1090,10 +1087,14 @@ void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::str
     std::vector<uintmax_t> arrRows;
     std::optional<NameCalls> oNames;
     try {
-        SheetsTaken oSheetsTaken(oRelease.fnSheet);
+        // Each sheet but the last goes beside the writing of the next; the last goes with the
+        // rest of the workbook.
+        ReleaseBeside oSheetRelease;
         const long lSheets = oBook.Worksheets().Count();
-        WriteSheets(sink, oBook, [&](long i) { oSheetsTaken.Taken(i, lSheets); });
-        oSheetsTaken.Finish();
+        WriteSheets(sink, oBook, [&](long i) {
+            if (oRelease.fnSheet && i < lSheets) oSheetRelease.Run([&, i] { oRelease.fnSheet(i); });
+        });
+        oSheetRelease.Finish();
         oNames.emplace(oBook.Worksheets());
         sink.CheckRowFiles();
         // Closing copies each sheet's rows into the sheet's part, a temporary file of its own,
@@ -1114,22 +1115,8 @@ void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::str
     // The writer holds all it needs of the workbook now, the names apart: what is to happen once
     // it has taken it (letting go of the sheets' contents, their names excepted) runs beside the
     // hand-over of the names and the close, which compresses on one core.
-    std::exception_ptr pTakenFailure;
-    std::thread oTaken;
-    if (oRelease.fnContents) {
-        auto fnRun = [&] {
-            try {
-                oRelease.fnContents();
-            } catch (...) {
-                pTakenFailure = std::current_exception();
-            }
-        };
-        try {
-            oTaken = std::thread(fnRun);
-        } catch (const std::system_error&) {
-            fnRun();  // no thread to be had: it runs before the close
-        }
-    }
+    ReleaseBeside oContentsRelease;
+    if (oRelease.fnContents) oContentsRelease.Run(oRelease.fnContents);
     // The names go last, while the sheets let go of everything else: the writer's own record
     // of a name is many times larger. Once it has them, ours can go before the close.
     try {
@@ -1137,7 +1124,7 @@ void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::str
         oNames.reset();
         if (oRelease.fnNames) oRelease.fnNames();
     } catch (...) {
-        if (oTaken.joinable()) oTaken.join();
+        oContentsRelease.Join();
         sink.CloseRowFiles(true);
         throw;
     }
@@ -1147,13 +1134,13 @@ void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::str
     errno = 0;
     const lxw_error err = workbook_close(p);
     const int nErrno = errno;
-    if (oTaken.joinable()) oTaken.join();
+    oContentsRelease.Join();
     // A file that could not be written is the save's failure, whatever else went wrong.
     if (err != LXW_NO_ERROR) {
         if (nErrno != 0) modSaveFile::RaiseWriteFailure(nErrno);
         modSaveFile::RaiseWriteFailure(lxw_strerror(err));
     }
-    if (pTakenFailure) std::rethrow_exception(pTakenFailure);
+    oContentsRelease.Finish();
     // Should the disk have filled all the same (another writer, a quota), a sheet's part holds
     // fewer bytes than its rows.
     const auto mapSizes = PartSizes(sFile);

@@ -358,6 +358,8 @@ inline uint64_t CellKey(long lRow, long lCol) {
 // the workbook, "external:PATH" for a file, the address itself when it has a URL scheme, and
 // "file://PATH" for an absolute POSIX path.
 std::string LinkTarget(std::string_view sAddress, std::string_view sSubAddress);
+// An address that begins with a URL scheme ("https:", "mailto:"; "C:" is a drive).
+bool HasUrlScheme(std::string_view s);
 // A link's text in the store (made storable first), or xlHyperlinkEntry::kNoText for "".
 uint64_t LinkText(TextArena& oTexts, std::string_view s);
 // The length the writer checks against its limit (after escaping and the file:/// prefix).

@@ -358,16 +358,6 @@ bool IsValidDefinedName(const std::string& s) {
     return true;
 }
 
-bool HasUrlScheme(std::string_view s) {
-    if (s.empty() || !IsAsciiLetter(s[0])) return false;
-    size_t i = 1;
-    while (i < s.size() &&
-           (IsAsciiLetter(s[i]) || IsDigit(s[i]) || s[i] == '+' || s[i] == '-' || s[i] == '.')) {
-        ++i;
-    }
-    return i >= 2 && i < s.size() && s[i] == ':';  // "C:" is a drive, not a scheme
-}
-
 void ReplaceAll(std::string& s, const std::string& sFrom, const std::string& sTo) {
     for (size_t k = s.find(sFrom); k != std::string::npos; k = s.find(sFrom, k + sTo.size())) {
         s.replace(k, sFrom.size(), sTo);
@@ -407,6 +397,16 @@ std::string ColumnLetters(long lColumn) {
 }
 
 namespace detail {
+
+bool HasUrlScheme(std::string_view s) {
+    if (s.empty() || !IsAsciiLetter(s[0])) return false;
+    size_t i = 1;
+    while (i < s.size() &&
+           (IsAsciiLetter(s[i]) || IsDigit(s[i]) || s[i] == '+' || s[i] == '-' || s[i] == '.')) {
+        ++i;
+    }
+    return i >= 2 && i < s.size() && s[i] == ':';  // "C:" is a drive, not a scheme
+}
 
 size_t Utf16Length(std::string_view s) {
     size_t n = 0;

@@ -480,17 +480,6 @@ uint32_t ColumnUnits(double dWidth) {
     return static_cast<uint32_t>(static_cast<double>(lPixels) * 256 / 7);
 }
 
-bool HasUrlScheme(const std::string& s) {
-    auto bAlpha = [](char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); };
-    if (s.empty() || !bAlpha(s[0])) return false;
-    size_t i = 1;
-    while (i < s.size() && (bAlpha(s[i]) || (s[i] >= '0' && s[i] <= '9') || s[i] == '+' ||
-                            s[i] == '-' || s[i] == '.')) {
-        ++i;
-    }
-    return i >= 2 && i < s.size() && s[i] == ':';  // "C:" is a drive, not a scheme
-}
-
 // Class identifiers of the hyperlink object and its monikers, in file byte order.
 constexpr uint8_t kStdLink[16] = {0xD0, 0xC9, 0xEA, 0x79, 0xF9, 0xBA, 0xCE, 0x11,
                                   0x8C, 0x82, 0x00, 0xAA, 0x00, 0x4B, 0xA9, 0x0B};
@@ -537,7 +526,7 @@ Bytes HLinkRecord(const xlHyperlinkEntry& e) {
     } else if (a.rfind("\\\\", 0) == 0) {
         b.U32(kHasMoniker | kIsAbsolute | kMonikerSavedAsStr | lLocation);
         b.HyperlinkString(biff::Utf16(a));
-    } else if (HasUrlScheme(a) || (a[0] == '/' && !(a.size() >= 2 && a[1] == '/'))) {
+    } else if (detail::HasUrlScheme(a) || (a[0] == '/' && !(a.size() >= 2 && a[1] == '/'))) {
         // An absolute POSIX path becomes a file URL, which spreadsheet applications open.
         const std::u16string u = biff::Utf16(a[0] == '/' ? FileUrl(a) : a);
         b.U32(kHasMoniker | kIsAbsolute | lLocation);

@@ -246,10 +246,8 @@ clsItemUses clsBldExcel::CollectItemUses() {
             const size_t k = static_cast<size_t>(i);
             arrItemOf[k] = it->second;
             // A collection gives only its objects at level 0 a detail block.
-            if (oItem.lBlock < 0 && (m.IsStructure == 1 || rec.Level == 0)) {
-                oItem.lBlock = i;
+            if (oItem.sAnchor.empty() && (m.IsStructure == 1 || rec.Level == 0))
                 oItem.sAnchor = AnchorNameOf(i);
-            }
 
             const long nLevel = std::max<long>(rec.Level, 0);
             if (static_cast<size_t>(nLevel) > arrOpen.size()) {

@@ -11,8 +11,9 @@ struct clsViewItem {
     std::string sId;
     std::string sRev;
     std::string sDesc;
-    long lBlock = -1;       // the object whose detail block the item's links lead to, -1 none
-    std::string sAnchor;    // that block's anchor name, "" when there is none
+    // The anchor name of the first of its objects that has a detail block, where its links
+    // lead; "" when none has one.
+    std::string sAnchor;
     double dTotal = 0;      // the quantity the structure needs, summed over every path to it
     bool bUnknown = false;  // a quantity on a path to it is not a number: the total is unknown
     std::vector<size_t> arrUses;  // its distinct uses, in the order they first appear

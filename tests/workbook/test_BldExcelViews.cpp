@@ -586,8 +586,7 @@ TEST_F(ViewsTest, AViewLongerThanItsSheetContinuesOnNewSheets) {
         o.sId = "P-" + std::to_string(i);
         o.sRev = "A";
         o.sDesc = "part";
-        o.lBlock = i % 2 ? 2 : -1;  // every other one has a block to lead to
-        o.sAnchor = i % 2 ? sAnchor : "";
+        o.sAnchor = i % 2 ? sAnchor : "";  // every other one has a block to lead to
         o.dTotal = static_cast<double>(i);
         o.arrUses = {static_cast<size_t>(i)};
         u.arrItems.push_back(o);

@@ -188,4 +188,20 @@ std::string ExamplesDir() {
     return std::string(ORV_SOURCE_DIR) + "/examples";
 }
 
+std::string CommandOutput(const std::string& sCmd, int* pStatus) {
+    std::string s;
+    FILE* p = popen(sCmd.c_str(), "r");
+    if (!p) {
+        if (pStatus) *pStatus = -1;
+        return s;
+    }
+    char buf[65536];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, p)) > 0)
+        s.append(buf, n);
+    const int rc = pclose(p);
+    if (pStatus) *pStatus = rc;
+    return s;
+}
+
 }  // namespace testutil

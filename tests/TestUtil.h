@@ -63,6 +63,10 @@ std::string NamesIn(const std::filesystem::path& dir);
 // with ",": none once a save is over.
 std::string OpenFilesIn(const std::filesystem::path& dir);
 
+// What a shell command writes to its standard output; with pStatus, its exit status (as
+// pclose gives it; -1 when the command could not be run).
+std::string CommandOutput(const std::string& sCmd, int* pStatus = nullptr);
+
 // The repository's folders.
 std::string SourceDir();
 std::string ExamplesDir();

@@ -41,14 +41,8 @@ namespace {
 std::string DumpText(const std::string& sFile) {
     const std::string sCmd = "/usr/bin/python3 '" + testutil::SourceDir() +
                              "/tests/xlmodel/dump_xlsx.py' '" + sFile + "' 2>&1";
-    FILE* p = popen(sCmd.c_str(), "r");
-    if (!p) throw std::runtime_error("cannot run dump_xlsx.py");
-    std::string s;
-    char buf[65536];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0)
-        s.append(buf, n);
-    const int rc = pclose(p);
+    int rc = 0;
+    const std::string s = testutil::CommandOutput(sCmd, &rc);
     if (rc != 0) throw std::runtime_error("dump_xlsx.py failed: " + s);
     return s;
 }

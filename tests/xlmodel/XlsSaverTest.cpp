@@ -35,14 +35,8 @@ namespace {
 Value Dump(const std::string& sFile) {
     const std::string sCmd = "/usr/bin/python3 '" + testutil::SourceDir() +
                              "/tests/xlmodel/dump_xls.py' '" + sFile + "' 2>&1";
-    FILE* p = popen(sCmd.c_str(), "r");
-    if (!p) throw std::runtime_error("cannot run dump_xls.py");
-    std::string s;
-    char buf[65536];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0)
-        s.append(buf, n);
-    const int rc = pclose(p);
+    int rc = 0;
+    const std::string s = testutil::CommandOutput(sCmd, &rc);
     if (rc != 0) throw std::runtime_error("dump_xls.py failed: " + s);
     Value v = jsonlite::Parse(s);
     std::string sProblems;

@@ -112,7 +112,7 @@ tsan: deps
 	  $(TSAN_DIR)/tests/test_reliability --gtest_filter='*Concurrent*'
 	$(call reports_env,$(TSAN_DIR)) \
 	TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=$(CURDIR)/tests/reliability/tsan.supp \
-	  $(TSAN_DIR)/tests/test_xlmodel --gtest_filter='Saver.*:Spool.*'
+	  $(TSAN_DIR)/tests/test_xlmodel --gtest_filter='Saver.*:Spool.*:WriteAhead.*'
 
 deps-fuzz:
 	$(call install_missing,$(FUZZ_PACKAGES))

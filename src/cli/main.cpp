@@ -503,9 +503,12 @@ int main(int argc, char** argv) {
         return oRun.Run(nThreads);
     }
 
-    // One export: its threads (the export's and the writer's) share one heap, so the memory the
-    // parse gives back serves the writer too.
-    ::mallopt(M_ARENA_MAX, 1);
+    // One export: the export's thread and the file writer's, which takes the rows while they
+    // are laid out, have a heap each, so that neither waits for the other's allocations. Blocks
+    // of a quarter megabyte and more are mapped on their own and go back to the system when
+    // freed, instead of raising the heaps' high-water mark (the model's growing row lists).
+    ::mallopt(M_ARENA_MAX, 2);
+    ::mallopt(M_MMAP_THRESHOLD, 256 * 1024);
     auto oExport = CreateExportExcel();
     oExport->SetViews(oViews);
     ProgressLine oProgress(!bQuiet && ::isatty(STDERR_FILENO) == 1);

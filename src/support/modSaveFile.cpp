@@ -124,6 +124,12 @@ long SweepStaleTempFiles(const fs::path& dir, fs::file_time_type tNow) {
 void WriteThroughTempFile(
     const std::string& sPath,
     const std::function<void(const std::string& sTempFile, const std::string& sFolder)>& fnWrite) {
+    WriteThroughTempFile(sPath, std::string(), fnWrite);
+}
+
+void WriteThroughTempFile(
+    const std::string& sPath, const std::string& sTempFile,
+    const std::function<void(const std::string& sTempFile, const std::string& sFolder)>& fnWrite) {
     std::error_code ec;
     const fs::path target = fs::absolute(fs::path(sPath), ec);
     if (ec || sPath.empty() || target.filename().empty()) RaiseError(modConst::errAppDefined);
@@ -133,7 +139,7 @@ void WriteThroughTempFile(
     if (ec) throw clsWriteError(target.string(), ec.message());
 
     SweepStaleTempFiles(dir);
-    const fs::path tmp = TempNameBeside(target);
+    const fs::path tmp = sTempFile.empty() ? TempNameBeside(target) : fs::path(sTempFile);
     try {
         fnWrite(tmp.string(), dir.string());
         if (SaveFaultFn fn = g_pSaveFault.load()) {

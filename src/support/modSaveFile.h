@@ -63,6 +63,12 @@ void WriteThroughTempFile(
     const std::string& sPath,
     const std::function<void(const std::string& sTempFile, const std::string& sFolder)>& fnWrite);
 
+// The same under a temporary name chosen before (TempNameBeside): a writer that began the file
+// earlier, in the same folder, completes it in fnWrite.
+void WriteThroughTempFile(
+    const std::string& sPath, const std::string& sTempFile,
+    const std::function<void(const std::string& sTempFile, const std::string& sFolder)>& fnWrite);
+
 // A test seam, unset in the library and the tool: when set, it is asked with the target's path
 // once a temporary file is complete, and an error number it returns fails that save as if the
 // writer's last write had failed with it.

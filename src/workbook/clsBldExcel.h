@@ -100,6 +100,9 @@ public:
     void AddAnchorLink(long nRow, long nCol, const std::string& sAnchor);
     void AddAnchorLink(xl::xlWorksheet& oSheet, long nRow, long nCol, const std::string& sAnchor);
     bool FillHyperlinkCollect();
+    // Lets the first sheet's rows go to the file's writer while the blocks are filled, with
+    // what the sheet gets once they are placed promised first.
+    void WriteAheadOfBlocks();
 
     // Caption bands, merging and the level sheet.
     bool FillCaption(long nRow, long nFirstCol, long nLastCol, long nInteriorColor,
@@ -202,4 +205,6 @@ private:
     std::string sSaveFailure_;
     // Views read some of the objects' data after the blocks, which let go of the rest.
     bool bViewsReadRecords_ = false;
+    // The main panel's links are promised, not made (WriteAheadOfBlocks).
+    bool bPromiseLinks_ = false;
 };

@@ -200,7 +200,34 @@ bool clsBldExcel::FillHyperlinkCollect() {
 // through that sheet and the name's first cell. Past the hyperlinks a sheet holds, the cell
 // holds a HYPERLINK formula that shows its text and leads to the block's first cell.
 void clsBldExcel::AddAnchorLink(long nRow, long nCol, const std::string& sAnchor) {
+    if (bPromiseLinks_) {
+        // Made once the blocks are placed: a block on this sheet is reached by its name.
+        xl::xlWorksheet& oSheet = Sheet();
+        oSheet.Hyperlinks().Promise(oSheet.Cells(nRow, nCol), "", sAnchor);
+        return;
+    }
     AddAnchorLink(Sheet(), nRow, nCol, sAnchor);
+}
+
+// The rows of the first sheet may reach the file's writer while the blocks are still being
+// filled, as the sheet will show them once it is done: the top alignment of its page set-up and
+// the main panel's links are promised first (and made as ever once the blocks are placed). A
+// sheet that ends otherwise, its blocks continued on new sheets or its build stopped, is written
+// from the workbook at the save.
+void clsBldExcel::WriteAheadOfBlocks() {
+    TrapRunVoid(ctx_, "clsBldExcel", "WriteAheadOfBlocks", [&] {
+        xl::xlWorksheet& oSheet = Sheet();
+        oSheet.WriteAhead();
+        if (!oSheet.WritesAhead()) return;
+        oSheet.PromiseVerticalAlignment(modConst::xlTop);
+        bPromiseLinks_ = true;
+        if (ctx_.Model.IsStructure == 1) {
+            FillHyperlinkStruct();
+        } else {
+            FillHyperlinkCollect();
+        }
+        bPromiseLinks_ = false;
+    });
 }
 
 // The same for a cell of any sheet: a block on the cell's own sheet through its name, one on

@@ -209,6 +209,7 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
     std::vector<xlWorksheet*> arrNew;
     if (plan.arrParts.empty()) return arrNew;
     if (!pBook_) Fail();
+    d.StopWriteAhead();
 
     // The part that a row of the long sheet goes to (0: this sheet; kLeftOut: a title row past
     // the sheet's end, which the new sheets repeat) and its row there.

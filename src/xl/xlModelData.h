@@ -449,6 +449,28 @@ struct xlWorksheet::Impl {
     void FlushSpool();
     void UnspoolAll();
 
+    // The file's writer that takes the rows ahead of the save (xlWorksheet::WriteAhead), and
+    // what is promised to the rows it takes: format changes of all cells, in order, and links
+    // by cell, their texts in the store.
+    detail::WriteAhead* pAhead = nullptr;
+    std::vector<uint32_t> arrPromisedChanges;
+    struct PromisedLink {
+        uint64_t lKey;  // detail::CellKey
+        uint64_t lAddress;
+        uint64_t lSubAddress;
+    };
+    std::vector<PromisedLink> arrPromisedLinks;  // those for rows the writer has not taken
+    size_t lPromisedLinks = 0;                   // all promised
+    // The format lStyle takes from the promised changes.
+    uint32_t Promised(uint32_t lStyle);
+    // Row lRow as it will show once the promises are kept: its promised links give their cells
+    // the look of a link (from arrPromisedLinks[lNextLink] on, which it moves past the row's),
+    // then the promised changes apply to it all. False when a promised link's cell has no text
+    // of its own: adding the link will write one.
+    bool ApplyPromises(detail::Row& o, long lRow, size_t& lNextLink);
+    // The writer stops for good: the rows it took are no longer what the sheet will show.
+    void StopWriteAhead();
+
     // The window and the outline: rows and columns frozen at the top and left, the AutoFilter
     // (row1, col1, row2, col2; row1 0 when there is none), where outline summary rows stand.
     long lFrozenRows = 0;
@@ -501,6 +523,14 @@ struct xlWorksheet::Impl {
 namespace detail {
 // The last column of a row holding a cell that shows something, 0 when none does.
 long LastShownColumn(const xlWorksheet::Impl& d, const Row& o);
+
+// The writer behind xlWorksheet::WriteAhead (xlSaverXlsx.cpp). Begins the file of the sheet's
+// workbook with the sheet (null when it cannot be begun: the save then writes it as ever);
+// takes the sheet's rows up to lTo, final now, on the sheet's thread (those from lFrom go to the
+// spool, those before stay in memory); stops for good.
+std::shared_ptr<WriteAhead> BeginWriteAhead(const xlWorkbook& oBook, xlWorksheet& oSheet);
+void WriteAheadRows(WriteAhead& o, long lFrom, long lTo);
+void StopWriteAhead(WriteAhead& o);
 }  // namespace detail
 
 // Writes, one line each, the calls that saving the workbook makes to the file writer, in the

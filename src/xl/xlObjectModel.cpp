@@ -170,6 +170,12 @@ xlStyleChange MakeChange(xlStyleChange::Kind e, long lValue) {
     return c;
 }
 
+// The look a cell takes from a link: underlined, in the link's colour.
+uint32_t LinkLook(xlStyleTable& t, uint32_t lStyle) {
+    return t.Apply(t.Apply(lStyle, t.InternChange(MakeChange(xlStyleChange::kUnderline, 1))),
+                   t.InternChange(MakeChange(xlStyleChange::kFontColor, 5)));
+}
+
 inline void HashMix(size_t& h, size_t v) {
     h ^= v + 0x9e3779b97f4a7c15ULL + (h << 6) + (h >> 2);
 }
@@ -1547,10 +1553,85 @@ void xlHyperlinks::Add(const xlRange& oAnchor, const std::string& sAddress,
     } else if (oCell.eType == kEmpty) {
         d.SetValue(oCell, sAddress.empty() ? sSubAddress : sAddress);
     }
-    xlStyleTable& t = *d.pStyles;
-    oCell.lStyle =
-        t.Apply(t.Apply(oCell.lStyle, t.InternChange(MakeChange(xlStyleChange::kUnderline, 1))),
-                t.InternChange(MakeChange(xlStyleChange::kFontColor, 5)));
+    oCell.lStyle = LinkLook(*d.pStyles, oCell.lStyle);
+}
+
+void xlHyperlinks::Promise(const xlRange& oAnchor, const std::string& sAddress,
+                           const std::string& sSubAddress) {
+    if (oAnchor.Sheet() != pSheet_) Fail();
+    xlWorksheet::Impl& d = pSheet_->Data();
+    // Rows that went ahead were written without it.
+    if (d.SpoolFirst() != 0) d.StopWriteAhead();
+    if (!d.pAhead || (sAddress.empty() && sSubAddress.empty())) return;
+    const uint64_t k = detail::CellKey(oAnchor.Row(), oAnchor.Column());
+    // Out of order, or more links than the sheet holds: its blocks will continue elsewhere.
+    if ((!d.arrPromisedLinks.empty() && d.arrPromisedLinks.back().lKey >= k) ||
+        d.mapLinks.size() + d.lPromisedLinks >= static_cast<size_t>(xlMaxHyperlinks)) {
+        d.StopWriteAhead();
+        return;
+    }
+    d.arrPromisedLinks.push_back(
+        {k, detail::LinkText(d.oText, sAddress), detail::LinkText(d.oText, sSubAddress)});
+    ++d.lPromisedLinks;
+}
+
+void xlWorksheet::WriteAhead() {
+    Impl& d = *pImpl_;
+    // The first sheet of an .xlsx workbook, before any of its rows went to the spool.
+    if (!pBook_ || !d.bStream || d.pAhead || d.SpoolFirst() != 0 || pBook_->pAhead_) return;
+    if (pBook_->FileFormat() != xlOpenXMLWorkbook || &pBook_->Worksheets().Item(1) != this) return;
+    std::shared_ptr<detail::WriteAhead> p = detail::BeginWriteAhead(*pBook_, *this);
+    if (!p) return;
+    d.pAhead = p.get();
+    pBook_->pAhead_ = std::move(p);
+}
+
+bool xlWorksheet::WritesAhead() const {
+    return pImpl_->pAhead != nullptr;
+}
+
+void xlWorksheet::PromiseVerticalAlignment(long lAlign) {
+    if (!IsVerticalAlignment(lAlign)) Fail();
+    Impl& d = *pImpl_;
+    if (d.SpoolFirst() != 0) d.StopWriteAhead();
+    if (!d.pAhead) return;
+    d.arrPromisedChanges.push_back(
+        d.pStyles->InternChange(MakeChange(xlStyleChange::kVertical, lAlign)));
+}
+
+uint32_t xlWorksheet::Impl::Promised(uint32_t lStyle) {
+    if (lStyle == kUnformatted) return lStyle;
+    for (uint32_t lChange : arrPromisedChanges)
+        lStyle = pStyles->Apply(lStyle, lChange);
+    return lStyle;
+}
+
+bool xlWorksheet::Impl::ApplyPromises(RowRec& o, long lRow, size_t& lNextLink) {
+    bool bKept = true;
+    const uint64_t kFirst = detail::CellKey(lRow, 0), kEnd = detail::CellKey(lRow + 1, 0);
+    while (lNextLink < arrPromisedLinks.size() && arrPromisedLinks[lNextLink].lKey < kFirst)
+        ++lNextLink;
+    for (; lNextLink < arrPromisedLinks.size() && arrPromisedLinks[lNextLink].lKey < kEnd;
+         ++lNextLink) {
+        const long lCol = static_cast<long>(arrPromisedLinks[lNextLink].lKey & 0xFFFF);
+        auto it = std::lower_bound(o.arrCells.begin(), o.arrCells.end(), lCol,
+                                   [](const Cell& c, long n) { return c.nCol < n; });
+        if (it == o.arrCells.end() || it->nCol != lCol || it->eType == kEmpty) {
+            bKept = false;
+            continue;
+        }
+        it->lStyle = LinkLook(*pStyles, it->lStyle);
+    }
+    if (arrPromisedChanges.empty()) return bKept;
+    o.lStyle = Promised(o.lStyle);
+    for (Cell& c : o.arrCells)
+        c.lStyle = Promised(c.lStyle);
+    return bKept;
+}
+
+void xlWorksheet::Impl::StopWriteAhead() {
+    if (pAhead) detail::StopWriteAhead(*pAhead);
+    pAhead = nullptr;
 }
 
 const xlNameEntry* xlNames::Find(const std::string& sName) const {
@@ -1912,6 +1993,10 @@ void xlWorkbook::Save() {
 }
 
 void xlWorkbook::SaveInFormat(const std::string& sPath, long lFormat, bool bClosing) {
+    // The file begun ahead of the save is this save's, or dropped.
+    std::shared_ptr<detail::WriteAhead> pAhead = std::move(pAhead_);
+    if (pAhead && (lFormat == xlExcel8 || sPath != sFullName_)) pAhead.reset();
+    bWroteAhead_ = false;
     // Rows past a sheet's end are written only once they continue on sheets of their own.
     for (long i = 1; i <= oSheets_.Count(); ++i) {
         xlWorksheet::Impl& d = oSheets_.Item(i).Data();
@@ -1940,7 +2025,7 @@ void xlWorkbook::SaveInFormat(const std::string& sPath, long lFormat, bool bClos
                     oSheets_.Item(i).ReleaseNames();
             };
             try {
-                SaveWorkbookFile(*this, sPath, oRelease);
+                bWroteAhead_ = SaveWorkbookFile(*this, sPath, oRelease, std::move(pAhead));
             } catch (...) {
                 // A sheet that has let go of its rows can never be written whole again: the
                 // workbook is closed, so that no later save writes it without them.
@@ -1948,7 +2033,7 @@ void xlWorkbook::SaveInFormat(const std::string& sPath, long lFormat, bool bClos
                 throw;
             }
         } else {
-            SaveWorkbookFile(*this, sPath);
+            bWroteAhead_ = SaveWorkbookFile(*this, sPath, {}, std::move(pAhead));
         }
         return;
     }

@@ -23,6 +23,10 @@
 
 namespace xl {
 
+namespace detail {
+class WriteAhead;
+}
+
 // A cell value: empty, text or a number.
 using xlVariant = std::variant<std::monostate, std::string, double>;
 
@@ -265,6 +269,11 @@ public:
              const std::optional<std::string>& sTextToDisplay = std::nullopt);
     long Count() const;
     const std::vector<xlHyperlinkEntry>& Items() const { return arr_; }
+    // Promises that Add(oAnchor, sAddress, sSubAddress) is called for this cell once the rows
+    // that go ahead are filled (see xlWorksheet::WriteAhead); nothing is added now. Promised
+    // cells come in row order.
+    void Promise(const xlRange& oAnchor, const std::string& sAddress,
+                 const std::string& sSubAddress);
 
 private:
     xlWorksheet* pSheet_;
@@ -391,6 +400,19 @@ public:
     // to a new sheet: an .xlsx workbook only, once it has its place (SaveAs). Its rows can then
     // neither be changed nor read, except by whole-sheet format changes (1004).
     void StreamFinishedBlocks();
+    // From here on, the rows that go to the spool go to the file's writer as well, ahead of the
+    // save, on a thread of its own, with the rows above them first: the first sheet of an .xlsx
+    // workbook that streams its finished blocks. The rows are written as the sheet will show them
+    // once filled: with the format change promised for all its cells (PromiseVerticalAlignment)
+    // and the links promised for its cells (xlHyperlinks::Promise), but neither applied. The save
+    // completes that file when the sheet ended as promised, with nothing else changed in the
+    // rows it took and no rows moved to other sheets; else it drops the file and writes the
+    // workbook from the model, as without this.
+    void WriteAhead();
+    bool WritesAhead() const;
+    // Promises that VerticalAlignment(lAlign) is applied to all the sheet's cells (Cells()) once
+    // the rows that go ahead are filled (see WriteAhead).
+    void PromiseVerticalAlignment(long lAlign);
     // Every row, merged area and link of the sheet goes (its workbook closes); then, once the
     // writer has them, its defined names.
     void ReleaseContents();
@@ -449,6 +471,8 @@ public:
     bool IsClosed() const { return bClosed_; }
     // xlOpenXMLWorkbook (51), or xlExcel8 (56) once saved under a name ending in ".xls".
     long FileFormat() const { return lFileFormat_; }
+    // The last save completed the file its writer began ahead (xlWorksheet::WriteAhead).
+    bool LastSaveWroteAhead() const { return bWroteAhead_; }
 
     // The formats of all cells of the workbook's sheets, each distinct one held once.
     const std::shared_ptr<xlStyleTable>& Styles() const { return pStyles_; }
@@ -466,6 +490,11 @@ private:
     std::string sFullName_;
     bool bClosed_ = false;
     long lFileFormat_ = modConst::xlOpenXMLWorkbook;
+    bool bWroteAhead_ = false;
+    friend class xlWorksheet;
+    // The file the writer began ahead of the save (xlWorksheet::WriteAhead); last, so that it
+    // stops before anything it reads goes.
+    std::shared_ptr<detail::WriteAhead> pAhead_;
 
     // With bClosing the sheets' contents go once the writer has them (an .xlsx only).
     void SaveInFormat(const std::string& sPath, long lFormat, bool bClosing = false);
@@ -515,8 +544,11 @@ struct xlSaveRelease {
     std::function<void()> fnNames;
 };
 // What a release raises is the save's failure, raised once the writing it ran beside is over.
-void SaveWorkbookFile(const xlWorkbook& oBook, const std::string& sPath,
-                      const xlSaveRelease& oRelease = {});
+// With pAhead, the file that writer began is completed instead, when the sheet it took rows of
+// ended as promised (the result is then true); else it is dropped first.
+bool SaveWorkbookFile(const xlWorkbook& oBook, const std::string& sPath,
+                      const xlSaveRelease& oRelease = {},
+                      std::shared_ptr<detail::WriteAhead> pAhead = nullptr);
 
 // Writes a workbook to an Excel 97-2003 (.xls) file: BIFF8 records in an OLE2 compound file
 // (xlSaverXls.cpp). The workbook must fit the format's limits. Raises 1004 when the file cannot

@@ -204,6 +204,17 @@ void xlWorksheet::Impl::SpoolFinishedBlocks() {
         pSpool = std::make_shared<detail::RowSpool>(p);
         bSpoolOwner = true;
     }
+    if (pAhead) {
+        // A sheet past its last row, or past the links or names it holds with the links still
+        // to come, continues on new sheets: its rows move, and cannot go ahead.
+        if (lTo > lMaxRows ||
+            mapLinks.size() + lPromisedLinks > static_cast<size_t>(xlMaxHyperlinks) ||
+            mapNames.size() > static_cast<size_t>(xlMaxLocalNames)) {
+            StopWriteAhead();
+        } else {
+            detail::WriteAheadRows(*pAhead, lFrom, lTo);
+        }
+    }
     for (long r = lFrom; r <= lTo; ++r) {
         const detail::Row& o = arrRows[static_cast<size_t>(r - 1)];
         if (!pSpool->Write(r, o, detail::LastShownColumn(*this, o))) {
@@ -234,6 +245,8 @@ void xlWorksheet::Impl::FlushSpool() {
 
 void xlWorksheet::Impl::UnspoolAll() {
     bStream = false;
+    // Rows that come back may change again.
+    StopWriteAhead();
     if (!pSpool) return;
     // Rows that went on to other sheets cannot come back (a continuation flushes them first).
     if (!bSpoolOwner || lSpoolCut != std::numeric_limits<long>::max()) RaiseError(errAppDefined);

@@ -21,6 +21,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <deque>
 #include <exception>
 #include <filesystem>
@@ -30,6 +31,7 @@
 #include <string_view>
 #include <system_error>
 #include <thread>
+#include <type_traits>
 #include <unordered_map>
 #include <vector>
 
@@ -481,7 +483,8 @@ public:
     void Row() {
         if (++lDone_ % kEvery == 0) Report();
     }
-    void Skip(long n) {
+    // Rows the writer took ahead of the save: counted now, a thousand at a time as ever.
+    void Advance(long n) {
         for (long i = 0; i < n; ++i)
             Row();
     }
@@ -537,7 +540,8 @@ void WriteColumns(Sink& sink, const xlWorksheet::Impl& d, Formats<Sink>& fmts) {
 
 // What the writer is to write of a run of rows, prepared on the saving thread: each row's height
 // and format, the merged areas that start on it and its cells, with formats as the model's ids.
-// The texts stay in the workbook's store, which nothing changes during a save.
+// The texts stay where the workbook's store keeps them: a text once stored never moves, and
+// nothing changes it.
 struct RowBatch {
     enum class Kind : uint8_t { String, Number, Blank, Formula, Url, UrlNumber };
     struct CellJob {
@@ -546,8 +550,8 @@ struct RowBatch {
         uint32_t lStyle;
         double dNumber;     // Number, UrlNumber
         const char* pText;  // String
-        uint32_t lPayload;  // Formula: its stored text
-        uint32_t lUrl;      // Url, UrlNumber: target, text and tip from here in arrStrings
+        uint32_t lUrl;      // Url, UrlNumber: target, text and tip from here in arrStrings;
+                            // Formula: the formula and the value it shows
     };
     struct RowJob {
         lxw_row_t nRow;
@@ -562,11 +566,18 @@ struct RowBatch {
     std::vector<std::array<long, 4>> arrMerges;
     std::vector<CellJob> arrCells;
     std::vector<std::string> arrStrings;
+    // Rows taken ahead of the save: the formats of the table from the last batch's count on,
+    // which the writer's thread copies before it writes the batch.
+    std::vector<xlStyle> arrNewStyles;
+    // The rows of the sheet read for this batch, those without anything to write included.
+    long lRowsPassed = 0;
     void Clear() {
+        lRowsPassed = 0;
         arrRows.clear();
         arrMerges.clear();
         arrCells.clear();
         arrStrings.clear();
+        arrNewStyles.clear();
     }
 };
 
@@ -577,11 +588,15 @@ class RowPipe {
 public:
     static constexpr size_t kRowsPerBatch = 512;
 
+    // A batch is emptied by the thread that filled it: what its texts took goes back to that
+    // thread's memory, without waiting for the other's.
     std::unique_ptr<RowBatch> Empty() {
         std::unique_lock<std::mutex> lk(m_);
         if (!arrFree_.empty()) {
             std::unique_ptr<RowBatch> p = std::move(arrFree_.back());
             arrFree_.pop_back();
+            lk.unlock();
+            p->Clear();
             return p;
         }
         lk.unlock();
@@ -607,7 +622,6 @@ public:
         return p;
     }
     void Recycle(std::unique_ptr<RowBatch> p) {
-        p->Clear();
         std::lock_guard<std::mutex> lk(m_);
         arrFree_.push_back(std::move(p));
     }
@@ -637,13 +651,12 @@ private:
 
 // Writes one batch through the sink, row by row in order, as the writer takes them.
 template <class Sink>
-void WriteBatch(Sink& sink, const xlWorksheet::Impl& d, Formats<Sink>& fmts, const RowBatch& b) {
+void WriteBatch(Sink& sink, const xlStyleTable& t, Formats<Sink>& fmts, const RowBatch& b) {
     uint32_t lMerge = 0, lCell = 0;
     for (const RowBatch::RowJob& o : b.arrRows) {
         const lxw_row_t rr = o.nRow;
         if (o.bRow) {
-            sink.Row(rr, o.dHeight,
-                     o.lStyle != kUnformatted ? fmts.For(*d.pStyles, o.lStyle) : Sink::kNone,
+            sink.Row(rr, o.dHeight, o.lStyle != kUnformatted ? fmts.For(t, o.lStyle) : Sink::kNone,
                      o.nOutline);
         }
         for (; lMerge < o.lMergeEnd; ++lMerge) {
@@ -653,7 +666,7 @@ void WriteBatch(Sink& sink, const xlWorksheet::Impl& d, Formats<Sink>& fmts, con
         }
         for (; lCell < o.lCellEnd; ++lCell) {
             const RowBatch::CellJob& c = b.arrCells[lCell];
-            const auto f = fmts.For(*d.pStyles, c.lStyle);
+            const auto f = fmts.For(t, c.lStyle);
             switch (c.eKind) {
                 case RowBatch::Kind::String:
                     sink.String(rr, c.nCol, c.pText, f);
@@ -664,12 +677,9 @@ void WriteBatch(Sink& sink, const xlWorksheet::Impl& d, Formats<Sink>& fmts, con
                 case RowBatch::Kind::Blank:
                     sink.Blank(rr, c.nCol, f);
                     break;
-                case RowBatch::Kind::Formula: {
-                    const std::string_view sStored = d.oText.Get(c.lPayload);
-                    sink.Formula(rr, c.nCol, std::string(detail::FormulaOf(sStored)), f,
-                                 std::string(detail::FormulaValueOf(sStored)));
+                case RowBatch::Kind::Formula:
+                    sink.Formula(rr, c.nCol, b.arrStrings[c.lUrl], f, b.arrStrings[c.lUrl + 1]);
                     break;
-                }
                 case RowBatch::Kind::Url:
                 case RowBatch::Kind::UrlNumber: {
                     const std::string& sTip = b.arrStrings[c.lUrl + 2];
@@ -684,17 +694,27 @@ void WriteBatch(Sink& sink, const xlWorksheet::Impl& d, Formats<Sink>& fmts, con
     }
 }
 
-// The writer's thread for the rows of one sheet. Whatever stops the saving thread (a failure,
-// an interrupted save) stops the writer before it goes; a failure of the writer reaches the
-// saving thread, which raises it as its own.
+// The writer's thread for rows taken ahead of the save (WriteAhead): the sheet's thread lays the
+// rows out and hands them over, this thread makes the writer's calls. Whatever stops the
+// sheet's thread stops the writer before it goes; a failure of the writer reaches the sheet's
+// thread at its next hand-over or at Finish.
 template <class Sink>
 class RowWriter {
 public:
-    RowWriter(Sink& sink, const xlWorksheet::Impl& d, Formats<Sink>& fmts)
-        : thread_([this, &sink, &d, &fmts] {
+    // The formats are those of t; with pCopy, those of a copy of the table that the batches
+    // bring up to date (rows taken ahead of the save, while the table still grows).
+    RowWriter(Sink& sink, const xlStyleTable& t, Formats<Sink>& fmts, xlStyleTable* pCopy = nullptr)
+        : thread_([this, &sink, &t, &fmts, pCopy] {
               try {
+                  // Room for the copy at once: a heap of this thread's own, where the process
+                  // has one for it, serves it from its start (see the command-line tool).
+                  if (pCopy) pCopy->arrStyles.reserve(256);
                   while (std::unique_ptr<RowBatch> p = pipe_.Next()) {
-                      WriteBatch(sink, d, fmts, *p);
+                      if (pCopy) {
+                          for (xlStyle& o : p->arrNewStyles)
+                              pCopy->arrStyles.push_back(std::move(o));
+                      }
+                      WriteBatch(sink, pCopy ? *pCopy : t, fmts, *p);
                       sink.CheckRows();
                       pipe_.Recycle(std::move(p));
                   }
@@ -716,6 +736,7 @@ public:
         if (!pBatch_) pBatch_ = pipe_.Empty();
         return *pBatch_;
     }
+    bool Full() const { return pBatch_ && pBatch_->arrRows.size() >= RowPipe::kRowsPerBatch; }
     // Hands the batch over once it holds enough rows (bAll: whatever it holds).
     void Send(bool bAll = false) {
         if (!pBatch_ || pBatch_->arrRows.empty()) return;
@@ -737,101 +758,191 @@ private:
     std::thread thread_;  // last: it starts once the rest is ready
 };
 
-// Writes the rows of a sheet; returns its used range (last row, last column; 0 when empty). This
-// thread reads each row (from the model or its spool), fits its height and finds its links; the
-// writer's thread writes the rows in order behind it.
+// The rows of one sheet at the save: fnRead reads and lays them out on a thread of its own and
+// puts them on the pipe in batches; this thread, the save's, takes them in order, counts them
+// for the progress and makes the writer's calls. So the writer's records are made on the
+// export's own thread, in the room the export gave back, and the progress and its interrupt
+// stay there too. A failure on either side stops the other.
+template <class Sink, class ReadFn>
+void WriteRowsReadBeside(Sink& sink, const xlStyleTable& t, Formats<Sink>& fmts,
+                         SaveProgress& oProgress, ReadFn&& fnRead) {
+    RowPipe pipe;
+    std::exception_ptr pError;
+    std::thread reader([&] {
+        try {
+            fnRead(pipe);
+            pipe.Close(false);
+        } catch (...) {
+            pError = std::current_exception();
+            pipe.Close(true);
+        }
+    });
+    try {
+        while (std::unique_ptr<RowBatch> p = pipe.Next()) {
+            oProgress.Advance(p->lRowsPassed);
+            WriteBatch(sink, t, fmts, *p);
+            sink.CheckRows();
+            pipe.Recycle(std::move(p));
+        }
+    } catch (...) {
+        pipe.Failed();
+        reader.join();
+        throw;
+    }
+    reader.join();
+    if (pError) std::rethrow_exception(pError);
+}
+
+// A cell's link as the writer takes it.
+struct LinkOut {
+    std::string_view sAddress, sSubAddress, sTip;
+};
+
+// Puts row r (given as o) on the batch: its height and format, the merged areas that start on it
+// (arrStart, nStart of them, in order), its cells, a linked one with its link (fnLink(column):
+// the link, or null) and a blank one only when it shows other than the cell without a record
+// (fnBackground(column)). pCovering: the merged areas that cover the row, for its height. False
+// when the row has nothing to write.
+template <class LinkFn, class BackgroundFn>
+bool PrepareRow(RowBatch& b, const xlWorksheet::Impl& d, const detail::RowFitter& oFitter, long r,
+                const RowRec& o, const std::vector<uint32_t>* pCovering,
+                const std::array<long, 4>* arrStart, size_t nStart, LinkFn&& fnLink,
+                BackgroundFn&& fnBackground) {
+    using Kind = RowBatch::Kind;
+    if (o.arrCells.empty() && o.lStyle == kUnformatted && o.nHeightTwips == detail::kNoHeight &&
+        o.nOutline == 0 && nStart == 0) {
+        return false;
+    }
+    // A row's own height wins; else the height its text needs, when more than standard.
+    double h = o.nHeightTwips != detail::kNoHeight ? o.nHeightTwips / 20.0 : 0;
+    if (h == 0 && !o.arrCells.empty()) h = oFitter.Fit(r, o, pCovering);
+    RowBatch::RowJob job{};
+    job.nRow = static_cast<lxw_row_t>(r - 1);
+    job.bRow = o.lStyle != kUnformatted || h != 0 || o.nOutline != 0;
+    job.nOutline = o.nOutline;
+    job.lStyle = o.lStyle;
+    job.dHeight = h != 0 ? h : d.dDefaultRowHeight;
+    b.arrMerges.insert(b.arrMerges.end(), arrStart, arrStart + nStart);
+    for (const Cell& c : o.arrCells) {
+        RowBatch::CellJob cj{};
+        cj.nCol = static_cast<lxw_col_t>(c.nCol - 1);
+        cj.lStyle = c.lStyle;
+        if (const LinkOut* pLink = fnLink(c.nCol)) {
+            cj.eKind = c.eType == detail::kNumber ? Kind::UrlNumber : Kind::Url;
+            cj.dNumber = c.eType == detail::kNumber ? c.Number() : 0;
+            cj.lUrl = static_cast<uint32_t>(b.arrStrings.size());
+            b.arrStrings.push_back(detail::LinkTarget(pLink->sAddress, pLink->sSubAddress));
+            b.arrStrings.push_back(CellText(d, c));
+            b.arrStrings.emplace_back(pLink->sTip);
+            b.arrCells.push_back(cj);
+            continue;
+        }
+        switch (c.eType) {
+            case detail::kText:
+                cj.eKind = Kind::String;
+                cj.pText = d.oText.CStr(c.lPayload);
+                break;
+            case detail::kNumber:
+                cj.eKind = Kind::Number;
+                cj.dNumber = c.Number();
+                break;
+            case detail::kFormula: {
+                cj.eKind = Kind::Formula;
+                cj.lUrl = static_cast<uint32_t>(b.arrStrings.size());
+                const std::string_view sStored = d.oText.Get(c.lPayload);
+                b.arrStrings.emplace_back(detail::FormulaOf(sStored));
+                b.arrStrings.emplace_back(detail::FormulaValueOf(sStored));
+                break;
+            }
+            default:
+                // A record that shows what the cell would show anyway is left out.
+                if (c.lStyle == fnBackground(c.nCol)) continue;
+                cj.eKind = Kind::Blank;
+                break;
+        }
+        b.arrCells.push_back(cj);
+    }
+    job.lMergeEnd = static_cast<uint32_t>(b.arrMerges.size());
+    job.lCellEnd = static_cast<uint32_t>(b.arrCells.size());
+    b.arrRows.push_back(job);
+    return true;
+}
+
+// Where the rows of a sheet begin whose first rows the writer took ahead of the save: the first
+// row still to write, and the used range of those it took (0 when they show nothing).
+struct AheadStart {
+    long lNextRow = 1;
+    long lUsedRow = 0;
+    long lUsedCol = 0;
+};
+
+// Writes the rows of a sheet (from pStart's next row on, when given); returns its used range
+// (last row, last column; 0 when empty). A reading thread reads each row (from the model or its
+// spool), fits its height and finds its links; this thread writes the rows in order behind it.
 template <class Sink>
 std::pair<long, long> WriteCells(Sink& sink, const xlWorksheet& oSheet, Formats<Sink>& fmts,
-                                 SaveProgress& oProgress) {
+                                 SaveProgress& oProgress, const AheadStart* pStart = nullptr) {
     const xlWorksheet::Impl& d = oSheet.Data();
     const auto& arrLinks = oSheet.Hyperlinks().Items();
+    const long lFirst = pStart ? pStart->lNextRow : 1;
     detail::SheetRows oRows(d);
+    oRows.SkipTo(lFirst);
     const std::vector<uint32_t>& arrMerged = oRows.MergedInOrder();
     auto Area = [&](size_t i) -> const std::array<long, 4>& { return d.arrMerged[arrMerged[i]]; };
     size_t lNextMerge = 0;
+    while (lNextMerge < arrMerged.size() && Area(lNextMerge)[0] < lFirst)
+        ++lNextMerge;
     // The linked cells in row and column order, met by a cursor as the cells go out.
     std::vector<std::pair<uint64_t, uint32_t>> arrLinkCells(d.mapLinks.begin(), d.mapLinks.end());
     std::sort(arrLinkCells.begin(), arrLinkCells.end());
-    size_t lNextLink = 0;
+    size_t lNextLink = static_cast<size_t>(
+        std::lower_bound(arrLinkCells.begin(), arrLinkCells.end(),
+                         std::pair<uint64_t, uint32_t>(detail::CellKey(lFirst, 0), 0)) -
+        arrLinkCells.begin());
     const detail::RowFitter oFitter(d);
-    RowWriter<Sink> oWriter(sink, d, fmts);
-    using Kind = RowBatch::Kind;
+    std::vector<std::array<long, 4>> arrStart;
+    LinkOut oLink;
+    oProgress.Advance(lFirst - 1);
 
-    for (size_t i = 0; i < d.arrRows.size(); ++i) {
-        oProgress.Row();
-        const long r = static_cast<long>(i) + 1;
-        const RowRec& o = oRows.Get(r);
-        const bool bMerge = lNextMerge < arrMerged.size() && Area(lNextMerge)[0] == r;
-        if (o.arrCells.empty() && o.lStyle == kUnformatted && o.nHeightTwips == detail::kNoHeight &&
-            o.nOutline == 0 && !bMerge) {
-            continue;
-        }
-        RowBatch& b = oWriter.Batch();
-        // A row's own height wins; else the height its text needs, when more than standard.
-        double h = o.nHeightTwips != detail::kNoHeight ? o.nHeightTwips / 20.0 : 0;
-        if (h == 0 && !o.arrCells.empty()) h = oFitter.Fit(r, o, oRows.Merged());
-        RowBatch::RowJob job{};
-        job.nRow = static_cast<lxw_row_t>(i);
-        job.bRow = o.lStyle != kUnformatted || h != 0 || o.nOutline != 0;
-        job.nOutline = o.nOutline;
-        job.lStyle = o.lStyle;
-        job.dHeight = h != 0 ? h : d.dDefaultRowHeight;
-        for (; lNextMerge < arrMerged.size() && Area(lNextMerge)[0] == r; ++lNextMerge)
-            b.arrMerges.push_back(Area(lNextMerge));
-        for (const Cell& c : o.arrCells) {
-            RowBatch::CellJob cj{};
-            cj.nCol = static_cast<lxw_col_t>(c.nCol - 1);
-            cj.lStyle = c.lStyle;
-            if (lNextLink < arrLinkCells.size()) {
-                const uint64_t k = detail::CellKey(r, c.nCol);
+    WriteRowsReadBeside(sink, *d.pStyles, fmts, oProgress, [&](RowPipe& pipe) {
+        std::unique_ptr<RowBatch> pBatch = pipe.Empty();
+        for (size_t i = static_cast<size_t>(lFirst - 1); i < d.arrRows.size(); ++i) {
+            ++pBatch->lRowsPassed;
+            const long r = static_cast<long>(i) + 1;
+            const RowRec& o = oRows.Get(r);
+            arrStart.clear();
+            for (; lNextMerge < arrMerged.size() && Area(lNextMerge)[0] == r; ++lNextMerge)
+                arrStart.push_back(Area(lNextMerge));
+            auto fnLink = [&](long lCol) -> const LinkOut* {
+                const uint64_t k = detail::CellKey(r, lCol);
                 while (lNextLink < arrLinkCells.size() && arrLinkCells[lNextLink].first < k)
                     ++lNextLink;
-                if (lNextLink < arrLinkCells.size() && arrLinkCells[lNextLink].first == k) {
-                    const xlHyperlinkEntry& e = arrLinks[arrLinkCells[lNextLink].second];
-                    cj.eKind = c.eType == detail::kNumber ? Kind::UrlNumber : Kind::Url;
-                    cj.dNumber = c.eType == detail::kNumber ? c.Number() : 0;
-                    cj.lUrl = static_cast<uint32_t>(b.arrStrings.size());
-                    b.arrStrings.push_back(detail::LinkTarget(e.Address(), e.SubAddress()));
-                    b.arrStrings.push_back(CellText(d, c));
-                    b.arrStrings.emplace_back(e.ScreenTip());
-                    b.arrCells.push_back(cj);
-                    continue;
+                if (lNextLink == arrLinkCells.size() || arrLinkCells[lNextLink].first != k) {
+                    return nullptr;
                 }
+                const xlHyperlinkEntry& e = arrLinks[arrLinkCells[lNextLink].second];
+                oLink = {e.Address(), e.SubAddress(), e.ScreenTip()};
+                return &oLink;
+            };
+            PrepareRow(*pBatch, d, oFitter, r, o, oRows.Merged(), arrStart.data(), arrStart.size(),
+                       fnLink, [&](long lCol) { return d.Background(o, lCol); });
+            if (pBatch->arrRows.size() >= RowPipe::kRowsPerBatch) {
+                if (!pipe.Put(std::move(pBatch))) return;
+                pBatch = pipe.Empty();
             }
-            switch (c.eType) {
-                case detail::kText:
-                    cj.eKind = Kind::String;
-                    cj.pText = d.oText.CStr(c.lPayload);
-                    break;
-                case detail::kNumber:
-                    cj.eKind = Kind::Number;
-                    cj.dNumber = c.Number();
-                    break;
-                case detail::kFormula:
-                    cj.eKind = Kind::Formula;
-                    cj.lPayload = c.lPayload;
-                    break;
-                default:
-                    // A record that shows what the cell would show anyway is left out.
-                    if (c.lStyle == d.Background(o, c.nCol)) continue;
-                    cj.eKind = Kind::Blank;
-                    break;
-            }
-            b.arrCells.push_back(cj);
         }
-        job.lMergeEnd = static_cast<uint32_t>(b.arrMerges.size());
-        job.lCellEnd = static_cast<uint32_t>(b.arrCells.size());
-        b.arrRows.push_back(job);
-        oWriter.Send();
-    }
-    oWriter.Finish();
+        if (pBatch->lRowsPassed != 0) pipe.Put(std::move(pBatch));
+    });
     // Areas that start below the last row with data.
     for (; lNextMerge < arrMerged.size(); ++lNextMerge) {
         const auto& a = Area(lNextMerge);
         sink.Merge(static_cast<lxw_row_t>(a[0] - 1), static_cast<lxw_col_t>(a[1] - 1),
                    static_cast<lxw_row_t>(a[2] - 1), static_cast<lxw_col_t>(a[3] - 1));
     }
-    return {oRows.UsedLastRow(), oRows.UsedLastColumn()};
+    const long lUsedRow = oRows.UsedLastRow() != 0 ? oRows.UsedLastRow()
+                          : pStart                 ? pStart->lUsedRow
+                                                   : 0;
+    return {lUsedRow, std::max(pStart ? pStart->lUsedCol : 0L, oRows.UsedLastColumn())};
 }
 
 // Frozen panes, where outline summary rows stand, and the AutoFilter: written only when set.
@@ -961,10 +1072,12 @@ void WriteNames(Sink& sink, const NameCalls& oNames) {
 
 // Everything but the names, which the caller hands over (see NameCalls). fnWritten(i), when
 // given, is called once the writer has everything of sheet i but its names.
+// With pStart, the writer took the first rows of the first sheet ahead of the save: that sheet
+// is begun already.
 template <class Sink>
-void WriteSheets(Sink& sink, const xlWorkbook& oBook,
-                 const std::function<void(long)>& fnWritten = {}) {
-    Formats<Sink> fmts(sink);
+void WriteSheets(Sink& sink, Formats<Sink>& fmts, const xlWorkbook& oBook,
+                 const std::function<void(long)>& fnWritten = {},
+                 const AheadStart* pStart = nullptr) {
     const xlWorksheets& oSheets = oBook.Worksheets();
     long lRows = 0;
     for (long i = 1; i <= oSheets.Count(); ++i) {
@@ -974,9 +1087,10 @@ void WriteSheets(Sink& sink, const xlWorkbook& oBook,
     for (long i = 1; i <= oSheets.Count(); ++i) {
         const xlWorksheet& oSheet = oSheets.Item(i);
         const xlWorksheet::Impl& d = oSheet.Data();
-        sink.Sheet(oSheet.Name(), d.dDefaultRowHeight);
+        const AheadStart* pBegun = i == 1 ? pStart : nullptr;
+        if (!pBegun) sink.Sheet(oSheet.Name(), d.dDefaultRowHeight);
         WriteWindow(sink, d);
-        const auto [lLastRow, lLastCol] = WriteCells(sink, oSheet, fmts, oProgress);
+        const auto [lLastRow, lLastCol] = WriteCells(sink, oSheet, fmts, oProgress, pBegun);
         // Columns go last: a formatted column widens the span of columns that the writer walks
         // for every row it flushes, and columns are only written when the file is closed.
         WriteColumns(sink, d, fmts);
@@ -1075,15 +1189,19 @@ private:
     std::thread thread_;
 };
 
-void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::string& sTmpDir,
-               const xlSaveRelease& oRelease) {
+// A writer's workbook in constant-memory mode, its rows' files in sTmpDir (which must outlive it).
+lxw_workbook* NewWriterWorkbook(const std::string& sFile, const std::string& sTmpDir) {
     lxw_workbook_options opt{};
     opt.constant_memory = LXW_TRUE;
     opt.tmpdir = const_cast<char*>(sTmpDir.c_str());
-    WorkbookHandle wb;
-    wb.p = workbook_new_opt(sFile.c_str(), &opt);
-    if (!wb.p) Fail();
-    WriterSink sink(wb.p);
+    return workbook_new_opt(sFile.c_str(), &opt);
+}
+
+// Writes the workbook's sheets (the first one begun already with pStart), its names, and
+// completes the file.
+void CompleteXlsx(WorkbookHandle& wb, WriterSink& sink, Formats<WriterSink>& fmts,
+                  const xlWorkbook& oBook, const std::string& sFile, const std::string& sTmpDir,
+                  const xlSaveRelease& oRelease, const AheadStart* pStart) {
     std::vector<uintmax_t> arrRows;
     std::optional<NameCalls> oNames;
     try {
@@ -1091,9 +1209,14 @@ void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::str
         // rest of the workbook.
         ReleaseBeside oSheetRelease;
         const long lSheets = oBook.Worksheets().Count();
-        WriteSheets(sink, oBook, [&](long i) {
-            if (oRelease.fnSheet && i < lSheets) oSheetRelease.Run([&, i] { oRelease.fnSheet(i); });
-        });
+        WriteSheets(
+            sink, fmts, oBook,
+            [&](long i) {
+                if (oRelease.fnSheet && i < lSheets) {
+                    oSheetRelease.Run([&, i] { oRelease.fnSheet(i); });
+                }
+            },
+            pStart);
         oSheetRelease.Finish();
         oNames.emplace(oBook.Worksheets());
         sink.CheckRowFiles();
@@ -1153,20 +1276,387 @@ void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::str
     }
 }
 
+void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::string& sTmpDir,
+               const xlSaveRelease& oRelease) {
+    WorkbookHandle wb;
+    wb.p = NewWriterWorkbook(sFile, sTmpDir);
+    if (!wb.p) Fail();
+    WriterSink sink(wb.p);
+    Formats<WriterSink> fmts(sink);
+    CompleteXlsx(wb, sink, fmts, oBook, sFile, sTmpDir, oRelease, nullptr);
+}
+
+// 64-bit FNV-1a, for the fingerprints of what went ahead.
+class Fingerprint {
+public:
+    template <class T>
+    void Add(const T& v) {
+        static_assert(std::is_trivially_copyable_v<T>);
+        unsigned char b[sizeof(T)];
+        std::memcpy(b, &v, sizeof(T));
+        Bytes(b, sizeof(T));
+    }
+    void Add(std::string_view s) {
+        Add(s.size());
+        Bytes(reinterpret_cast<const unsigned char*>(s.data()), s.size());
+    }
+    uint64_t Value() const { return h_; }
+
+private:
+    void Bytes(const unsigned char* p, size_t n) {
+        for (size_t i = 0; i < n; ++i)
+            h_ = (h_ ^ p[i]) * 0x100000001b3ULL;
+    }
+    uint64_t h_ = 0xcbf29ce484222325ULL;
+};
+
+// The fingerprint of a set, whatever the order its members come in: the sum of their mixed
+// fingerprints, and how many there are.
+class FingerprintSet {
+public:
+    template <class T>
+    void Add(const T& v) {
+        Fingerprint f;
+        f.Add(v);
+        Put(f.Value());
+    }
+    void Add(uint64_t lKey, uint64_t lValue) {
+        Fingerprint f;
+        f.Add(lKey);
+        f.Add(lValue);
+        Put(f.Value());
+    }
+    bool operator==(const FingerprintSet&) const = default;
+
+private:
+    void Put(uint64_t h) {
+        // splitmix64's finaliser: a member's bits spread over the whole sum.
+        h = (h ^ (h >> 30)) * 0xbf58476d1ce4e5b9ULL;
+        h = (h ^ (h >> 27)) * 0x94d049bb133111ebULL;
+        lSum_ += h ^ (h >> 31);
+        ++lCount_;
+    }
+    uint64_t lSum_ = 0;
+    size_t lCount_ = 0;
+};
+
+uint64_t RowFingerprint(const RowRec& o) {
+    Fingerprint f;
+    f.Add(o.lStyle);
+    f.Add(o.nHeightTwips);
+    f.Add(o.nOutline);
+    f.Add(o.arrCells.size());
+    for (const Cell& c : o.arrCells) {
+        f.Add(c.nCol);
+        f.Add(c.eType);
+        f.Add(c.lStyle);
+        f.Add(c.lPayload);
+    }
+    return f.Value();
+}
+
+uint64_t LinkFingerprint(std::string_view sAddress, std::string_view sSubAddress,
+                         std::string_view sTip) {
+    Fingerprint f;
+    f.Add(sAddress);
+    f.Add(sSubAddress);
+    f.Add(sTip);
+    return f.Value();
+}
+
 }  // namespace
+
+namespace detail {
+
+// The writer of xlWorksheet::WriteAhead. The sheet's thread prepares the rows it is handed, as
+// the sheet will show them once the promises are kept, and notes what it took: a fingerprint of
+// each row that stays in the model's memory, the links and merged areas it wrote, the columns
+// and the sheet's own format. The writer's thread writes them. At the save, what the sheet then
+// holds is checked against those notes: only a sheet that ended as promised completes this file.
+class WriteAhead {
+public:
+    WriteAhead(const xlWorkbook& oBook, xlWorksheet& oSheet)
+        : oBook_(oBook), oSheet_(oSheet), d_(oSheet.Data()) {
+        const std::filesystem::path oTarget = std::filesystem::absolute(oBook.FullName());
+        sPath_ = oTarget.string();
+        sFolder_ = oTarget.parent_path().string();
+        sTemp_ = modSaveFile::TempNameBeside(oTarget).string();
+        sName_ = oSheet.Name();
+        wb_.p = NewWriterWorkbook(sTemp_, sFolder_);
+        if (!wb_.p) Fail();
+        oSink_.emplace(wb_.p);
+        oSink_->Sheet(sName_, d_.dDefaultRowHeight);
+        oFmts_.emplace(*oSink_);
+        oCopy_.arrStyles.clear();
+        pWriter_ = std::make_unique<RowWriter<WriterSink>>(*oSink_, oCopy_, *oFmts_, &oCopy_);
+    }
+    ~WriteAhead() { Stop(); }
+    WriteAhead(const WriteAhead&) = delete;
+    WriteAhead& operator=(const WriteAhead&) = delete;
+
+    // The rows up to lTo, final now; those from lFrom go to the spool, those before stay.
+    void Rows(long lFrom, long lTo) {
+        if (bStopped_ || lTo <= lTaken_) return;
+        try {
+            if (lTaken_ == 0) Begin();
+            for (long r = lTaken_ + 1; r <= lTo; ++r)
+                Row(r, r < lFrom);
+            lTaken_ = lTo;
+            // The promises kept for these rows are no longer needed.
+            auto& arrPromised = d_.arrPromisedLinks;
+            arrPromised.erase(arrPromised.begin(),
+                              arrPromised.begin() + static_cast<long>(lNextPromise_));
+            if (arrPromised.empty())
+                std::vector<xlWorksheet::Impl::PromisedLink>().swap(arrPromised);
+            lNextPromise_ = 0;
+        } catch (...) {
+            // Whatever went wrong here, the save writes the workbook from the model.
+            Stop();
+        }
+    }
+
+    // The writer's thread stops, and what it began is dropped; nothing reached the target.
+    void Stop() {
+        if (bStopped_) return;
+        bStopped_ = true;
+        pWriter_.reset();
+        // Once closing began (Complete), the writer's workbook is gone, rows' files and all.
+        if (oSink_ && wb_.p) oSink_->CloseRowFiles(true);
+        oFmts_.reset();
+        oSink_.reset();
+        if (wb_.p) lxw_workbook_free(wb_.p);
+        wb_.p = nullptr;
+        if (d_.pAhead == this) d_.pAhead = nullptr;
+    }
+
+    // At the save to sPath: the sheet ended as promised, and the writer wrote all it took. Else
+    // everything stops.
+    bool Ready(const std::string& sPath) {
+        if (!bStopped_ && !(sPath == sPath_ && Kept())) Stop();
+        if (bStopped_) return false;
+        try {
+            AddNewStyles(pWriter_->Batch());
+            pWriter_->Finish();
+            pWriter_.reset();
+        } catch (...) {
+            Stop();
+            return false;
+        }
+        return true;
+    }
+
+    // Completes the file with what the writer did not take, as a save without it writes it.
+    void Complete(const xlSaveRelease& oRelease) {
+        modSaveFile::WriteThroughTempFile(
+            sPath_, sTemp_, [&](const std::string& sTempFile, const std::string& sFolder) {
+                const AheadStart oStart{lTaken_ + 1, lUsedRow_, lUsedCol_};
+                CompleteXlsx(wb_, *oSink_, *oFmts_, oBook_, sTempFile, sFolder, oRelease, &oStart);
+            });
+        bStopped_ = true;
+        if (d_.pAhead == this) d_.pAhead = nullptr;
+    }
+
+private:
+    // What the rows are written against: the columns and the sheet's format as they will be.
+    void Begin() {
+        arrColWidth_ = d_.arrColWidth;
+        arrColStyle_ = d_.arrColStyle;
+        for (uint32_t& lStyle : arrColStyle_)
+            lStyle = d_.Promised(lStyle);
+        lSheetStyle_ = d_.Promised(d_.lSheetStyle);
+        dDefaultRowHeight_ = d_.dDefaultRowHeight;
+        lChanges_ = d_.arrPromisedChanges.size();
+        lLinks_ = d_.lPromisedLinks;
+        oFitter_.emplace(d_);
+    }
+
+    void Row(long r, bool bStays) {
+        const RowRec& oNow = d_.arrRows[static_cast<size_t>(r - 1)];
+        oRow_.arrCells.assign(oNow.arrCells.begin(), oNow.arrCells.end());
+        oRow_.lStyle = oNow.lStyle;
+        oRow_.nHeightTwips = oNow.nHeightTwips;
+        oRow_.nOutline = oNow.nOutline;
+        size_t lPromise = lNextPromise_;
+        if (!d_.ApplyPromises(oRow_, r, lNextPromise_)) Fail();
+        if (bStays) {
+            arrStays_.push_back(RowFingerprint(oRow_));
+            lStays_ = r;
+        }
+        auto fnBackground = [&](long lCol) {
+            if (oRow_.lStyle != kUnformatted) return oRow_.lStyle;
+            const uint32_t s = arrColStyle_[static_cast<size_t>(lCol)];
+            return s != kUnformatted ? s : lSheetStyle_;
+        };
+        // The links: promised ones, else those the sheet has.
+        const auto& arrPromised = d_.arrPromisedLinks;
+        const auto& arrLinks = oSheet_.Hyperlinks().Items();
+        auto fnLink = [&](long lCol) -> const LinkOut* {
+            const uint64_t k = detail::CellKey(r, lCol);
+            while (lPromise < arrPromised.size() && arrPromised[lPromise].lKey < k)
+                ++lPromise;
+            if (lPromise < arrPromised.size() && arrPromised[lPromise].lKey == k) {
+                const auto& p = arrPromised[lPromise];
+                oLink_ = {p.lAddress == xlHyperlinkEntry::kNoText ? std::string_view()
+                                                                  : d_.oText.Get(p.lAddress),
+                          p.lSubAddress == xlHyperlinkEntry::kNoText ? std::string_view()
+                                                                     : d_.oText.Get(p.lSubAddress),
+                          std::string_view()};
+            } else if (const auto it = d_.mapLinks.find(k); it != d_.mapLinks.end()) {
+                const xlHyperlinkEntry& e = arrLinks[it->second];
+                oLink_ = {e.Address(), e.SubAddress(), e.ScreenTip()};
+            } else {
+                return nullptr;
+            }
+            oLinksTaken_.Add(k, LinkFingerprint(oLink_.sAddress, oLink_.sSubAddress, oLink_.sTip));
+            return &oLink_;
+        };
+        // The merged areas: those that start on the row, in the file's order, and those that
+        // cover it.
+        static const std::vector<uint32_t> kNone;
+        const std::vector<uint32_t>& arrCovering =
+            static_cast<size_t>(r) <= d_.arrMergedRows.size()
+                ? d_.arrMergedRows[static_cast<size_t>(r - 1)]
+                : kNone;
+        arrStart_.clear();
+        for (uint32_t k : arrCovering) {
+            if (d_.arrMerged[k][0] == r) arrStart_.push_back(d_.arrMerged[k]);
+        }
+        std::sort(arrStart_.begin(), arrStart_.end());
+        for (const auto& a : arrStart_)
+            oMergesTaken_.Add(a);
+
+        RowWriter<WriterSink>& w = *pWriter_;
+        if (PrepareRow(w.Batch(), d_, *oFitter_, r, oRow_,
+                       arrCovering.empty() ? nullptr : &arrCovering, arrStart_.data(),
+                       arrStart_.size(), fnLink, fnBackground) &&
+            w.Full()) {
+            AddNewStyles(w.Batch());
+            w.Send();
+        }
+        for (auto it = oRow_.arrCells.rbegin(); it != oRow_.arrCells.rend(); ++it) {
+            if (it->eType != kEmpty || it->lStyle != fnBackground(it->nCol)) {
+                lUsedRow_ = r;
+                lUsedCol_ = std::max<long>(lUsedCol_, it->nCol);
+                break;
+            }
+        }
+    }
+
+    // The formats the writer's thread has not seen yet go with the batch.
+    void AddNewStyles(RowBatch& b) {
+        const xlStyleTable& t = *d_.pStyles;
+        for (; lStylesSent_ < t.Count(); ++lStylesSent_)
+            b.arrNewStyles.push_back(t.Get(static_cast<uint32_t>(lStylesSent_)));
+    }
+
+    // The sheet holds what the writer took, as it will be saved.
+    bool Kept() const {
+        const xlWorksheets& oSheets = oBook_.Worksheets();
+        if (&oSheets.Item(1) != &oSheet_ || oSheet_.Name() != sName_) return false;
+        if (lTaken_ == 0) return d_.dDefaultRowHeight == dDefaultRowHeight_;
+        // The promises were all made before the rows went, and the whole-sheet changes since
+        // then are the promised ones.
+        if (d_.arrPromisedChanges.size() != lChanges_ || d_.lPromisedLinks != lLinks_) {
+            return false;
+        }
+        if (lTaken_ > lStays_ && (d_.SpoolFirst() != lStays_ + 1 || d_.SpoolLast() != lTaken_ ||
+                                  d_.arrSpoolChanges != d_.arrPromisedChanges)) {
+            return false;
+        }
+        if (d_.dDefaultRowHeight != dDefaultRowHeight_ || d_.arrColWidth != arrColWidth_ ||
+            d_.arrColStyle != arrColStyle_ || d_.lSheetStyle != lSheetStyle_) {
+            return false;
+        }
+        if (static_cast<long>(d_.arrRows.size()) < lTaken_) return false;
+        for (long r = 1; r <= lStays_; ++r) {
+            if (RowFingerprint(d_.arrRows[static_cast<size_t>(r - 1)]) !=
+                arrStays_[static_cast<size_t>(r - 1)]) {
+                return false;
+            }
+        }
+        // The links and merged areas of the rows taken are those written.
+        const auto& arrItems = oSheet_.Hyperlinks().Items();
+        FingerprintSet oLinks, oMerges;
+        for (const auto& [k, i] : d_.mapLinks) {
+            if (static_cast<long>(k >> 16) > lTaken_) continue;
+            const xlHyperlinkEntry& e = arrItems[i];
+            oLinks.Add(k, LinkFingerprint(e.Address(), e.SubAddress(), e.ScreenTip()));
+        }
+        for (const auto& a : d_.arrMerged) {
+            if (a[0] <= lTaken_) oMerges.Add(a);
+        }
+        return oLinks == oLinksTaken_ && oMerges == oMergesTaken_;
+    }
+
+    const xlWorkbook& oBook_;
+    xlWorksheet& oSheet_;
+    xlWorksheet::Impl& d_;
+    std::string sPath_, sFolder_, sTemp_, sName_;
+    WorkbookHandle wb_;
+    std::optional<WriterSink> oSink_;
+    std::optional<Formats<WriterSink>> oFmts_;
+    xlStyleTable oCopy_;  // the formats as far as the writer's thread has them
+    size_t lStylesSent_ = 0;
+    std::unique_ptr<RowWriter<WriterSink>> pWriter_;
+    bool bStopped_ = false;
+
+    long lTaken_ = 0;  // rows 1 to lTaken_ went to the writer
+    long lStays_ = 0;  // of those, rows 1 to lStays_ stay in the model's memory
+    std::vector<uint64_t> arrStays_;
+    // The links and merged areas written.
+    FingerprintSet oLinksTaken_, oMergesTaken_;
+    std::vector<float> arrColWidth_;
+    std::vector<uint32_t> arrColStyle_;
+    uint32_t lSheetStyle_ = 0;
+    double dDefaultRowHeight_ = 0;
+    size_t lChanges_ = 0, lLinks_ = 0;
+    long lUsedRow_ = 0, lUsedCol_ = 0;
+
+    std::optional<RowFitter> oFitter_;
+    size_t lNextPromise_ = 0;
+    RowRec oRow_;
+    LinkOut oLink_;
+    std::vector<std::array<long, 4>> arrStart_;
+};
+
+std::shared_ptr<WriteAhead> BeginWriteAhead(const xlWorkbook& oBook, xlWorksheet& oSheet) {
+    try {
+        return std::make_shared<WriteAhead>(oBook, oSheet);
+    } catch (...) {
+        // No writer now (no thread, no room for its files): the save writes it all.
+        return nullptr;
+    }
+}
+
+void WriteAheadRows(WriteAhead& o, long lFrom, long lTo) {
+    o.Rows(lFrom, lTo);
+}
+
+void StopWriteAhead(WriteAhead& o) {
+    o.Stop();
+}
+
+}  // namespace detail
 
 void DumpWorkbook(const xlWorkbook& oBook, std::FILE* pOut) {
     DumpSink sink(pOut);
-    WriteSheets(sink, oBook);
+    Formats<DumpSink> fmts(sink);
+    WriteSheets(sink, fmts, oBook);
     WriteNames(sink, NameCalls(oBook.Worksheets()));
 }
 
-void SaveWorkbookFile(const xlWorkbook& oBook, const std::string& sPath,
-                      const xlSaveRelease& oRelease) {
+bool SaveWorkbookFile(const xlWorkbook& oBook, const std::string& sPath,
+                      const xlSaveRelease& oRelease, std::shared_ptr<detail::WriteAhead> pAhead) {
+    if (pAhead && pAhead->Ready(sPath)) {
+        pAhead->Complete(oRelease);
+        return true;
+    }
+    pAhead.reset();
     modSaveFile::WriteThroughTempFile(
         sPath, [&](const std::string& sTempFile, const std::string& sFolder) {
             WriteXlsx(oBook, sTempFile, sFolder, oRelease);
         });
+    return false;
 }
 
 }  // namespace xl

@@ -28,6 +28,12 @@ public:
         std::sort(arrByStart_.begin(), arrByStart_.end(),
                   [&](uint32_t a, uint32_t b) { return d_.arrMerged[a] < d_.arrMerged[b]; });
     }
+    // Reading begins at row r (the rows before were written already): the areas that began
+    // before it are met as covering it.
+    void SkipTo(long r) {
+        while (lNextStart_ < arrByStart_.size() && d_.arrMerged[arrByStart_[lNextStart_]][0] < r)
+            arrActive_.push_back(arrByStart_[lNextStart_++]);
+    }
     // Merged areas in the order the file lists them: by first row, then column.
     const std::vector<uint32_t>& MergedInOrder() const { return arrByStart_; }
 

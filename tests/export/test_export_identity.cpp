@@ -278,14 +278,8 @@ std::string CellsOfModel(const xl::xlWorkbook& book) {
 }
 
 std::string Output(const std::string& sCmd) {
-    std::string s;
-    FILE* p = popen(sCmd.c_str(), "r");
-    if (!p) return "cannot run: " + sCmd;
-    char buf[65536];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0)
-        s.append(buf, n);
-    const int rc = pclose(p);
+    int rc = 0;
+    std::string s = testutil::CommandOutput(sCmd, &rc);
     if (rc != 0) s = "failed (" + std::to_string(rc) + "): " + sCmd + "\n" + s;
     return s;
 }
@@ -365,6 +359,64 @@ TEST_P(RowsReadBackTest, EveryRowReachesEachSaverInOrderAndComplete) {
                   (sExt == ".xlsx" ? std::vector<std::string>{"export.xml", "wb.xlsx"}
                                    : std::vector<std::string>{"export.xml", "wb.xls", "wb.xlsx"}));
     }
+}
+
+// Every export kind, built as an export builds it: the file's writer takes the rows while the
+// blocks are filled, and the file it completes is the one the same workbook built whole in
+// memory and then saved gives, part for part (the export's time of day aside).
+TEST_P(RowsReadBackTest, TheWorkbookWrittenAheadIsTheOneTheWholeModelSaves) {
+    const ExportKind& k = GetParam();
+    const std::string sDir = tmp.File("data");
+    fs::create_directories(sDir);
+    const std::string sData = sDir + "/export.xml";
+    const std::string sSettingsFile = tmp.File("settings.xml");
+    const std::string sGen = Output(
+        "/usr/bin/python3 '" + testutil::SourceDir() + "/bench/gen_data.py' '" + sData +
+        "' --kind " + k.sKind + " --mode " + k.sSpace +
+        " --objects 400 --depth 4 --fanout 3 --attrs 4 --docs 0.5 --files 2 --folders 0.3"
+        " --items 1 --mnfs 0.5 --vnds 0.3 --alternates 0.3 --refdes 2 --seed 11 --settings '" +
+        sSettingsFile + "' 2>&1");
+    ASSERT_TRUE(fs::exists(sData)) << sGen;
+    std::string sSpace = k.sSpace;
+    for (char& ch : sSpace)
+        ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
+    const std::string sSetup = SetupXml(k.sObjectType, sSpace);
+
+    bool bAhead = false;
+    Build(sData, sSetup, true, sSettingsFile, [&](xl::xlWorkbook& book) {
+        EXPECT_TRUE(book.Worksheets()(1).WritesAhead());
+        book.Close(true);
+        bAhead = book.LastSaveWroteAhead();
+    });
+    EXPECT_TRUE(bAhead);
+    const std::string sWhole = tmp.File("whole.xlsx");
+    Build(sData, sSetup, false, sSettingsFile, [&](xl::xlWorkbook& book) { book.SaveAs(sWhole); });
+    auto fnParts = [](const std::string& sFile) {
+        return Lines(
+            Output("/usr/bin/python3 -c \"import sys, zipfile\n"
+                   "z = zipfile.ZipFile(sys.argv[1])\n"
+                   "for n in sorted(z.namelist()):\n"
+                   "    if n != 'docProps/core.xml': print(n); print(z.read(n).decode())"
+                   "\" '" +
+                   sFile + "' 2>&1"));
+    };
+    const auto arrWant = fnParts(sWhole);
+    const auto arrGot = fnParts(tmp.File("workbook.xlsx"));
+    ASSERT_GT(arrWant.size(), 10u);
+    const size_t n = std::min(arrWant.size(), arrGot.size());
+    for (size_t i = 0; i < n; ++i) {
+        if (arrGot[i] == arrWant[i]) continue;
+        // A part is one long line: the place where it differs, with what surrounds it.
+        const std::string& a = arrGot[i];
+        const std::string& b = arrWant[i];
+        size_t c = 0;
+        while (c < a.size() && c < b.size() && a[c] == b[c])
+            ++c;
+        const size_t lFrom = c > 200 ? c - 200 : 0;
+        FAIL() << "line " << i + 1 << " differs at character " << c
+               << "\n got: " << a.substr(lFrom, 400) << "\nwant: " << b.substr(lFrom, 400);
+    }
+    EXPECT_EQ(arrGot.size(), arrWant.size());
 }
 
 INSTANTIATE_TEST_SUITE_P(AllKinds, RowsReadBackTest,

@@ -1,0 +1,302 @@
+// The file's writer taking a sheet's rows while the sheet is filled: the file it completes is the
+// one the whole model gives, and whatever the sheet does that was not promised (a link made
+// otherwise, a row changed, rows moved to new sheets, a build that stops) leaves the save to the
+// model, as without it.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <iostream>
+#include <string>
+
+#include "TestUtil.h"
+#include "support/modConst.h"
+#include "support/modSaveFile.h"
+#include "xl/xlModelData.h"
+#include "xl/xlObjectModel.h"
+
+using namespace modConst;
+using xl::xlWorksheet;
+
+namespace {
+
+// How the sheet is filled, and what it does that was not promised.
+struct Plan {
+    long nMain = 300;          // rows of the "main panel", each linked to its block
+    long nBlocks = 300;        // blocks of three rows
+    long nExtra = 0;           // and so many more, a number each
+    bool bAhead = true;        // the writer takes the rows ahead
+    bool bKeepLinks = true;    // the promised links are made at the end
+    std::string sOtherAnchor;  // one promised link leads elsewhere
+    bool bChangeMainRow = false;
+    bool bOtherSheetChange = false;
+    bool bKeepAlignment = true;  // the promised top alignment is applied at the end
+};
+
+class WriteAhead : public ::testing::Test {
+protected:
+    testutil::TempDir dir;
+
+    // A title row; the main panel from row 3, a row per block naming it; an empty row; the
+    // blocks, each with a merged band, a name, a link to a file and a long text. Then the links
+    // from the main panel to the blocks and the top alignment of every cell, as an export's page
+    // set-up does.
+    static void Fill(xlWorksheet& ws, const Plan& p) {
+        ws.Columns().ColumnWidth(21);
+        ws.Cells().WrapText(true);
+        ws.Cells(1, 1).Value("Title");
+        ws.Rows(1).Font().FontStyle("Bold");
+        for (long i = 1; i <= p.nMain; ++i)
+            ws.Cells(2 + i, 2).Value("P-" + std::to_string(i));
+        ws.ContinuePastLastRow();
+        ws.StreamFinishedBlocks();
+        if (p.bAhead) {
+            ws.WriteAhead();
+            ws.PromiseVerticalAlignment(xlTop);
+            for (long i = 1; i <= p.nMain; ++i)
+                ws.Hyperlinks().Promise(ws.Cells(2 + i, 2), "", Anchor(i));
+        }
+        long r = p.nMain + 4;
+        for (long i = 1; i <= p.nBlocks; ++i) {
+            ws.KeepRowsTogetherFrom(r);
+            ws.Range(ws.Cells(r, 1), ws.Cells(r, 3)).MergeCells(true);
+            ws.Cells(r, 1).Value("B" + std::to_string(i));
+            ws.Cells(r, 1).Font().FontStyle("Bold");
+            ws.Names().Add(Anchor(i), ws.Rows(r));
+            ws.Hyperlinks().Add(ws.Cells(r + 1, 4), "file" + std::to_string(i % 7) + ".txt");
+            ws.Cells(r + 1, 1).Value("B" + std::to_string(i) +
+                                     ".2 with a text long enough to wrap in its column");
+            ws.Cells(r + 2, 2).Value(static_cast<double>(i));
+            for (long k = 0; k < p.nExtra; ++k)
+                ws.Cells(r + 3 + k, 3).Value(static_cast<double>(k));
+            r += 3 + p.nExtra;
+        }
+        ws.ContinueOnNewSheets({1}, p.nMain);
+        if (p.bChangeMainRow) ws.Cells(5, 3).Value("changed later");
+        if (p.bKeepLinks) {
+            for (long i = 1; i <= p.nMain; ++i) {
+                const std::string sAnchor =
+                    i == 7 && !p.sOtherAnchor.empty() ? p.sOtherAnchor : Anchor(i);
+                ws.Hyperlinks().Add(ws.Cells(2 + i, 2), "", sAnchor);
+            }
+        }
+        if (p.bOtherSheetChange) ws.Cells().WrapText(false);
+        if (p.bKeepAlignment) ws.Cells().VerticalAlignment(xlTop);
+    }
+    static std::string Anchor(long i) { return "ID_" + std::to_string(i); }
+
+    // Saves a workbook filled by plan p as an export does: its place first, then filled, then
+    // saved as it closes. Tells whether the writer's file was completed.
+    bool SaveFilled(const std::string& sFile, const Plan& p) {
+        xl::xlWorkbook book;
+        book.SaveAs(sFile);
+        Fill(book.Worksheets()(1), p);
+        book.Close(true);
+        return book.LastSaveWroteAhead();
+    }
+    // The same workbook built whole in memory, then saved.
+    void SaveWhole(const std::string& sFile, Plan p) {
+        p.bAhead = false;
+        xl::xlWorkbook book;
+        Fill(book.Worksheets()(1), p);
+        book.SaveAs(sFile);
+        EXPECT_FALSE(book.LastSaveWroteAhead());
+    }
+
+    // Every part of an .xlsx but its creation time, read by Python's zip reader.
+    static std::string Parts(const std::string& sFile) {
+        return testutil::CommandOutput(
+            "/usr/bin/python3 -c \"import sys, zipfile\n"
+            "z = zipfile.ZipFile(sys.argv[1])\n"
+            "for n in sorted(z.namelist()):\n"
+            "    if n != 'docProps/core.xml': print(n); print(z.read(n).decode())\" '" +
+            sFile + "' 2>&1");
+    }
+    void ExpectSameFile(const std::string& a, const std::string& b) {
+        const std::string sA = Parts(a), sB = Parts(b);
+        ASSERT_GT(sA.size(), 10000u) << sA.substr(0, 500);
+        EXPECT_TRUE(sA == sB) << "the files differ: " << a << " " << b;
+    }
+};
+
+}  // namespace
+
+TEST_F(WriteAhead, TheFileTheWriterCompletesIsTheOneTheModelSaves) {
+    EXPECT_TRUE(SaveFilled(dir.File("ahead.xlsx"), Plan{}));
+    SaveWhole(dir.File("whole.xlsx"), Plan{});
+    ExpectSameFile(dir.File("ahead.xlsx"), dir.File("whole.xlsx"));
+    // Nothing of either save is left beside them.
+    EXPECT_EQ(testutil::NamesIn(dir.Path()), "ahead.xlsx,whole.xlsx");
+}
+
+TEST_F(WriteAhead, TheRowsGoToTheWriterAsTheyGoToTheSpool) {
+    xl::xlWorkbook book;
+    book.SaveAs(dir.File("a.xlsx"));
+    xlWorksheet& ws = book.Worksheets()(1);
+    Plan p;
+    p.bKeepLinks = false;
+    p.bKeepAlignment = false;
+    Fill(ws, p);
+    EXPECT_TRUE(ws.WritesAhead());
+    ASSERT_NE(ws.Data().pSpool, nullptr);
+    EXPECT_GT(ws.Data().pSpool->lLast, 800);
+    // Promises were kept for the rows they were made for; those rows went.
+    EXPECT_TRUE(ws.Data().arrPromisedLinks.empty());
+    EXPECT_EQ(ws.Data().lPromisedLinks, 300u);
+}
+
+// A link made otherwise than promised, a row changed after it went, a whole-sheet change that
+// was not promised, promises not kept (a build that stopped): the file is written from the
+// model, and it is the one the whole model gives.
+TEST_F(WriteAhead, WhatWasNotPromisedLeavesTheSaveToTheModel) {
+    Plan pOther;
+    pOther.sOtherAnchor = "ID_8";
+    Plan pRow;
+    pRow.bChangeMainRow = true;
+    Plan pSheet;
+    pSheet.bOtherSheetChange = true;
+    Plan pStopped;
+    pStopped.bKeepLinks = false;
+    pStopped.bKeepAlignment = false;
+    Plan pNoAlignment;
+    pNoAlignment.bKeepAlignment = false;
+    int n = 0;
+    for (const Plan& p : {pOther, pRow, pSheet, pStopped, pNoAlignment}) {
+        ++n;
+        const std::string sAhead = dir.File("ahead" + std::to_string(n) + ".xlsx");
+        const std::string sWhole = dir.File("whole" + std::to_string(n) + ".xlsx");
+        EXPECT_FALSE(SaveFilled(sAhead, p)) << n;
+        SaveWhole(sWhole, p);
+        ExpectSameFile(sAhead, sWhole);
+    }
+}
+
+// Rows past the sheet's end move to new sheets: the writer stops as soon as the rows pass it,
+// and the workbook is saved from the model.
+TEST_F(WriteAhead, RowsThatMoveToNewSheetsStopTheWriter) {
+    Plan p;
+    p.nMain = 100;
+    p.nBlocks = 30000;  // 1.08 million rows
+    p.nExtra = 33;
+    xl::xlWorkbook book;
+    book.SaveAs(dir.File("a.xlsx"));
+    xlWorksheet& ws = book.Worksheets()(1);
+    Fill(ws, p);
+    EXPECT_FALSE(ws.WritesAhead());
+    ASSERT_EQ(book.Worksheets().Count(), 2);
+    book.Close(true);
+    EXPECT_FALSE(book.LastSaveWroteAhead());
+}
+
+// More links promised than the sheet holds with those it has: its blocks will continue on
+// other sheets, so nothing goes ahead.
+TEST_F(WriteAhead, MoreLinksThanTheSheetHoldsStopTheWriterAtOnce) {
+    xl::xlWorkbook book;
+    book.SaveAs(dir.File("a.xlsx"));
+    xlWorksheet& ws = book.Worksheets()(1);
+    ws.ContinuePastLastRow();
+    ws.StreamFinishedBlocks();
+    ws.WriteAhead();
+    ASSERT_TRUE(ws.WritesAhead());
+    for (long r = 1; r <= xlMaxHyperlinks; ++r)
+        ws.Hyperlinks().Promise(ws.Cells(r, 1), "", "ID_" + std::to_string(r));
+    EXPECT_TRUE(ws.WritesAhead());
+    ws.Hyperlinks().Promise(ws.Cells(xlMaxHyperlinks + 1, 1), "", "ID_more");
+    EXPECT_FALSE(ws.WritesAhead());
+}
+
+// A promise made once rows went cannot reach them: the writer stops.
+TEST_F(WriteAhead, APromiseAfterRowsWentStopsTheWriter) {
+    xl::xlWorkbook book;
+    book.SaveAs(dir.File("a.xlsx"));
+    xlWorksheet& ws = book.Worksheets()(1);
+    Plan p;
+    p.bKeepLinks = false;
+    p.bKeepAlignment = false;
+    Fill(ws, p);
+    ASSERT_TRUE(ws.WritesAhead());
+    ws.PromiseVerticalAlignment(xlCenter);
+    EXPECT_FALSE(ws.WritesAhead());
+}
+
+// Only the first sheet of an .xlsx workbook that has its place and streams its blocks.
+TEST_F(WriteAhead, AnXlsWorkbookAndOneWithoutItsPlaceDoNotWriteAhead) {
+    xl::xlWorkbook oXls;
+    oXls.SaveAs(dir.File("a.xls"));
+    xlWorksheet& ws = oXls.Worksheets()(1);
+    ws.ContinuePastLastRow();
+    ws.StreamFinishedBlocks();
+    ws.WriteAhead();
+    EXPECT_FALSE(ws.WritesAhead());
+    xl::xlWorkbook oMemory;
+    xlWorksheet& wm = oMemory.Worksheets()(1);
+    wm.ContinuePastLastRow();
+    wm.StreamFinishedBlocks();
+    wm.WriteAhead();
+    EXPECT_FALSE(wm.WritesAhead());
+    // Nor without streaming, nor a second sheet.
+    xl::xlWorkbook oPlain;
+    oPlain.SaveAs(dir.File("b.xlsx"));
+    oPlain.Worksheets()(1).WriteAhead();
+    EXPECT_FALSE(oPlain.Worksheets()(1).WritesAhead());
+    xlWorksheet& w2 = oPlain.Worksheets().Add();
+    w2.ContinuePastLastRow();
+    w2.StreamFinishedBlocks();
+    w2.WriteAhead();
+    EXPECT_FALSE(w2.WritesAhead());
+}
+
+// A workbook closed without saving, or saved under another name: the writer's file never
+// reaches the folder, and no file of it stays open.
+TEST_F(WriteAhead, AWorkbookClosedWithoutSavingLeavesNothingOfTheWriter) {
+    {
+        xl::xlWorkbook book;
+        book.SaveAs(dir.File("a.xlsx"));
+        Plan p;
+        Fill(book.Worksheets()(1), p);
+        ASSERT_TRUE(book.Worksheets()(1).WritesAhead());
+        book.Close(false);
+    }
+    {
+        xl::xlWorkbook book;
+        book.SaveAs(dir.File("b.xlsx"));
+        Fill(book.Worksheets()(1), Plan{});
+        book.SaveAs(dir.File("c.xlsx"));
+        EXPECT_FALSE(book.LastSaveWroteAhead());
+    }
+    EXPECT_EQ(testutil::NamesIn(dir.Path()), "a.xlsx,b.xlsx,c.xlsx");
+    EXPECT_EQ(testutil::OpenFilesIn(dir.Path()), "");
+    SaveWhole(dir.File("whole.xlsx"), Plan{});
+    ExpectSameFile(dir.File("c.xlsx"), dir.File("whole.xlsx"));
+}
+
+// A disk that fills while the writer takes the rows: the save then fails as any save on a full
+// disk does, with the system's reason, and leaves no file of its own.
+TEST_F(WriteAhead, AFullDiskWhileRowsGoAheadFailsTheSaveAsAnyFullDiskDoes) {
+    const std::filesystem::path small = dir.File("small");
+    std::filesystem::create_directories(small);
+    std::string sReport;
+    const bool bMounted = testutil::RunOnSmallDisk(
+        small, 1L << 20,
+        [&] {
+            xl::xlWorkbook book;
+            book.SaveAs((small / "a.xlsx").string());
+            Plan p;
+            p.nMain = 2000;
+            p.nBlocks = 20000;
+            Fill(book.Worksheets()(1), p);
+            std::string sError;
+            try {
+                book.Close(true);
+            } catch (const modSaveFile::clsWriteError& e) {
+                sError = e.Reason;
+            }
+            return "error=" + sError + " files=" + testutil::NamesIn(small) +
+                   " open=" + testutil::OpenFilesIn(small);
+        },
+        sReport);
+    if (!bMounted) {
+        std::cout << "[ NOTE ] " << sReport << "; no small disk to fill here\n";
+        return;
+    }
+    EXPECT_EQ(sReport, "error=No space left on device files=a.xlsx open=");
+}

@@ -300,7 +300,8 @@ private:
                                                 U(a[3]) + 1L};
                 break;
             case 'M':
-                Sheet().Data().AddMerged({U(a[0]) + 1L, U(a[1]) + 1L, U(a[2]) + 1L, U(a[3]) + 1L});
+                Sheet().Data().AddMerged(
+                    xl::MergedArea(U(a[0]) + 1L, U(a[1]) + 1L, U(a[2]) + 1L, U(a[3]) + 1L));
                 break;
             case 'S': {
                 xl::detail::Cell& c = CellAt(a);

@@ -251,7 +251,7 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
                 o.arrCells = p->arrCells;  // the sheets of a workbook share their texts
             }
             for (const auto& a : d.arrMerged) {
-                if (a[0] == r && a[2] == r) t.AddMerged({i + 1, a[1], i + 1, a[3]});
+                if (a[0] == r && a[2] == r) t.AddMerged(MergedArea(i + 1, a[1], i + 1, a[3]));
             }
         }
         // The part's rows. Those in the spool stay there: the new sheet reads its run of them
@@ -300,10 +300,10 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
     }
     // (A new sheet holds the areas of its title rows already.)
     for (size_t p = 1; p <= arrNew.size(); ++p) {
-        std::vector<std::array<long, 4>>& arr = arrNew[p - 1]->Data().arrMerged;
+        std::vector<xlMergedArea>& arr = arrNew[p - 1]->Data().arrMerged;
         arr.reserve(arr.size() + arrMergedIn[p]);
     }
-    std::vector<std::array<long, 4>> arrKeptMerged;
+    std::vector<xlMergedArea> arrKeptMerged;
     arrKeptMerged.reserve(arrMergedIn[0]);
     for (const auto& a : d.arrMerged) {
         const size_t p = fnPartOf(a[0]);
@@ -312,11 +312,11 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
             arrKeptMerged.push_back(a);
             continue;
         }
-        const long lEnd = std::min(a[2], plan.arrParts[p - 1].lLast);
-        arrNew[p - 1]->Data().AddMerged({fnRowIn(p, a[0]), a[1], fnRowIn(p, lEnd), a[3]});
+        const long lEnd = std::min<long>(a[2], plan.arrParts[p - 1].lLast);
+        arrNew[p - 1]->Data().AddMerged(MergedArea(fnRowIn(p, a[0]), a[1], fnRowIn(p, lEnd), a[3]));
     }
     // The lists are made anew at the size they keep.
-    std::vector<std::array<long, 4>>().swap(d.arrMerged);
+    std::vector<xlMergedArea>().swap(d.arrMerged);
     d.arrMergedRows = {};
     // The spooled rows the sheet keeps have no list of their own: the saver finds their areas
     // in the list of areas itself.

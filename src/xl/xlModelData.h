@@ -479,7 +479,7 @@ struct xlWorksheet::Impl {
     bool bSummaryBelow = true;
 
     // Merged areas (row1, col1, row2, col2), and for each row the areas that cover it.
-    std::vector<std::array<long, 4>> arrMerged;
+    std::vector<xlMergedArea> arrMerged;
     detail::RowRecords<std::vector<uint32_t>> arrMergedRows;  // index: row - 1
 
     // Hyperlinks by cell, and defined names by their upper-case text: positions in the lists.
@@ -515,7 +515,7 @@ struct xlWorksheet::Impl {
     void ApplyToSheet(uint32_t lChange);
 
     // Merged areas.
-    void AddMerged(const std::array<long, 4>& a);
+    void AddMerged(const xlMergedArea& a);
     void RemoveMerged(uint32_t lIndex);
     std::vector<uint32_t> MergedIntersecting(long r1, long c1, long r2, long c2) const;
 };

@@ -924,7 +924,7 @@ void xlWorksheet::Impl::ApplyToSheet(uint32_t lChange) {
     });
 }
 
-void xlWorksheet::Impl::AddMerged(const std::array<long, 4>& a) {
+void xlWorksheet::Impl::AddMerged(const xlMergedArea& a) {
     const uint32_t lIndex = static_cast<uint32_t>(arrMerged.size());
     arrMerged.push_back(a);
     if (arrMergedRows.size() < static_cast<size_t>(a[2])) arrMergedRows.resize(a[2]);
@@ -935,7 +935,7 @@ void xlWorksheet::Impl::AddMerged(const std::array<long, 4>& a) {
 }
 
 void xlWorksheet::Impl::RemoveMerged(uint32_t lIndex) {
-    auto Unlink = [&](const std::array<long, 4>& a, uint32_t lWhich) {
+    auto Unlink = [&](const xlMergedArea& a, uint32_t lWhich) {
         for (long r = a[0]; r <= a[2]; ++r) {
             auto& v = arrMergedRows[r - 1];
             v.erase(std::remove(v.begin(), v.end(), lWhich), v.end());
@@ -958,7 +958,7 @@ void xlWorksheet::Impl::RemoveMerged(uint32_t lIndex) {
 std::vector<uint32_t> xlWorksheet::Impl::MergedIntersecting(long r1, long c1, long r2,
                                                             long c2) const {
     std::vector<uint32_t> arrOut;
-    auto bHit = [&](const std::array<long, 4>& a) {
+    auto bHit = [&](const xlMergedArea& a) {
         return a[0] <= r2 && a[2] >= r1 && a[1] <= c2 && a[3] >= c1;
     };
     if (static_cast<uint64_t>(r2 - r1 + 1) > arrMerged.size()) {
@@ -1103,8 +1103,8 @@ void xlRange::MergeCells(bool bMerge) {
         long n1 = r1, m1 = c1, n2 = r2, m2 = c2;
         for (uint32_t i : arrHit) {
             const auto& a = d.arrMerged[i];
-            n1 = std::min(n1, a[0]), m1 = std::min(m1, a[1]);
-            n2 = std::max(n2, a[2]), m2 = std::max(m2, a[3]);
+            n1 = std::min<long>(n1, a[0]), m1 = std::min<long>(m1, a[1]);
+            n2 = std::max<long>(n2, a[2]), m2 = std::max<long>(m2, a[3]);
         }
         if (n1 == r1 && m1 == c1 && n2 == r2 && m2 == c2) break;
         r1 = n1, c1 = m1, r2 = n2, c2 = m2;
@@ -1122,7 +1122,7 @@ void xlRange::MergeCells(bool bMerge) {
             c.lStyle = lAnchorStyle;
         });
     }
-    d.AddMerged({r1, c1, r2, c2});
+    d.AddMerged(MergedArea(r1, c1, r2, c2));
 }
 
 bool xlRange::GetMergeCells() const {
@@ -1132,8 +1132,8 @@ bool xlRange::GetMergeCells() const {
     uint64_t lCovered = 0;
     for (uint32_t i : arrHit) {
         const auto& a = d.arrMerged[i];
-        lCovered += CellCount(std::max(a[0], lRow1_), std::max(a[1], lCol1_),
-                              std::min(a[2], lRow2_), std::min(a[3], lCol2_));
+        lCovered += CellCount(std::max<long>(a[0], lRow1_), std::max<long>(a[1], lCol1_),
+                              std::min<long>(a[2], lRow2_), std::min<long>(a[3], lCol2_));
     }
     return lCovered == CellCount(lRow1_, lCol1_, lRow2_, lCol2_);
 }
@@ -1302,11 +1302,11 @@ void xlRange::Copy(const xlRange& oDestination) const {
             arrColFormats.emplace_back(s.arrColStyle[c], s.arrColWidth[c]);
         }
     }
-    std::vector<std::array<long, 4>> arrMerges;
+    std::vector<xlMergedArea> arrMerges;
     for (uint32_t i : s.MergedIntersecting(lRow1_, lCol1_, lRow2_, lCol2_)) {
         const auto& a = s.arrMerged[i];
         if (a[0] >= lRow1_ && a[1] >= lCol1_ && a[2] <= lRow2_ && a[3] <= lCol2_) {
-            arrMerges.push_back({a[0] + dr, a[1] + dc, a[2] + dr, a[3] + dc});
+            arrMerges.push_back(MergedArea(a[0] + dr, a[1] + dc, a[2] + dr, a[3] + dc));
         }
     }
     std::vector<xlHyperlinkEntry> arrLinks;
@@ -1829,7 +1829,7 @@ void xlWorksheet::ReleaseContents() {
     d.arrRows.shrink_to_fit();
     d.arrMergedRows.clear();
     d.arrMergedRows.shrink_to_fit();
-    std::vector<std::array<long, 4>>().swap(d.arrMerged);
+    std::vector<xlMergedArea>().swap(d.arrMerged);
     std::unordered_map<uint64_t, uint32_t>().swap(d.mapLinks);
     d.pSpool.reset();
     d.bSpoolOwner = false;
@@ -1876,7 +1876,7 @@ long xlWorksheet::MaxColumns() const {
     return pImpl_->lMaxCols;
 }
 
-const std::vector<std::array<long, 4>>& xlWorksheet::MergedAreas() const {
+const std::vector<xlMergedArea>& xlWorksheet::MergedAreas() const {
     return pImpl_->arrMerged;
 }
 

@@ -27,6 +27,14 @@ namespace detail {
 class WriteAhead;
 }
 
+// A merged area of a sheet: first row, first column, last row, last column (32 bits each: a
+// sheet lists hundreds of thousands).
+using xlMergedArea = std::array<int32_t, 4>;
+inline xlMergedArea MergedArea(long r1, long c1, long r2, long c2) {
+    return {static_cast<int32_t>(r1), static_cast<int32_t>(c1), static_cast<int32_t>(r2),
+            static_cast<int32_t>(c2)};
+}
+
 // A cell value: empty, text or a number.
 using xlVariant = std::variant<std::monostate, std::string, double>;
 
@@ -362,7 +370,7 @@ public:
     long MaxRows() const;
     long MaxColumns() const;
     // Merged areas as (row1, col1, row2, col2); never overlapping.
-    const std::vector<std::array<long, 4>>& MergedAreas() const;
+    const std::vector<xlMergedArea>& MergedAreas() const;
 
     // The window: the rows above lRow and the columns left of lCol stay in place while the rest
     // scrolls, as the application's FreezePanes does with cell (lRow, lCol) selected; (1, 1)

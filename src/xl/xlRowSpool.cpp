@@ -175,10 +175,11 @@ void xlWorksheet::Impl::SettleFinishedBlocks() {
     // The blocks before the last two are finished.
     if (arrBlockStarts.size() < 3) return;
     SpoolFinishedBlocks();
-    // Rows that stay in memory give back the room their first record made for more.
+    // Rows that stay in memory give back the room their first record made for more, those
+    // before the first block (the rows the blocks follow) as well.
     const long lDone = std::min<long>(arrBlockStarts[arrBlockStarts.size() - 2] - 1,
                                       static_cast<long>(arrRows.size()));
-    for (long r = std::max(lTrimmed + 1, arrBlockStarts.front()); r <= lDone; ++r) {
+    for (long r = lTrimmed + 1; r <= lDone; ++r) {
         if (!Spooled(r)) arrRows[static_cast<size_t>(r - 1)].arrCells.shrink_to_fit();
     }
     lTrimmed = std::max(lTrimmed, lDone);
@@ -276,7 +277,7 @@ void xlWorksheet::Impl::UnspoolAll() {
         arrMergedRows[static_cast<size_t>(r - 1)].clear();
     for (uint32_t k = 0; k < arrMerged.size(); ++k) {
         const auto& a = arrMerged[k];
-        for (long r = std::max(a[0], p->lFirst); r <= std::min(a[2], lLast); ++r)
+        for (long r = std::max<long>(a[0], p->lFirst); r <= std::min<long>(a[2], lLast); ++r)
             arrMergedRows[static_cast<size_t>(r - 1)].push_back(k);
     }
     arrSpoolChanges.clear();

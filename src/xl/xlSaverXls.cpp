@@ -775,7 +775,7 @@ private:
     void AutoFilterInfo() {
         const auto& a = d_.arrAutoFilter;
         if (a[0] == 0) return;
-        const long c2 = std::min(a[3], xlMaxColumnsXls);
+        const long c2 = std::min<long>(a[3], xlMaxColumnsXls);
         w_.Record16(kAutoFilterInfo, static_cast<uint32_t>(c2 - a[1] + 1));
     }
 
@@ -967,7 +967,7 @@ private:
     }
 
     void MergedCells() {
-        std::vector<std::array<long, 4>> arr = d_.arrMerged;
+        std::vector<xlMergedArea> arr = d_.arrMerged;
         std::sort(arr.begin(), arr.end());
         for (size_t i = 0; i < arr.size(); i += kMaxMergesPerRecord) {
             const size_t n = std::min(kMaxMergesPerRecord, arr.size() - i);
@@ -976,9 +976,9 @@ private:
             for (size_t k = i; k < i + n; ++k) {
                 const auto& a = arr[k];
                 b.U16(static_cast<uint32_t>(a[0] - 1));
-                b.U16(static_cast<uint32_t>(std::min(a[2], xlMaxRowsXls) - 1));
+                b.U16(static_cast<uint32_t>(std::min<long>(a[2], xlMaxRowsXls) - 1));
                 b.U16(static_cast<uint32_t>(a[1] - 1));
-                b.U16(static_cast<uint32_t>(std::min(a[3], xlMaxColumnsXls) - 1));
+                b.U16(static_cast<uint32_t>(std::min<long>(a[3], xlMaxColumnsXls) - 1));
             }
             w_.Record(kMergeCells, b);
         }

@@ -563,7 +563,7 @@ struct RowBatch {
         uint32_t lCellEnd;
     };
     std::vector<RowJob> arrRows;
-    std::vector<std::array<long, 4>> arrMerges;
+    std::vector<xlMergedArea> arrMerges;
     std::vector<CellJob> arrCells;
     std::vector<std::string> arrStrings;
     // Rows taken ahead of the save: the formats of the table from the last batch's count on,
@@ -806,7 +806,7 @@ struct LinkOut {
 template <class LinkFn, class BackgroundFn>
 bool PrepareRow(RowBatch& b, const xlWorksheet::Impl& d, const detail::RowFitter& oFitter, long r,
                 const RowRec& o, const std::vector<uint32_t>* pCovering,
-                const std::array<long, 4>* arrStart, size_t nStart, LinkFn&& fnLink,
+                const xlMergedArea* arrStart, size_t nStart, LinkFn&& fnLink,
                 BackgroundFn&& fnBackground) {
     using Kind = RowBatch::Kind;
     if (o.arrCells.empty() && o.lStyle == kUnformatted && o.nHeightTwips == detail::kNoHeight &&
@@ -888,7 +888,7 @@ std::pair<long, long> WriteCells(Sink& sink, const xlWorksheet& oSheet, Formats<
     detail::SheetRows oRows(d);
     oRows.SkipTo(lFirst);
     const std::vector<uint32_t>& arrMerged = oRows.MergedInOrder();
-    auto Area = [&](size_t i) -> const std::array<long, 4>& { return d.arrMerged[arrMerged[i]]; };
+    auto Area = [&](size_t i) -> const xlMergedArea& { return d.arrMerged[arrMerged[i]]; };
     size_t lNextMerge = 0;
     while (lNextMerge < arrMerged.size() && Area(lNextMerge)[0] < lFirst)
         ++lNextMerge;
@@ -900,7 +900,7 @@ std::pair<long, long> WriteCells(Sink& sink, const xlWorksheet& oSheet, Formats<
                          std::pair<uint64_t, uint32_t>(detail::CellKey(lFirst, 0), 0)) -
         arrLinkCells.begin());
     const detail::RowFitter oFitter(d);
-    std::vector<std::array<long, 4>> arrStart;
+    std::vector<xlMergedArea> arrStart;
     LinkOut oLink;
     oProgress.Advance(lFirst - 1);
 
@@ -1479,7 +1479,7 @@ private:
         size_t lPromise = lNextPromise_;
         if (!d_.ApplyPromises(oRow_, r, lNextPromise_)) Fail();
         if (bStays) {
-            arrStays_.push_back(RowFingerprint(oRow_));
+            oStays_.Add(RowFingerprint(oRow_));
             lStays_ = r;
         }
         auto fnBackground = [&](long lCol) {
@@ -1568,12 +1568,10 @@ private:
             return false;
         }
         if (static_cast<long>(d_.arrRows.size()) < lTaken_) return false;
-        for (long r = 1; r <= lStays_; ++r) {
-            if (RowFingerprint(d_.arrRows[static_cast<size_t>(r - 1)]) !=
-                arrStays_[static_cast<size_t>(r - 1)]) {
-                return false;
-            }
-        }
+        Fingerprint oStays;
+        for (long r = 1; r <= lStays_; ++r)
+            oStays.Add(RowFingerprint(d_.arrRows[static_cast<size_t>(r - 1)]));
+        if (oStays.Value() != oStays_.Value()) return false;
         // The links and merged areas of the rows taken are those written.
         const auto& arrItems = oSheet_.Hyperlinks().Items();
         FingerprintSet oLinks, oMerges;
@@ -1600,9 +1598,9 @@ private:
     std::unique_ptr<RowWriter<WriterSink>> pWriter_;
     bool bStopped_ = false;
 
-    long lTaken_ = 0;  // rows 1 to lTaken_ went to the writer
-    long lStays_ = 0;  // of those, rows 1 to lStays_ stay in the model's memory
-    std::vector<uint64_t> arrStays_;
+    long lTaken_ = 0;     // rows 1 to lTaken_ went to the writer
+    long lStays_ = 0;     // of those, rows 1 to lStays_ stay in the model's memory
+    Fingerprint oStays_;  // of those rows, in order
     // The links and merged areas written.
     FingerprintSet oLinksTaken_, oMergesTaken_;
     std::vector<float> arrColWidth_;
@@ -1616,7 +1614,7 @@ private:
     size_t lNextPromise_ = 0;
     RowRec oRow_;
     LinkOut oLink_;
-    std::vector<std::array<long, 4>> arrStart_;
+    std::vector<xlMergedArea> arrStart_;
 };
 
 std::shared_ptr<WriteAhead> BeginWriteAhead(const xlWorkbook& oBook, xlWorksheet& oSheet) {

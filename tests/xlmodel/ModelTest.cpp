@@ -407,7 +407,7 @@ TEST_F(Model, MergeKeepsTheTopLeftValueAndFormat) {
     xlRange r = ws.Range("A1:C1");
     r.MergeCells(true);
     ASSERT_EQ(ws.MergedAreas().size(), 1u);
-    EXPECT_EQ(ws.MergedAreas()[0], (std::array<long, 4>{1, 1, 1, 3}));
+    EXPECT_EQ(ws.MergedAreas()[0], (xl::xlMergedArea{1, 1, 1, 3}));
     EXPECT_EQ(TextAt(1, 1), "keep");
     EXPECT_EQ(TextAt(1, 2), "");
     EXPECT_EQ(St(1, 3).lInteriorColorIndex, 6);
@@ -430,7 +430,7 @@ TEST_F(Model, MergeOverMergeGrowsToTheBoundingRectangle) {
     ws.Cells(1, 4).Value("right");
     ws.Range("B1:D1").MergeCells(true);
     ASSERT_EQ(ws.MergedAreas().size(), 1u);
-    EXPECT_EQ(ws.MergedAreas()[0], (std::array<long, 4>{1, 1, 1, 5}));
+    EXPECT_EQ(ws.MergedAreas()[0], (xl::xlMergedArea{1, 1, 1, 5}));
     EXPECT_EQ(TextAt(1, 4), "");  // only the top-left value is kept
 
     // Growth goes on through every area the grown rectangle touches.
@@ -441,7 +441,7 @@ TEST_F(Model, MergeOverMergeGrowsToTheBoundingRectangle) {
     ASSERT_EQ(ws.MergedAreas().size(), 3u);
     bool bFound = false;
     for (const auto& a : ws.MergedAreas()) {
-        bFound = bFound || a == std::array<long, 4>{3, 1, 5, 3};
+        bFound = bFound || a == xl::xlMergedArea{3, 1, 5, 3};
     }
     EXPECT_TRUE(bFound);
 }
@@ -452,7 +452,7 @@ TEST_F(Model, MergeCellsFalseUnmergesTheAreasItTouches) {
     ws.Range("A4:C4").MergeCells(true);
     ws.Range("B1:B2").MergeCells(false);
     ASSERT_EQ(ws.MergedAreas().size(), 1u);
-    EXPECT_EQ(ws.MergedAreas()[0], (std::array<long, 4>{4, 1, 4, 3}));
+    EXPECT_EQ(ws.MergedAreas()[0], (xl::xlMergedArea{4, 1, 4, 3}));
 }
 
 TEST_F(Model, MergedAreasNeverOverlap) {
@@ -614,7 +614,7 @@ TEST_F(Model, CopyCarriesValuesFormatsAndMerges) {
     EXPECT_EQ(ws2.Cells(1, 2).Text(), "merged");
     EXPECT_EQ(ws2.Cells(2, 3).Text(), "");
     ASSERT_EQ(ws2.MergedAreas().size(), 1u);
-    EXPECT_EQ(ws2.MergedAreas()[0], (std::array<long, 4>{1, 2, 1, 3}));
+    EXPECT_EQ(ws2.MergedAreas()[0], (xl::xlMergedArea{1, 2, 1, 3}));
 
     // To a single cell: the area of the source from there; one row up on the same sheet.
     ws.Cells(5, 1).Value(1.0);

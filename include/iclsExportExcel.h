@@ -77,6 +77,11 @@ public:
     // The folder the workbooks of the following calls go into, instead of the data file's
     // folder; their names stay the same. An empty string brings back the data file's folder.
     virtual void SetOutputDir(const std::string& sOutputDir) = 0;
+    // Whether the following calls may write an .xlsx workbook's first sheet while it is laid
+    // out, on a second thread (on by default). A host that runs exports side by side on all its
+    // cores, as a batch does, turns it off: each export then keeps to one core. The workbook is
+    // the same either way.
+    virtual void SetWriteAhead(bool bWriteAhead) = 0;
 
     // Registers (or, with an empty factory, removes) a grouping component under a programmatic
     // identifier; the export asks for "wexgrp.IclsGroup".

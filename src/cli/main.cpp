@@ -219,6 +219,7 @@ struct clsBatchSettings {
     std::string sOutputDir;
     bool bGroupNone = false;
     bool bProgress = false;
+    bool bWriteAhead = true;  // the exports leave a core free for each one's writer
     std::shared_ptr<std::atomic<bool>> pStop;
 };
 
@@ -267,6 +268,7 @@ private:
         }
         oExport->SetCancelFlag(oSettings_.pStop);
         oExport->SetOutputDir(oSettings_.sOutputDir);
+        oExport->SetWriteAhead(oSettings_.bWriteAhead);
         for (;;) {
             if (oSettings_.pStop->load()) return;
             const size_t i = lNext_.fetch_add(1);
@@ -499,6 +501,8 @@ int main(int argc, char** argv) {
         unsigned nThreads = nJobs > 0 ? nJobs : std::max(1u, std::thread::hardware_concurrency());
         nThreads =
             static_cast<unsigned>(std::max<size_t>(1, std::min<size_t>(nThreads, arrFiles.size())));
+        // Exports on every core keep to one each: a writer beside each would only wait.
+        oBatch.bWriteAhead = nThreads < std::max(1u, std::thread::hardware_concurrency());
         clsBatchRun oRun(oBatch, arrFiles);
         return oRun.Run(nThreads);
     }

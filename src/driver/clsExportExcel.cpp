@@ -132,6 +132,10 @@ void clsExportExcel::SetOutputDir(const std::string& sOutputDir) {
     ctx_.Options.OutputDir = sOutputDir;
 }
 
+void clsExportExcel::SetWriteAhead(bool bWriteAhead) {
+    ctx_.Options.WriteAhead = bWriteAhead;
+}
+
 bool clsExportExcel::ParseXML2Excel(const std::string& sXFullPath, const std::string& sXIniFullPath,
                                     const std::string& sSetupXString,
                                     const std::string& sExtension) {

@@ -22,6 +22,7 @@ public:
     void SetCancelFlag(std::shared_ptr<std::atomic<bool>> pFlag) override;
     void SetViews(std::optional<clsViews> oViews) override;
     void SetOutputDir(const std::string& sOutputDir) override;
+    void SetWriteAhead(bool bWriteAhead) override;
     std::string LastWorkbookPath() const override { return sLastWorkbookPath_; }
     clsWorkbookState LastWorkbookState() const override { return oWorkbookState_; }
 

@@ -31,6 +31,8 @@ struct clsExportOptions {
     // The folder the workbook goes into instead of the data file's folder; empty: the data
     // file's folder. The workbook's name stays the same.
     std::string OutputDir;
+    // The first sheet of an .xlsx workbook may go to the file while it is laid out.
+    bool WriteAhead = true;
 };
 
 struct clsRunContext {

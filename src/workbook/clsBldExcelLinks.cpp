@@ -216,6 +216,8 @@ void clsBldExcel::AddAnchorLink(long nRow, long nCol, const std::string& sAnchor
 // from the workbook at the save.
 void clsBldExcel::WriteAheadOfBlocks() {
     TrapRunVoid(ctx_, "clsBldExcel", "WriteAheadOfBlocks", [&] {
+        // A host that keeps each export to one core says so.
+        if (!ctx_.Options.WriteAhead) return;
         xl::xlWorksheet& oSheet = Sheet();
         oSheet.WriteAhead();
         if (!oSheet.WritesAhead()) return;

@@ -1426,7 +1426,7 @@ public:
         oSink_.reset();
         if (wb_.p) lxw_workbook_free(wb_.p);
         wb_.p = nullptr;
-        if (d_.pAhead == this) d_.pAhead = nullptr;
+        Done();
     }
 
     // At the save to sPath: the sheet ended as promised, and the writer wrote all it took. Else
@@ -1453,10 +1453,19 @@ public:
                 CompleteXlsx(wb_, *oSink_, *oFmts_, oBook_, sTempFile, sFolder, oRelease, &oStart);
             });
         bStopped_ = true;
-        if (d_.pAhead == this) d_.pAhead = nullptr;
+        Done();
     }
 
 private:
+    // The sheet no longer writes ahead, and its promises are of no more use.
+    void Done() {
+        if (d_.pAhead != this) return;
+        d_.pAhead = nullptr;
+        std::vector<xlWorksheet::Impl::PromisedLink>().swap(d_.arrPromisedLinks);
+        d_.arrPromisedChanges.clear();
+        d_.lPromisedLinks = 0;
+    }
+
     // What the rows are written against: the columns and the sheet's format as they will be.
     void Begin() {
         arrColWidth_ = d_.arrColWidth;

@@ -308,7 +308,29 @@ void PrintTo(const ExportKind& k, std::ostream* os) {
 }
 
 class RowsReadBackTest : public ExportIdentityTest,
-                         public ::testing::WithParamInterface<ExportKind> {};
+                         public ::testing::WithParamInterface<ExportKind> {
+protected:
+    // Generates the data file of the kind (400 objects, several batches of rows and blocks that
+    // go to the spool) and its settings: sData, sSettingsFile, and the mode as a setup names it.
+    void Generate() {
+        const ExportKind& k = GetParam();
+        const std::string sDir = tmp.File("data");
+        fs::create_directories(sDir);
+        sData = sDir + "/export.xml";
+        sSettingsFile = tmp.File("settings.xml");
+        const std::string sGen = Output(
+            "/usr/bin/python3 '" + testutil::SourceDir() + "/bench/gen_data.py' '" + sData +
+            "' --kind " + k.sKind + " --mode " + k.sSpace +
+            " --objects 400 --depth 4 --fanout 3 --attrs 4 --docs 0.5 --files 2 --folders 0.3"
+            " --items 1 --mnfs 0.5 --vnds 0.3 --alternates 0.3 --refdes 2 --seed 11 --settings '" +
+            sSettingsFile + "' 2>&1");
+        ASSERT_TRUE(fs::exists(sData)) << sGen;
+        sSpace = k.sSpace;
+        for (char& ch : sSpace)
+            ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
+    }
+    std::string sData, sSettingsFile, sSpace;
+};
 
 }  // namespace
 
@@ -320,19 +342,8 @@ TEST_P(RowsReadBackTest, EveryRowReachesEachSaverInOrderAndComplete) {
     const ExportKind& k = GetParam();
     const std::string sSource = testutil::SourceDir();
     const std::string sDir = tmp.File("data");
-    fs::create_directories(sDir);
-    const std::string sData = sDir + "/export.xml";
-    const std::string sSettingsFile = tmp.File("settings.xml");
-    const std::string sGen = Output(
-        "/usr/bin/python3 '" + sSource + "/bench/gen_data.py' '" + sData + "' --kind " + k.sKind +
-        " --mode " + k.sSpace +
-        " --objects 400 --depth 4 --fanout 3 --attrs 4 --docs 0.5 --files 2 --folders 0.3"
-        " --items 1 --mnfs 0.5 --vnds 0.3 --alternates 0.3 --refdes 2 --seed 11 --settings '" +
-        sSettingsFile + "' 2>&1");
-    ASSERT_TRUE(fs::exists(sData)) << sGen;
-    std::string sSpace = k.sSpace;
-    for (char& ch : sSpace)
-        ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
+    Generate();
+    if (HasFatalFailure()) return;
     const std::string sSetup =
         "<SETUP><PROJECT>Rows</PROJECT><WORKBOOK_NAME>wb</WORKBOOK_NAME><EXPORTED_BY>test"
         "</EXPORTED_BY><EXPORT_DATE>1/1/2025</EXPORT_DATE><OBJECT_TYPE>" +
@@ -379,20 +390,8 @@ TEST_P(RowsReadBackTest, EveryRowReachesEachSaverInOrderAndComplete) {
 // memory and then saved gives, part for part (the export's time of day aside).
 TEST_P(RowsReadBackTest, TheWorkbookWrittenAheadIsTheOneTheWholeModelSaves) {
     const ExportKind& k = GetParam();
-    const std::string sDir = tmp.File("data");
-    fs::create_directories(sDir);
-    const std::string sData = sDir + "/export.xml";
-    const std::string sSettingsFile = tmp.File("settings.xml");
-    const std::string sGen = Output(
-        "/usr/bin/python3 '" + testutil::SourceDir() + "/bench/gen_data.py' '" + sData +
-        "' --kind " + k.sKind + " --mode " + k.sSpace +
-        " --objects 400 --depth 4 --fanout 3 --attrs 4 --docs 0.5 --files 2 --folders 0.3"
-        " --items 1 --mnfs 0.5 --vnds 0.3 --alternates 0.3 --refdes 2 --seed 11 --settings '" +
-        sSettingsFile + "' 2>&1");
-    ASSERT_TRUE(fs::exists(sData)) << sGen;
-    std::string sSpace = k.sSpace;
-    for (char& ch : sSpace)
-        ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
+    Generate();
+    if (HasFatalFailure()) return;
     const std::string sSetup = SetupXml(k.sObjectType, sSpace);
 
     bool bAhead = false;

@@ -83,6 +83,19 @@ protected:
         if (p.bKeepAlignment) ws.Cells().VerticalAlignment(xlTop);
     }
     static std::string Anchor(long i) { return "ID_" + std::to_string(i); }
+    // A plan whose sheet is left as the blocks leave it: no promise kept yet.
+    static Plan Unfinished() {
+        Plan p;
+        p.bKeepLinks = false;
+        p.bKeepAlignment = false;
+        return p;
+    }
+    // The sheet continues past its end, streams its finished blocks and asks to write ahead.
+    static void StartWritingAhead(xlWorksheet& ws) {
+        ws.ContinuePastLastRow();
+        ws.StreamFinishedBlocks();
+        ws.WriteAhead();
+    }
 
     // Saves a workbook filled by plan p as an export does: its place first, then filled, then
     // saved as it closes. Tells whether the writer's file was completed.
@@ -132,10 +145,7 @@ TEST_F(WriteAhead, TheRowsGoToTheWriterAsTheyGoToTheSpool) {
     xl::xlWorkbook book;
     book.SaveAs(dir.File("a.xlsx"));
     xlWorksheet& ws = book.Worksheets()(1);
-    Plan p;
-    p.bKeepLinks = false;
-    p.bKeepAlignment = false;
-    Fill(ws, p);
+    Fill(ws, Unfinished());
     EXPECT_TRUE(ws.WritesAhead());
     ASSERT_NE(ws.Data().pSpool, nullptr);
     EXPECT_GT(ws.Data().pSpool->lLast, 800);
@@ -154,9 +164,7 @@ TEST_F(WriteAhead, WhatWasNotPromisedLeavesTheSaveToTheModel) {
     pRow.bChangeMainRow = true;
     Plan pSheet;
     pSheet.bOtherSheetChange = true;
-    Plan pStopped;
-    pStopped.bKeepLinks = false;
-    pStopped.bKeepAlignment = false;
+    const Plan pStopped = Unfinished();
     Plan pNoAlignment;
     pNoAlignment.bKeepAlignment = false;
     int n = 0;
@@ -193,9 +201,7 @@ TEST_F(WriteAhead, MoreLinksThanTheSheetHoldsStopTheWriterAtOnce) {
     xl::xlWorkbook book;
     book.SaveAs(dir.File("a.xlsx"));
     xlWorksheet& ws = book.Worksheets()(1);
-    ws.ContinuePastLastRow();
-    ws.StreamFinishedBlocks();
-    ws.WriteAhead();
+    StartWritingAhead(ws);
     ASSERT_TRUE(ws.WritesAhead());
     for (long r = 1; r <= xlMaxHyperlinks; ++r)
         ws.Hyperlinks().Promise(ws.Cells(r, 1), "", "ID_" + std::to_string(r));
@@ -209,10 +215,7 @@ TEST_F(WriteAhead, APromiseAfterRowsWentStopsTheWriter) {
     xl::xlWorkbook book;
     book.SaveAs(dir.File("a.xlsx"));
     xlWorksheet& ws = book.Worksheets()(1);
-    Plan p;
-    p.bKeepLinks = false;
-    p.bKeepAlignment = false;
-    Fill(ws, p);
+    Fill(ws, Unfinished());
     ASSERT_TRUE(ws.WritesAhead());
     ws.PromiseVerticalAlignment(xlCenter);
     EXPECT_FALSE(ws.WritesAhead());
@@ -223,15 +226,11 @@ TEST_F(WriteAhead, AnXlsWorkbookAndOneWithoutItsPlaceDoNotWriteAhead) {
     xl::xlWorkbook oXls;
     oXls.SaveAs(dir.File("a.xls"));
     xlWorksheet& ws = oXls.Worksheets()(1);
-    ws.ContinuePastLastRow();
-    ws.StreamFinishedBlocks();
-    ws.WriteAhead();
+    StartWritingAhead(ws);
     EXPECT_FALSE(ws.WritesAhead());
     xl::xlWorkbook oMemory;
     xlWorksheet& wm = oMemory.Worksheets()(1);
-    wm.ContinuePastLastRow();
-    wm.StreamFinishedBlocks();
-    wm.WriteAhead();
+    StartWritingAhead(wm);
     EXPECT_FALSE(wm.WritesAhead());
     // Nor without streaming, nor a second sheet.
     xl::xlWorkbook oPlain;
@@ -239,9 +238,7 @@ TEST_F(WriteAhead, AnXlsWorkbookAndOneWithoutItsPlaceDoNotWriteAhead) {
     oPlain.Worksheets()(1).WriteAhead();
     EXPECT_FALSE(oPlain.Worksheets()(1).WritesAhead());
     xlWorksheet& w2 = oPlain.Worksheets().Add();
-    w2.ContinuePastLastRow();
-    w2.StreamFinishedBlocks();
-    w2.WriteAhead();
+    StartWritingAhead(w2);
     EXPECT_FALSE(w2.WritesAhead());
 }
 

@@ -521,7 +521,15 @@ struct xlWorksheet::Impl {
 };
 
 namespace detail {
-// The last column of a row holding a cell that shows something, 0 when none does.
+// The last column of a row holding a cell that shows something, 0 when none does: a value, or
+// a format other than fnBackground(column), what the cell would show without its record.
+template <class BackgroundFn>
+long LastShownColumn(const Row& o, BackgroundFn&& fnBackground) {
+    for (auto it = o.arrCells.rbegin(); it != o.arrCells.rend(); ++it) {
+        if (it->eType != kEmpty || it->lStyle != fnBackground(it->nCol)) return it->nCol;
+    }
+    return 0;
+}
 long LastShownColumn(const xlWorksheet::Impl& d, const Row& o);
 
 // The writer behind xlWorksheet::WriteAhead (xlSaverXlsx.cpp). Begins the file of the sheet's

@@ -1817,10 +1817,7 @@ bool xlWorksheet::HasOwnRowHeight(long lRow) const {
 }
 
 long detail::LastShownColumn(const xlWorksheet::Impl& d, const RowRec& o) {
-    for (auto it = o.arrCells.rbegin(); it != o.arrCells.rend(); ++it) {
-        if (it->eType != kEmpty || it->lStyle != d.Background(o, it->nCol)) return it->nCol;
-    }
-    return 0;
+    return LastShownColumn(o, [&](long lCol) { return d.Background(o, lCol); });
 }
 
 void xlWorksheet::ReleaseContents() {

@@ -538,9 +538,9 @@ void WriteColumns(Sink& sink, const xlWorksheet::Impl& d, Formats<Sink>& fmts) {
     }
 }
 
-// What the writer is to write of a run of rows, prepared on the saving thread: each row's height
-// and format, the merged areas that start on it and its cells, with formats as the model's ids.
-// The texts stay where the workbook's store keeps them: a text once stored never moves, and
+// What the writer is to write of a run of rows, prepared on the thread that reads them: each row's
+// height and format, the merged areas that start on it and its cells, with formats as the model's
+// ids. The texts stay where the workbook's store keeps them: a text once stored never moves, and
 // nothing changes it.
 struct RowBatch {
     enum class Kind : uint8_t { String, Number, Blank, Formula, Url, UrlNumber };
@@ -581,9 +581,10 @@ struct RowBatch {
     }
 };
 
-// The queue between the saving thread, which reads and lays out the rows, and the writer's
-// thread, which formats and compresses them: a few batches deep, so memory stays bounded while
-// both keep busy. Batches go round: the writer hands each one back to be filled again.
+// The queue between the thread that reads and lays out the rows and the one that makes the
+// writer's calls (see WriteRowsReadBeside and RowWriter): a few batches deep, so memory stays
+// bounded while both keep busy. Batches go round: the writer hands each one back to be filled
+// again.
 class RowPipe {
 public:
     static constexpr size_t kRowsPerBatch = 512;
@@ -1542,12 +1543,9 @@ private:
             AddNewStyles(w.Batch());
             w.Send();
         }
-        for (auto it = oRow_.arrCells.rbegin(); it != oRow_.arrCells.rend(); ++it) {
-            if (it->eType != kEmpty || it->lStyle != fnBackground(it->nCol)) {
-                lUsedRow_ = r;
-                lUsedCol_ = std::max<long>(lUsedCol_, it->nCol);
-                break;
-            }
+        if (const long c = detail::LastShownColumn(oRow_, fnBackground); c != 0) {
+            lUsedRow_ = r;
+            lUsedCol_ = std::max(lUsedCol_, c);
         }
     }
 

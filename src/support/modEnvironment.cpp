@@ -253,7 +253,9 @@ long AppDataRootComputations() {
 }
 
 void ReturnFreedMemory() {
-#if defined(__GLIBC__)
+    // Under a sanitizer its own allocator serves the process: glibc's heap was never set up, and
+    // setting it up here, from several exports' threads at once, is not safe.
+#if defined(__GLIBC__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
     malloc_trim(0);
 #endif
 }

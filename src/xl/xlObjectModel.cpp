@@ -1535,7 +1535,11 @@ void xlHyperlinks::Add(const xlRange& oAnchor, const std::string& sAddress,
     const long r = oAnchor.Row(), c = oAnchor.Column();
     const uint64_t k = detail::CellKey(r, c);
     auto it = d.mapLinks.find(k);
-    if (it == d.mapLinks.end() && arr_.size() >= static_cast<size_t>(xlMaxHyperlinks)) Fail();
+    // A sheet that continues on new sheets takes any number: its blocks go to sheets with room.
+    if (it == d.mapLinks.end() && !d.bContinues &&
+        arr_.size() >= static_cast<size_t>(xlMaxHyperlinks)) {
+        Fail();
+    }
 
     xlHyperlinkEntry e(r, c, d.oText, detail::LinkText(d.oText, sAddress),
                        detail::LinkText(d.oText, sSubAddress),

@@ -146,6 +146,19 @@ TEST_F(Continuation, ASheetKeepsNoMoreHyperlinksThanTheApplicationsRead) {
     ExpectBlocksWhole(AllSheets(), 65000, 2);
 }
 
+TEST_F(Continuation, ASheetFilledPastItsLinksKeepsEveryLinkOnTheSheetsThatFollow) {
+    // 70,000 blocks with a link each: more than one sheet holds, all taken while filling.
+    FillBlocks(70000, 2, true);
+    const std::vector<xlWorksheet*> arrNew = ws.ContinueOnNewSheets({1, 2}, 0);
+    ASSERT_EQ(arrNew.size(), 1u);
+    EXPECT_EQ(ws.Hyperlinks().Count(), xlMaxHyperlinks);
+    EXPECT_EQ(arrNew[0]->Hyperlinks().Count(), 70000 - xlMaxHyperlinks);
+    EXPECT_EQ(arrNew[0]->Cells(3, 1).Text(), "B" + std::to_string(xlMaxHyperlinks + 1));
+    ExpectBlocksWhole(AllSheets(), 70000, 2);
+    // Once the sheet has its rows, it holds no more than the applications read.
+    EXPECT_RUN_ERROR(ws.Hyperlinks().Add(ws.Cells(1, 5), "more.txt"), 1004);
+}
+
 TEST_F(Continuation, ASheetKeepsNoMoreLocalNamesThanLibreOfficeReads) {
     // 70,000 blocks fit the rows of one .xlsx sheet, but not as names of one sheet.
     FillBlocks(70000, 2);

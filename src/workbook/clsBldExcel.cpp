@@ -104,7 +104,7 @@ bool clsBldExcel::FillExlFile() {
         // ahead of the save, wherever they end up.
         oSheet.ContinuePastLastRow();
         oSheet.StreamFinishedBlocks();
-        WriteAheadOfBlocks();
+        WriteAheadOfBlocks(nCount);
 
         // One empty row separates the main panel from the property panel.
         long nRow = CheckedAdd(CheckedAdd(nCount, 6), 1);

@@ -97,12 +97,15 @@ public:
                        long nLastCol = 6);
     // Links a main-panel cell (or a cell of oSheet) to the block of an anchor name, on
     // whichever sheet it is.
-    void AddAnchorLink(long nRow, long nCol, const std::string& sAnchor);
+    void AddAnchorLink(long nRow, long nCol, long nIndex);
     void AddAnchorLink(xl::xlWorksheet& oSheet, long nRow, long nCol, const std::string& sAnchor);
     bool FillHyperlinkCollect();
     // Lets the first sheet's rows go to the file's writer while the blocks are filled, with
-    // what the sheet gets once they are placed promised first.
-    void WriteAheadOfBlocks();
+    // what the sheet gets once they are placed promised first; the main panel has nCount rows.
+    void WriteAheadOfBlocks(long nCount);
+    // Counts the blocks before they are filled, for where the first sheet will be cut
+    // (clsBldExcelForecast.cpp).
+    bool ForecastBlocks(long nCount);
 
     // Caption bands, merging and the level sheet.
     bool FillCaption(long nRow, long nFirstCol, long nLastCol, long nInteriorColor,
@@ -207,4 +210,6 @@ private:
     bool bViewsReadRecords_ = false;
     // The main panel's links are promised, not made (WriteAheadOfBlocks).
     bool bPromiseLinks_ = false;
+    // By object index: the cell of its block on a new sheet, as forecast; empty when it stays.
+    std::vector<std::string> arrForecastCells_;
 };

@@ -176,7 +176,7 @@ bool clsBldExcel::FillHyperlinkStruct() {
         const clsExportModel& m = ctx_.Model;
         if (m.ExportKind < 1 || m.ExportKind > 3) return true;
         for (long i = 0; i <= m.ObjCount; ++i)
-            AddAnchorLink(CheckedAdd(i, 6), 2, AnchorNameOf(i));
+            AddAnchorLink(CheckedAdd(i, 6), 2, i);
         return true;
     });
 }
@@ -189,7 +189,7 @@ bool clsBldExcel::FillHyperlinkCollect() {
         long r = 0;
         for (long i = 0; i <= m.ObjCount; ++i) {
             if (LevelOf(i) != 0) continue;
-            AddAnchorLink(CheckedAdd(r, 6), 1, AnchorNameOf(i));
+            AddAnchorLink(CheckedAdd(r, 6), 1, i);
             r = CheckedAdd(r, 1);
         }
         return true;
@@ -199,11 +199,17 @@ bool clsBldExcel::FillHyperlinkCollect() {
 // A block on the first sheet is found through its anchor name; one on a continuation sheet
 // through that sheet and the name's first cell. Past the hyperlinks a sheet holds, the cell
 // holds a HYPERLINK formula that shows its text and leads to the block's first cell.
-void clsBldExcel::AddAnchorLink(long nRow, long nCol, const std::string& sAnchor) {
+void clsBldExcel::AddAnchorLink(long nRow, long nCol, long nIndex) {
+    const std::string sAnchor = AnchorNameOf(nIndex);
     if (bPromiseLinks_) {
-        // Made once the blocks are placed: a block on this sheet is reached by its name.
+        // Made once the blocks are placed: a block on this sheet is reached by its name, one
+        // forecast to go to a new sheet by its cell there.
         xl::xlWorksheet& oSheet = Sheet();
-        oSheet.Hyperlinks().Promise(oSheet.Cells(nRow, nCol), "", sAnchor);
+        const std::string* pCell = static_cast<size_t>(nIndex) < arrForecastCells_.size()
+                                       ? &arrForecastCells_[static_cast<size_t>(nIndex)]
+                                       : nullptr;
+        oSheet.Hyperlinks().Promise(oSheet.Cells(nRow, nCol), "",
+                                    pCell && !pCell->empty() ? *pCell : sAnchor);
         return;
     }
     AddAnchorLink(Sheet(), nRow, nCol, sAnchor);
@@ -214,13 +220,15 @@ void clsBldExcel::AddAnchorLink(long nRow, long nCol, const std::string& sAnchor
 // the main panel's links are promised first (and made as ever once the blocks are placed). A
 // sheet that ends otherwise, its blocks continued on new sheets or its build stopped, is written
 // from the workbook at the save.
-void clsBldExcel::WriteAheadOfBlocks() {
+void clsBldExcel::WriteAheadOfBlocks(long nCount) {
     TrapRunVoid(ctx_, "clsBldExcel", "WriteAheadOfBlocks", [&] {
         // A host that keeps each export to one core says so.
         if (!ctx_.Options.WriteAhead) return;
         xl::xlWorksheet& oSheet = Sheet();
         oSheet.WriteAhead();
         if (!oSheet.WritesAhead()) return;
+        // A sheet whose blocks will continue on new sheets writes the rows it keeps.
+        ForecastBlocks(nCount);
         oSheet.PromiseVerticalAlignment(modConst::xlTop);
         bPromiseLinks_ = true;
         if (ctx_.Model.IsStructure == 1) {
@@ -229,6 +237,7 @@ void clsBldExcel::WriteAheadOfBlocks() {
             FillHyperlinkCollect();
         }
         bPromiseLinks_ = false;
+        std::vector<std::string>().swap(arrForecastCells_);
     });
 }
 

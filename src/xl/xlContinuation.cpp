@@ -4,6 +4,7 @@
 // sheet by itself, and a sheet takes no more hyperlinks and local names than the applications
 // read.
 #include <algorithm>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -46,26 +47,39 @@ struct Running {
     long LinksIn(long a, long b) const { return Diff(arrLinks, a, b); }
     long NamesIn(long a, long b) const { return Diff(arrNames, a, b); }
 
+    // Made for rows 1 to lLast: each link and name counted on its row, then summed down.
+    explicit Running(long lLast)
+        : arrLinks(static_cast<size_t>(lLast) + 1, 0),
+          arrNames(static_cast<size_t>(lLast) + 1, 0) {}
+    void AddLinks(long lRow, long n) { Add(arrLinks, lRow, n); }
+    void AddNames(long lRow, long n) { Add(arrNames, lRow, n); }
+    void Sum() {
+        for (size_t i = 1; i < arrLinks.size(); ++i) {
+            arrLinks[i] += arrLinks[i - 1];
+            arrNames[i] += arrNames[i - 1];
+        }
+    }
+
 private:
+    static void Add(std::vector<uint32_t>& arr, long lRow, long n) {
+        if (lRow >= 1 && static_cast<size_t>(lRow) < arr.size()) {
+            arr[static_cast<size_t>(lRow)] += static_cast<uint32_t>(n);
+        }
+    }
     static long Diff(const std::vector<uint32_t>& arr, long a, long b) {
         return static_cast<long>(arr[static_cast<size_t>(b)]) -
                static_cast<long>(arr[static_cast<size_t>(a - 1)]);
     }
 };
 
-Plan PlanParts(const xlWorksheet::Impl& d, const Running& oRunning,
-               const std::vector<long>& arrTitleRows, long lLinksToCome) {
+// The long sheet's rows 1 to lLast, its blocks starting at arrStarts (in order), with the
+// running counts of their links and names, cut into the sheet and new ones.
+Plan PlanParts(const xlWorksheet::Impl& d, long lLast, const std::vector<long>& arrStarts,
+               const Running& oRunning, const std::vector<long>& arrTitleRows, long lLinksToCome) {
     const long lTitleRows = static_cast<long>(arrTitleRows.size());
-    const long lLast = static_cast<long>(d.arrRows.size());
     const long lRowCap = d.lMaxRows;
     const long lLinkCap = xlMaxHyperlinks;
     const long lNameCap = xlMaxLocalNames;
-    std::vector<long> arrStarts;
-    for (long r : d.arrBlockStarts) {
-        if (r <= lLast) arrStarts.push_back(r);
-    }
-    std::sort(arrStarts.begin(), arrStarts.end());
-    arrStarts.erase(std::unique(arrStarts.begin(), arrStarts.end()), arrStarts.end());
 
     Plan plan;
     // The rows before the first block stay on the sheet, and must fit it; those past its end
@@ -76,7 +90,8 @@ Plan PlanParts(const xlWorksheet::Impl& d, const Running& oRunning,
         for (long r = lRowCap + 1; r <= lHead; ++r) {
             const bool bTitle =
                 std::find(arrTitleRows.begin(), arrTitleRows.end(), r) != arrTitleRows.end();
-            if (!bTitle && !d.arrRows[static_cast<size_t>(r - 1)].arrCells.empty()) Fail();
+            const RowRec* p = d.FindRow(r);
+            if (!bTitle && p && !p->arrCells.empty()) Fail();
         }
         lHead = lRowCap;
     }
@@ -153,6 +168,71 @@ std::string ContinuationName(const std::string& sBase, long n) {
 
 }  // namespace
 
+std::optional<std::vector<std::string>> xlWorksheet::ForecastContinuation(
+    long lFirstRow, const std::vector<xlBlockExtent>& arrBlocks,
+    const std::vector<long>& arrTitleRows, long lLinksToCome) {
+    Impl& d = *pImpl_;
+    d.lForecastKeep = 0;
+    d.arrForecastStarts.clear();
+    const long lTitles = static_cast<long>(arrTitleRows.size());
+    if (!d.bContinues || !d.arrBlockStarts.empty() || !pBook_ || lFirstRow < 1 ||
+        lTitles >= d.lMaxRows || lLinksToCome < 0) {
+        return std::nullopt;
+    }
+    // The blocks one after the other. One longer than a new sheet holds is cut where its own
+    // links and names fall, which are not forecast.
+    std::vector<long> arrStarts;
+    arrStarts.reserve(arrBlocks.size());
+    long lLast = lFirstRow - 1;
+    for (const xlBlockExtent& b : arrBlocks) {
+        if (b.lRows < 1 || b.lRows > d.lMaxRows - lTitles || b.lLinks < 0 || b.lNames < 0 ||
+            b.lRows > kMaxContinuedRows - lLast) {
+            return std::nullopt;
+        }
+        arrStarts.push_back(lLast + 1);
+        lLast += b.lRows;
+    }
+    Running oRunning(lLast);
+    for (size_t i = 0; i < arrBlocks.size(); ++i) {
+        oRunning.AddLinks(arrStarts[i], arrBlocks[i].lLinks);
+        oRunning.AddNames(arrStarts[i], arrBlocks[i].lNames);
+    }
+    oRunning.Sum();
+    Plan plan;
+    try {
+        plan = PlanParts(d, lLast, arrStarts, oRunning, arrTitleRows, lLinksToCome);
+    } catch (const clsRunError&) {
+        return std::nullopt;  // the continuation will refuse it
+    }
+
+    // The new sheets' names, as the continuation gives them.
+    std::vector<std::string> arrNames;
+    long n = 2;
+    for (size_t p = 0; p < plan.arrParts.size(); ++p) {
+        auto fnTaken = [&](const std::string& s) {
+            return pBook_->Worksheets().Find(s) ||
+                   std::find(arrNames.begin(), arrNames.end(), s) != arrNames.end();
+        };
+        while (fnTaken(ContinuationName(sName_, n)))
+            ++n;
+        arrNames.push_back(ContinuationName(sName_, n++));
+    }
+    std::vector<std::string> arrCells(arrBlocks.size());
+    for (size_t i = 0; i < arrStarts.size(); ++i) {
+        const long r = arrStarts[i];
+        if (r <= plan.lKeep) continue;
+        auto it = std::upper_bound(plan.arrParts.begin(), plan.arrParts.end(), r,
+                                   [](long x, const Part& o) { return x < o.lFirst; });
+        if (it == plan.arrParts.begin()) return std::nullopt;
+        const size_t p = static_cast<size_t>(it - plan.arrParts.begin()) - 1;
+        const long lRowIn = lTitles + (r - plan.arrParts[p].lFirst) + 1;
+        arrCells[i] = detail::QuoteSheetName(arrNames[p]) + "!" + Cells(lRowIn, 1).Address();
+    }
+    d.lForecastKeep = plan.lKeep;
+    d.arrForecastStarts = std::move(arrStarts);
+    return arrCells;
+}
+
 void xlWorksheet::ContinuePastLastRow() {
     pImpl_->bContinues = true;
 }
@@ -181,24 +261,22 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
     // spooled row comes back into memory): the spool then holds each row it took.
     d.FlushSpool();
     // The plan needs the running counts of links and names down the rows, nothing after it.
+    const long lLast = static_cast<long>(d.arrRows.size());
+    std::vector<long> arrStarts;
+    for (long r : d.arrBlockStarts) {
+        if (r <= lLast) arrStarts.push_back(r);
+    }
+    std::sort(arrStarts.begin(), arrStarts.end());
+    arrStarts.erase(std::unique(arrStarts.begin(), arrStarts.end()), arrStarts.end());
     const Plan plan = [&] {
-        const long lLast = static_cast<long>(d.arrRows.size());
-        Running oRunning;
-        oRunning.arrLinks.assign(static_cast<size_t>(lLast) + 1, 0);
-        oRunning.arrNames.assign(static_cast<size_t>(lLast) + 1, 0);
-        for (const xlHyperlinkEntry& e : oHyperlinks_.arr_) {
-            if (e.lRow <= lLast) ++oRunning.arrLinks[static_cast<size_t>(e.lRow)];
-        }
+        Running oRunning(lLast);
+        for (const xlHyperlinkEntry& e : oHyperlinks_.arr_)
+            oRunning.AddLinks(e.lRow, 1);
         // A name goes with its first row.
-        for (const xlNameEntry& e : oNames_.arr_) {
-            if (e.lRow1 <= lLast) ++oRunning.arrNames[static_cast<size_t>(e.lRow1)];
-        }
-        for (long r = 1; r <= lLast; ++r) {
-            const size_t i = static_cast<size_t>(r);
-            oRunning.arrLinks[i] += oRunning.arrLinks[i - 1];
-            oRunning.arrNames[i] += oRunning.arrNames[i - 1];
-        }
-        return PlanParts(d, oRunning, arrTitleRows, lLinksToCome);
+        for (const xlNameEntry& e : oNames_.arr_)
+            oRunning.AddNames(e.lRow1, 1);
+        oRunning.Sum();
+        return PlanParts(d, lLast, arrStarts, oRunning, arrTitleRows, lLinksToCome);
     }();
     // The rows in the spool, which stay there wherever they go.
     const long lSpoolFirst = d.SpoolFirst();
@@ -207,9 +285,19 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
     d.bStream = false;
     d.arrBlockStarts.clear();
     std::vector<xlWorksheet*> arrNew;
+    // After a forecast (ForecastContinuation), the file's writer took no row past the cut it
+    // told, and the links it took lead where the blocks were to go: it goes on only when the
+    // blocks began where forecast, and the sheet is cut there if it is cut. (The last block
+    // may end before its forecast end: its empty rows at the end hold nothing.)
+    const bool bForecast = d.lForecastKeep != 0;
+    const bool bAsForecast = bForecast && arrStarts == d.arrForecastStarts &&
+                             (plan.arrParts.empty() || plan.lKeep == d.lForecastKeep);
+    if (bForecast && !bAsForecast) d.StopWriteAhead();
+    d.lForecastKeep = 0;
+    std::vector<long>().swap(d.arrForecastStarts);
     if (plan.arrParts.empty()) return arrNew;
     if (!pBook_) Fail();
-    d.StopWriteAhead();
+    if (!bAsForecast) d.StopWriteAhead();
 
     // The part that a row of the long sheet goes to (0: this sheet; kLeftOut: a title row past
     // the sheet's end, which the new sheets repeat) and its row there.

@@ -400,6 +400,10 @@ struct xlWorksheet::Impl {
     // rows of its blocks, in the order marked.
     bool bContinues = false;
     std::vector<long> arrBlockStarts;
+    // The last row it keeps by ForecastContinuation (0 without one): the rows that may go to the
+    // file's writer while the blocks are filled; and the first rows of the blocks forecast.
+    long lForecastKeep = 0;
+    std::vector<long> arrForecastStarts;
     // The last row that may be written: the sheet's, or far past it while it continues.
     long RowLimit() const { return bContinues ? xlWorksheet::kMaxContinuedRows : lMaxRows; }
 

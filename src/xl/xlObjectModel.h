@@ -322,6 +322,13 @@ struct xlCellView {
     std::string sFormula;  // empty unless the cell holds a formula
 };
 
+// The rows, hyperlinks and local names a block of a sheet will take (ForecastContinuation).
+struct xlBlockExtent {
+    long lRows = 0;
+    long lLinks = 0;
+    long lNames = 0;
+};
+
 class xlWorksheet {
 public:
     xlWorksheet(xlWorkbook* pBook, std::string sName);
@@ -403,6 +410,16 @@ public:
     void KeepRowsTogetherFrom(long lRow);
     std::vector<xlWorksheet*> ContinueOnNewSheets(const std::vector<long>& arrTitleRows,
                                                   long lLinksToCome);
+    // Before its first block is marked, where a sheet that continues will cut its blocks if they
+    // come as told: one after the other from lFirstRow on, with their rows, hyperlinks and local
+    // names, ContinueOnNewSheets taking the same arguments. For each block, the address of its
+    // first cell on the new sheet it goes to ("'Sheet1 (2)'!$A$5"), empty when it stays; none
+    // when no forecast can be made (a block longer than a new sheet holds). A sheet that writes
+    // ahead then writes the rows it will keep while the rest are still being filled; the
+    // continuation goes on with that writer only when it cuts the sheet where forecast.
+    std::optional<std::vector<std::string>> ForecastContinuation(
+        long lFirstRow, const std::vector<xlBlockExtent>& arrBlocks,
+        const std::vector<long>& arrTitleRows, long lLinksToCome);
     // From here on, a block whose filling is over (two blocks later) may be handed to the saver
     // ahead of the save and leave memory, whether the sheet keeps it or a continuation moves it
     // to a new sheet: an .xlsx workbook only, once it has its place (SaveAs). Its rows can then

@@ -205,7 +205,11 @@ void xlWorksheet::Impl::SpoolFinishedBlocks() {
         pSpool = std::make_shared<detail::RowSpool>(p);
         bSpoolOwner = true;
     }
-    if (pAhead) {
+    if (pAhead && lForecastKeep != 0) {
+        // The rows the sheet keeps by the forecast go; the continuation checks it.
+        if (lFrom <= lForecastKeep)
+            detail::WriteAheadRows(*pAhead, lFrom, std::min(lTo, lForecastKeep));
+    } else if (pAhead) {
         // A sheet past its last row, or past the links or names it holds with the links still
         // to come, continues on new sheets: its rows move, and cannot go ahead.
         if (lTo > lMaxRows ||

@@ -30,6 +30,9 @@ struct Plan {
     bool bChangeMainRow = false;
     bool bOtherSheetChange = false;
     bool bKeepAlignment = true;  // the promised top alignment is applied at the end
+    long nSheetRows = 0;         // rows a sheet holds, when fewer than an .xlsx sheet's
+    bool bForecast = false;      // the blocks are forecast before they are filled
+    long nLongerBlock = 0;       // this block has one row more than forecast
 };
 
 class WriteAhead : public ::testing::Test {
@@ -49,14 +52,27 @@ protected:
             ws.Cells(2 + i, 2).Value("P-" + std::to_string(i));
         ws.ContinuePastLastRow();
         ws.StreamFinishedBlocks();
+        if (p.nSheetRows != 0) ws.Data().lMaxRows = p.nSheetRows;
         if (p.bAhead) {
             ws.WriteAhead();
+            // A block forecast to go to a new sheet is reached by its cell there.
+            std::vector<std::string> arrCells(static_cast<size_t>(p.nBlocks));
+            if (p.bForecast) {
+                const std::vector<xl::xlBlockExtent> arrBlocks(static_cast<size_t>(p.nBlocks),
+                                                               {3 + p.nExtra, 1, 1});
+                if (auto o = ws.ForecastContinuation(p.nMain + 4, arrBlocks, {1}, p.nMain)) {
+                    arrCells = std::move(*o);
+                }
+            }
             ws.PromiseVerticalAlignment(xlTop);
-            for (long i = 1; i <= p.nMain; ++i)
-                ws.Hyperlinks().Promise(ws.Cells(2 + i, 2), "", Anchor(i));
+            for (long i = 1; i <= p.nMain; ++i) {
+                const std::string& sCell = arrCells[static_cast<size_t>(i - 1)];
+                ws.Hyperlinks().Promise(ws.Cells(2 + i, 2), "", sCell.empty() ? Anchor(i) : sCell);
+            }
         }
         long r = p.nMain + 4;
         for (long i = 1; i <= p.nBlocks; ++i) {
+            if (i == p.nLongerBlock) ws.Cells(r++, 5).Value("one row more");
             ws.KeepRowsTogetherFrom(r);
             ws.Range(ws.Cells(r, 1), ws.Cells(r, 3)).MergeCells(true);
             ws.Cells(r, 1).Value("B" + std::to_string(i));
@@ -70,13 +86,19 @@ protected:
                 ws.Cells(r + 3 + k, 3).Value(static_cast<double>(k));
             r += 3 + p.nExtra;
         }
-        ws.ContinueOnNewSheets({1}, p.nMain);
+        const std::vector<xlWorksheet*> arrNew = ws.ContinueOnNewSheets({1}, p.nMain);
         if (p.bChangeMainRow) ws.Cells(5, 3).Value("changed later");
         if (p.bKeepLinks) {
             for (long i = 1; i <= p.nMain; ++i) {
-                const std::string sAnchor =
+                std::string sTarget =
                     i == 7 && !p.sOtherAnchor.empty() ? p.sOtherAnchor : Anchor(i);
-                ws.Hyperlinks().Add(ws.Cells(2 + i, 2), "", sAnchor);
+                // A block on a new sheet is reached by its cell there, as an export does.
+                for (xlWorksheet* pTo : arrNew) {
+                    if (const xl::xlNameEntry* e = pTo->Names().Find(sTarget)) {
+                        sTarget = pTo->Cells(e->lRow1, 1).AddressExternal();
+                    }
+                }
+                ws.Hyperlinks().Add(ws.Cells(2 + i, 2), "", sTarget);
             }
         }
         if (p.bOtherSheetChange) ws.Cells().WrapText(false);
@@ -193,6 +215,69 @@ TEST_F(WriteAhead, RowsThatMoveToNewSheetsStopTheWriter) {
     ASSERT_EQ(book.Worksheets().Count(), 2);
     book.Close(true);
     EXPECT_FALSE(book.LastSaveWroteAhead());
+}
+
+// Blocks counted before they are filled: the writer takes the rows the sheet keeps while the
+// rest still come, and the file it completes, with the new sheets written from the model at the
+// save, is the one the whole model gives.
+TEST_F(WriteAhead, ASheetCutWhereForecastWritesTheRowsItKeepsAhead) {
+    Plan p;
+    p.nMain = 300;
+    p.nBlocks = 400;
+    p.nSheetRows = 500;
+    p.bForecast = true;
+    xl::xlWorkbook book;
+    book.SaveAs(dir.File("ahead.xlsx"));
+    Fill(book.Worksheets()(1), p);
+    ASSERT_EQ(book.Worksheets().Count(), 4);
+    const xl::xlWorksheet::Impl& d = book.Worksheets()(1).Data();
+    // The sheet keeps the main panel, an empty row and 65 blocks: its rows went ahead.
+    EXPECT_EQ(d.arrRows.size(), 303u + 65 * 3);
+    EXPECT_TRUE(book.Worksheets()(1).WritesAhead());
+    book.Close(true);
+    EXPECT_TRUE(book.LastSaveWroteAhead());
+    SaveWhole(dir.File("whole.xlsx"), p);
+    ExpectSameFile(dir.File("ahead.xlsx"), dir.File("whole.xlsx"));
+    // The main panel leads to the blocks on the new sheets by their cells.
+    const std::string sParts = Parts(dir.File("ahead.xlsx"));
+    EXPECT_NE(sParts.find("location=\"'Sheet1 (2)'!$A$2\""), std::string::npos);
+    EXPECT_NE(sParts.find("location=\"ID_65\""), std::string::npos);
+    EXPECT_EQ(sParts.find("location=\"ID_66\""), std::string::npos);
+    EXPECT_EQ(testutil::NamesIn(dir.Path()), "ahead.xlsx,whole.xlsx");
+}
+
+// A forecast that turns out wrong (one block a row longer, so the sheet is cut elsewhere): the
+// writer stops at the continuation, and the workbook is saved from the model.
+TEST_F(WriteAhead, ASheetCutElsewhereThanForecastIsSavedFromTheModel) {
+    Plan p;
+    p.nMain = 100;
+    p.nBlocks = 400;
+    p.nSheetRows = 500;
+    p.bForecast = true;
+    p.nLongerBlock = 5;
+    xl::xlWorkbook book;
+    book.SaveAs(dir.File("ahead.xlsx"));
+    xlWorksheet& ws = book.Worksheets()(1);
+    Fill(ws, p);
+    EXPECT_FALSE(ws.WritesAhead());
+    book.Close(true);
+    EXPECT_FALSE(book.LastSaveWroteAhead());
+    SaveWhole(dir.File("whole.xlsx"), p);
+    ExpectSameFile(dir.File("ahead.xlsx"), dir.File("whole.xlsx"));
+}
+
+// No forecast for a block longer than a new sheet holds: it would be cut where its own links
+// fall.
+TEST_F(WriteAhead, ABlockLongerThanASheetIsNotForecast) {
+    xl::xlWorkbook book;
+    book.SaveAs(dir.File("a.xlsx"));
+    xlWorksheet& ws = book.Worksheets()(1);
+    StartWritingAhead(ws);
+    ws.Data().lMaxRows = 100;
+    EXPECT_FALSE(ws.ForecastContinuation(10, {{99, 1, 1}}, {1, 2}, 0).has_value());
+    const auto o = ws.ForecastContinuation(10, {{98, 1, 1}, {50, 0, 1}}, {1, 2}, 0);
+    ASSERT_TRUE(o.has_value());
+    EXPECT_EQ(*o, (std::vector<std::string>{"'Sheet1 (2)'!$A$3", "'Sheet1 (3)'!$A$3"}));
 }
 
 // More links promised than the sheet holds with those it has: its blocks will continue on

@@ -99,6 +99,11 @@ public:
     // whichever sheet it is.
     void AddAnchorLink(long nRow, long nCol, long nIndex);
     void AddAnchorLink(xl::xlWorksheet& oSheet, long nRow, long nCol, const std::string& sAnchor);
+    void PromiseAnchorLink(long nRow, long nCol, long nIndex, const std::string& sAnchor);
+    // The HYPERLINK formula of a cell past the links a sheet holds, leading to sCell; empty
+    // when the cell keeps its text.
+    static std::string AnchorLinkFormula(xl::xlWorksheet& oSheet, long nRow, long nCol,
+                                         const std::string& sCell);
     bool FillHyperlinkCollect();
     // Lets the first sheet's rows go to the file's writer while the blocks are filled, with
     // what the sheet gets once they are placed promised first; the main panel has nCount rows.
@@ -210,6 +215,8 @@ private:
     bool bViewsReadRecords_ = false;
     // The main panel's links are promised, not made (WriteAheadOfBlocks).
     bool bPromiseLinks_ = false;
-    // By object index: the cell of its block on a new sheet, as forecast; empty when it stays.
-    std::vector<std::string> arrForecastCells_;
+    // By object index: where its block will be, as forecast (none without a forecast); and the
+    // links the first sheet will hold, those of its blocks and the main panel's promised so far.
+    std::vector<xl::xlBlockPlace> arrForecastPlaces_;
+    long nForecastLinks_ = 0;
 };

@@ -212,11 +212,11 @@ private:
 
 // Where the first sheet will be cut, from the blocks counted before they are filled: the
 // property panel's bar below the main panel's nCount rows and one empty row, the blocks from
-// the row after it. Each object's block that goes to a new sheet gets its cell there, which the
-// main panel's links lead to; none when the blocks cannot be forecast.
+// the row after it. Each object's block gets its place, which the main panel's links lead to;
+// none when the blocks cannot be forecast.
 bool clsBldExcel::ForecastBlocks(long nCount) {
     return TrapRun(ctx_, "clsBldExcel", "ForecastBlocks", false, [&] {
-        arrForecastCells_.clear();
+        arrForecastPlaces_.clear();
         const clsExportModel& m = ctx_.Model;
         // The blocks' procedures report an object count past the objects themselves.
         const size_t lObjects = m.ExportKind == 1   ? m.XItems.size()
@@ -233,12 +233,16 @@ bool clsBldExcel::ForecastBlocks(long nCount) {
         }
         if (!oCounter.Ok()) return false;
         const long nBarRow = CheckedAdd(nCount, 7);
-        std::optional<std::vector<std::string>> arrCells = Sheet().ForecastContinuation(
+        std::optional<std::vector<xl::xlBlockPlace>> arrPlaces = Sheet().ForecastContinuation(
             CheckedAdd(nBarRow, 1), arrBlocks, {1, 2, 3, nBarRow}, nCount);
-        if (!arrCells) return false;
-        arrForecastCells_.assign(static_cast<size_t>(m.ObjCount) + 1, std::string());
-        for (size_t j = 0; j < arrObjects.size(); ++j)
-            arrForecastCells_[static_cast<size_t>(arrObjects[j])] = std::move((*arrCells)[j]);
+        if (!arrPlaces) return false;
+        arrForecastPlaces_.assign(static_cast<size_t>(m.ObjCount) + 1, xl::xlBlockPlace());
+        nForecastLinks_ = 0;
+        for (size_t j = 0; j < arrObjects.size(); ++j) {
+            xl::xlBlockPlace& o = (*arrPlaces)[j];
+            if (o.bStays) nForecastLinks_ += arrBlocks[j].lLinks;
+            arrForecastPlaces_[static_cast<size_t>(arrObjects[j])] = std::move(o);
+        }
         return true;
     });
 }

@@ -202,17 +202,31 @@ bool clsBldExcel::FillHyperlinkCollect() {
 void clsBldExcel::AddAnchorLink(long nRow, long nCol, long nIndex) {
     const std::string sAnchor = AnchorNameOf(nIndex);
     if (bPromiseLinks_) {
-        // Made once the blocks are placed: a block on this sheet is reached by its name, one
-        // forecast to go to a new sheet by its cell there.
-        xl::xlWorksheet& oSheet = Sheet();
-        const std::string* pCell = static_cast<size_t>(nIndex) < arrForecastCells_.size()
-                                       ? &arrForecastCells_[static_cast<size_t>(nIndex)]
-                                       : nullptr;
-        oSheet.Hyperlinks().Promise(oSheet.Cells(nRow, nCol), "",
-                                    pCell && !pCell->empty() ? *pCell : sAnchor);
+        PromiseAnchorLink(nRow, nCol, nIndex, sAnchor);
         return;
     }
     AddAnchorLink(Sheet(), nRow, nCol, sAnchor);
+}
+
+// The link AddAnchorLink makes once the blocks are placed, promised: a block on this sheet is
+// reached by its name, one forecast to go to a new sheet by its cell there, and past the links
+// the sheet holds, the cell's formula leads to the block's cell.
+void clsBldExcel::PromiseAnchorLink(long nRow, long nCol, long nIndex, const std::string& sAnchor) {
+    xl::xlWorksheet& oSheet = Sheet();
+    const xl::xlRange oCell = oSheet.Cells(nRow, nCol);
+    const size_t i = static_cast<size_t>(nIndex);
+    if (i >= arrForecastPlaces_.size()) {
+        oSheet.Hyperlinks().Promise(oCell, "", sAnchor);
+        return;
+    }
+    const xl::xlBlockPlace& oPlace = arrForecastPlaces_[i];
+    if (nForecastLinks_ < modConst::xlMaxHyperlinks) {
+        ++nForecastLinks_;
+        oSheet.Hyperlinks().Promise(oCell, "", oPlace.bStays ? sAnchor : oPlace.sCell);
+        return;
+    }
+    const std::string sFormula = AnchorLinkFormula(oSheet, nRow, nCol, oPlace.sCell);
+    if (!sFormula.empty()) oSheet.Hyperlinks().PromiseFormula(oCell, sFormula);
 }
 
 // The rows of the first sheet may reach the file's writer while the blocks are still being
@@ -237,7 +251,7 @@ void clsBldExcel::WriteAheadOfBlocks(long nCount) {
             FillHyperlinkCollect();
         }
         bPromiseLinks_ = false;
-        std::vector<std::string>().swap(arrForecastCells_);
+        std::vector<xl::xlBlockPlace>().swap(arrForecastPlaces_);
     });
 }
 
@@ -265,22 +279,29 @@ void clsBldExcel::AddAnchorLink(xl::xlWorksheet& oSheet, long nRow, long nCol,
         oSheet.Hyperlinks().Add(oCell, "", sSubAddress);
         return;
     }
-    // A block that was left out has no cell to lead to; a text too long for a formula stays a
-    // text (its anchor name would be too long for a block as well).
+    const std::string sFormula = AnchorLinkFormula(oSheet, nRow, nCol, sCell);
+    if (sFormula.empty()) return;
+    oCell.Formula(sFormula);
+    oCell.Font().Underline(modConst::xlUnderlineStyleSingle);
+    oCell.Font().ColorIndex(5);
+}
+
+// A block that was left out has no cell to lead to; a text too long for a formula stays a text
+// (its anchor name would be too long for a block as well).
+std::string clsBldExcel::AnchorLinkFormula(xl::xlWorksheet& oSheet, long nRow, long nCol,
+                                           const std::string& sCell) {
     const auto oView = oSheet.GetCell(nRow, nCol);
     const std::string sText = oView && std::holds_alternative<std::string>(oView->vValue)
                                   ? std::get<std::string>(oView->vValue)
                                   : std::string();
-    if (sCell.empty() || sText.empty() || sText.size() > 255) return;
+    if (sCell.empty() || sText.empty() || sText.size() > 255) return std::string();
     auto fnQuoted = [](const std::string& s) {
         std::string q = "\"";
         for (char ch : s)
             q += ch == '"' ? std::string("\"\"") : std::string(1, ch);
         return q + "\"";
     };
-    oCell.Formula("=HYPERLINK(" + fnQuoted("#" + sCell) + "," + fnQuoted(sText) + ")");
-    oCell.Font().Underline(modConst::xlUnderlineStyleSingle);
-    oCell.Font().ColorIndex(5);
+    return "=HYPERLINK(" + fnQuoted("#" + sCell) + "," + fnQuoted(sText) + ")";
 }
 
 std::string clsBldExcel::AnchorNameOf(long nIndex) {

@@ -168,7 +168,7 @@ std::string ContinuationName(const std::string& sBase, long n) {
 
 }  // namespace
 
-std::optional<std::vector<std::string>> xlWorksheet::ForecastContinuation(
+std::optional<std::vector<xlBlockPlace>> xlWorksheet::ForecastContinuation(
     long lFirstRow, const std::vector<xlBlockExtent>& arrBlocks,
     const std::vector<long>& arrTitleRows, long lLinksToCome) {
     Impl& d = *pImpl_;
@@ -217,20 +217,24 @@ std::optional<std::vector<std::string>> xlWorksheet::ForecastContinuation(
             ++n;
         arrNames.push_back(ContinuationName(sName_, n++));
     }
-    std::vector<std::string> arrCells(arrBlocks.size());
+    std::vector<xlBlockPlace> arrPlaces(arrBlocks.size());
     for (size_t i = 0; i < arrStarts.size(); ++i) {
         const long r = arrStarts[i];
-        if (r <= plan.lKeep) continue;
+        if (r <= plan.lKeep) {
+            arrPlaces[i].sCell = Cells(r, 1).AddressExternal();
+            continue;
+        }
         auto it = std::upper_bound(plan.arrParts.begin(), plan.arrParts.end(), r,
                                    [](long x, const Part& o) { return x < o.lFirst; });
         if (it == plan.arrParts.begin()) return std::nullopt;
         const size_t p = static_cast<size_t>(it - plan.arrParts.begin()) - 1;
         const long lRowIn = lTitles + (r - plan.arrParts[p].lFirst) + 1;
-        arrCells[i] = detail::QuoteSheetName(arrNames[p]) + "!" + Cells(lRowIn, 1).Address();
+        arrPlaces[i].bStays = false;
+        arrPlaces[i].sCell = detail::QuoteSheetName(arrNames[p]) + "!" + Cells(lRowIn, 1).Address();
     }
     d.lForecastKeep = plan.lKeep;
     d.arrForecastStarts = std::move(arrStarts);
-    return arrCells;
+    return arrPlaces;
 }
 
 void xlWorksheet::ContinuePastLastRow() {

@@ -462,15 +462,19 @@ struct xlWorksheet::Impl {
         uint64_t lKey;  // detail::CellKey
         uint64_t lAddress;
         uint64_t lSubAddress;
+        uint64_t lFormula;  // a HYPERLINK formula in its place (FormulaText), else kNoText
+        bool IsFormula() const;
     };
     std::vector<PromisedLink> arrPromisedLinks;  // those for rows the writer has not taken
-    size_t lPromisedLinks = 0;                   // all promised
+    size_t lPromisedLinks = 0;                   // all promised links
+    size_t lPromisedFormulas = 0;                // all promised formulas
     // The format lStyle takes from the promised changes.
     uint32_t Promised(uint32_t lStyle);
     // Row lRow as it will show once the promises are kept: its promised links give their cells
-    // the look of a link (from arrPromisedLinks[lNextLink] on, which it moves past the row's),
-    // then the promised changes apply to it all. False when a promised link's cell has no text
-    // of its own: adding the link will write one.
+    // the look of a link, its promised formulas replace their cells' texts with that look (from
+    // arrPromisedLinks[lNextLink] on, which it moves past the row's), then the promised changes
+    // apply to it all. False when a promised cell has no text of its own: adding the link will
+    // write one.
     bool ApplyPromises(detail::Row& o, long lRow, size_t& lNextLink);
     // The writer stops for good: the rows it took are no longer what the sheet will show.
     void StopWriteAhead();

@@ -1574,9 +1574,34 @@ void xlHyperlinks::Promise(const xlRange& oAnchor, const std::string& sAddress,
         d.StopWriteAhead();
         return;
     }
-    d.arrPromisedLinks.push_back(
-        {k, detail::LinkText(d.oText, sAddress), detail::LinkText(d.oText, sSubAddress)});
+    d.arrPromisedLinks.push_back({k, detail::LinkText(d.oText, sAddress),
+                                  detail::LinkText(d.oText, sSubAddress),
+                                  xlHyperlinkEntry::kNoText});
     ++d.lPromisedLinks;
+}
+
+void xlHyperlinks::PromiseFormula(const xlRange& oAnchor, const std::string& sFormula) {
+    if (oAnchor.Sheet() != pSheet_) Fail();
+    std::string sLocation, sText;
+    if (!detail::ParseHyperlinkFormula(sFormula, sLocation, sText)) Fail();
+    CheckValue(sText);
+    xlWorksheet::Impl& d = pSheet_->Data();
+    if (d.SpoolFirst() != 0) d.StopWriteAhead();
+    if (!d.pAhead) return;
+    const uint64_t k = detail::CellKey(oAnchor.Row(), oAnchor.Column());
+    if (!d.arrPromisedLinks.empty() && d.arrPromisedLinks.back().lKey >= k) {
+        d.StopWriteAhead();
+        return;
+    }
+    const uint64_t lFormula =
+        d.oText.Add(detail::FormulaText(WorkbookText(sFormula), WorkbookText(sText)));
+    d.arrPromisedLinks.push_back(
+        {k, xlHyperlinkEntry::kNoText, xlHyperlinkEntry::kNoText, lFormula});
+    ++d.lPromisedFormulas;
+}
+
+bool xlWorksheet::Impl::PromisedLink::IsFormula() const {
+    return lFormula != xlHyperlinkEntry::kNoText;
 }
 
 void xlWorksheet::WriteAhead() {
@@ -1617,12 +1642,17 @@ bool xlWorksheet::Impl::ApplyPromises(RowRec& o, long lRow, size_t& lNextLink) {
         ++lNextLink;
     for (; lNextLink < arrPromisedLinks.size() && arrPromisedLinks[lNextLink].lKey < kEnd;
          ++lNextLink) {
-        const long lCol = static_cast<long>(arrPromisedLinks[lNextLink].lKey & 0xFFFF);
+        const PromisedLink& p = arrPromisedLinks[lNextLink];
+        const long lCol = static_cast<long>(p.lKey & 0xFFFF);
         auto it = std::lower_bound(o.arrCells.begin(), o.arrCells.end(), lCol,
                                    [](const Cell& c, long n) { return c.nCol < n; });
         if (it == o.arrCells.end() || it->nCol != lCol || it->eType == kEmpty) {
             bKept = false;
             continue;
+        }
+        if (p.IsFormula()) {
+            it->eType = detail::kFormula;
+            it->lPayload = p.lFormula;
         }
         it->lStyle = LinkLook(*pStyles, it->lStyle);
     }

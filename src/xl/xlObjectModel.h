@@ -282,6 +282,9 @@ public:
     // cells come in row order.
     void Promise(const xlRange& oAnchor, const std::string& sAddress,
                  const std::string& sSubAddress);
+    // The same for a link past those the sheet holds: that the cell's Formula(sFormula) (a
+    // HYPERLINK formula) is set, and its font underlined in colour 5, once the rows are filled.
+    void PromiseFormula(const xlRange& oAnchor, const std::string& sFormula);
 
 private:
     xlWorksheet* pSheet_;
@@ -327,6 +330,12 @@ struct xlBlockExtent {
     long lRows = 0;
     long lLinks = 0;
     long lNames = 0;
+};
+// Where such a block will be: on the sheet itself or on a new one, and its first cell there
+// with its sheet ("'Sheet1 (2)'!$A$5").
+struct xlBlockPlace {
+    bool bStays = true;
+    std::string sCell;
 };
 
 class xlWorksheet {
@@ -412,12 +421,12 @@ public:
                                                   long lLinksToCome);
     // Before its first block is marked, where a sheet that continues will cut its blocks if they
     // come as told: one after the other from lFirstRow on, with their rows, hyperlinks and local
-    // names, ContinueOnNewSheets taking the same arguments. For each block, the address of its
-    // first cell on the new sheet it goes to ("'Sheet1 (2)'!$A$5"), empty when it stays; none
-    // when no forecast can be made (a block longer than a new sheet holds). A sheet that writes
-    // ahead then writes the rows it will keep while the rest are still being filled; the
-    // continuation goes on with that writer only when it cuts the sheet where forecast.
-    std::optional<std::vector<std::string>> ForecastContinuation(
+    // names, ContinueOnNewSheets taking the same arguments. For each block, where it will be;
+    // none when no forecast can be made (a block longer than a new sheet holds). A sheet that
+    // writes ahead then writes the rows it will keep while the rest are still being filled; the
+    // continuation goes on with that writer only when the blocks began, and the sheet is cut,
+    // where forecast.
+    std::optional<std::vector<xlBlockPlace>> ForecastContinuation(
         long lFirstRow, const std::vector<xlBlockExtent>& arrBlocks,
         const std::vector<long>& arrTitleRows, long lLinksToCome);
     // From here on, a block whose filling is over (two blocks later) may be handed to the saver

@@ -1341,7 +1341,8 @@ private:
     size_t lCount_ = 0;
 };
 
-uint64_t RowFingerprint(const RowRec& o) {
+// A formula's text is stored where it is set, a promised one elsewhere: the text counts.
+uint64_t RowFingerprint(const RowRec& o, const detail::TextArena& oTexts) {
     Fingerprint f;
     f.Add(o.lStyle);
     f.Add(o.nHeightTwips);
@@ -1351,7 +1352,11 @@ uint64_t RowFingerprint(const RowRec& o) {
         f.Add(c.nCol);
         f.Add(c.eType);
         f.Add(c.lStyle);
-        f.Add(c.lPayload);
+        if (c.eType == detail::kFormula) {
+            f.Add(oTexts.Get(c.lPayload));
+        } else {
+            f.Add(c.lPayload);
+        }
     }
     return f.Value();
 }
@@ -1383,6 +1388,7 @@ public:
         sFolder_ = oTarget.parent_path().string();
         sTemp_ = modSaveFile::TempNameBeside(oTarget).string();
         sName_ = oSheet.Name();
+        dDefaultRowHeight_ = d_.dDefaultRowHeight;
         wb_.p = NewWriterWorkbook(sTemp_, sFolder_);
         if (!wb_.p) Fail();
         oSink_.emplace(wb_.p);
@@ -1465,6 +1471,7 @@ private:
         std::vector<xlWorksheet::Impl::PromisedLink>().swap(d_.arrPromisedLinks);
         d_.arrPromisedChanges.clear();
         d_.lPromisedLinks = 0;
+        d_.lPromisedFormulas = 0;
     }
 
     // What the rows are written against: the columns and the sheet's format as they will be.
@@ -1477,6 +1484,7 @@ private:
         dDefaultRowHeight_ = d_.dDefaultRowHeight;
         lChanges_ = d_.arrPromisedChanges.size();
         lLinks_ = d_.lPromisedLinks;
+        lFormulas_ = d_.lPromisedFormulas;
         oFitter_.emplace(d_);
     }
 
@@ -1489,7 +1497,7 @@ private:
         size_t lPromise = lNextPromise_;
         if (!d_.ApplyPromises(oRow_, r, lNextPromise_)) Fail();
         if (bStays) {
-            oStays_.Add(RowFingerprint(oRow_));
+            oStays_.Add(RowFingerprint(oRow_, d_.oText));
             lStays_ = r;
         }
         auto fnBackground = [&](long lCol) {
@@ -1506,6 +1514,8 @@ private:
                 ++lPromise;
             if (lPromise < arrPromised.size() && arrPromised[lPromise].lKey == k) {
                 const auto& p = arrPromised[lPromise];
+                // A formula in the link's place is no link.
+                if (p.IsFormula()) return nullptr;
                 oLink_ = {p.lAddress == xlHyperlinkEntry::kNoText ? std::string_view()
                                                                   : d_.oText.Get(p.lAddress),
                           p.lSubAddress == xlHyperlinkEntry::kNoText ? std::string_view()
@@ -1563,7 +1573,8 @@ private:
         if (lTaken_ == 0) return d_.dDefaultRowHeight == dDefaultRowHeight_;
         // The promises were all made before the rows went, and the whole-sheet changes since
         // then are the promised ones.
-        if (d_.arrPromisedChanges.size() != lChanges_ || d_.lPromisedLinks != lLinks_) {
+        if (d_.arrPromisedChanges.size() != lChanges_ || d_.lPromisedLinks != lLinks_ ||
+            d_.lPromisedFormulas != lFormulas_) {
             return false;
         }
         if (lTaken_ > lStays_ && (d_.SpoolFirst() != lStays_ + 1 || d_.SpoolLast() != lTaken_ ||
@@ -1577,7 +1588,7 @@ private:
         if (static_cast<long>(d_.arrRows.size()) < lTaken_) return false;
         Fingerprint oStays;
         for (long r = 1; r <= lStays_; ++r)
-            oStays.Add(RowFingerprint(d_.arrRows[static_cast<size_t>(r - 1)]));
+            oStays.Add(RowFingerprint(d_.arrRows[static_cast<size_t>(r - 1)], d_.oText));
         if (oStays.Value() != oStays_.Value()) return false;
         // The links and merged areas of the rows taken are those written.
         const auto& arrItems = oSheet_.Hyperlinks().Items();
@@ -1614,7 +1625,7 @@ private:
     std::vector<uint32_t> arrColStyle_;
     uint32_t lSheetStyle_ = 0;
     double dDefaultRowHeight_ = 0;
-    size_t lChanges_ = 0, lLinks_ = 0;
+    size_t lChanges_ = 0, lLinks_ = 0, lFormulas_ = 0;
     long lUsedRow_ = 0, lUsedCol_ = 0;
 
     std::optional<RowFitter> oFitter_;

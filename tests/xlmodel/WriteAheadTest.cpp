@@ -33,6 +33,7 @@ struct Plan {
     long nSheetRows = 0;         // rows a sheet holds, when fewer than an .xlsx sheet's
     bool bForecast = false;      // the blocks are forecast before they are filled
     long nLongerBlock = 0;       // this block has one row more than forecast
+    long nFormulas = 0;          // the last main-panel rows lead to their blocks by formulas
 };
 
 class WriteAhead : public ::testing::Test {
@@ -56,18 +57,22 @@ protected:
         if (p.bAhead) {
             ws.WriteAhead();
             // A block forecast to go to a new sheet is reached by its cell there.
-            std::vector<std::string> arrCells(static_cast<size_t>(p.nBlocks));
+            std::vector<xl::xlBlockPlace> arrPlaces(static_cast<size_t>(p.nBlocks));
             if (p.bForecast) {
                 const std::vector<xl::xlBlockExtent> arrBlocks(static_cast<size_t>(p.nBlocks),
                                                                {3 + p.nExtra, 1, 1});
                 if (auto o = ws.ForecastContinuation(p.nMain + 4, arrBlocks, {1}, p.nMain)) {
-                    arrCells = std::move(*o);
+                    arrPlaces = std::move(*o);
                 }
             }
             ws.PromiseVerticalAlignment(xlTop);
             for (long i = 1; i <= p.nMain; ++i) {
-                const std::string& sCell = arrCells[static_cast<size_t>(i - 1)];
-                ws.Hyperlinks().Promise(ws.Cells(2 + i, 2), "", sCell.empty() ? Anchor(i) : sCell);
+                const xl::xlBlockPlace& o = arrPlaces[static_cast<size_t>(i - 1)];
+                if (i > p.nMain - p.nFormulas) {
+                    ws.Hyperlinks().PromiseFormula(ws.Cells(2 + i, 2), Formula(i));
+                } else {
+                    ws.Hyperlinks().Promise(ws.Cells(2 + i, 2), "", o.bStays ? Anchor(i) : o.sCell);
+                }
             }
         }
         long r = p.nMain + 4;
@@ -98,13 +103,22 @@ protected:
                         sTarget = pTo->Cells(e->lRow1, 1).AddressExternal();
                     }
                 }
-                ws.Hyperlinks().Add(ws.Cells(2 + i, 2), "", sTarget);
+                if (i > p.nMain - p.nFormulas) {
+                    ws.Cells(2 + i, 2).Formula(Formula(i));
+                    ws.Cells(2 + i, 2).Font().Underline(xlUnderlineStyleSingle);
+                    ws.Cells(2 + i, 2).Font().ColorIndex(5);
+                } else {
+                    ws.Hyperlinks().Add(ws.Cells(2 + i, 2), "", sTarget);
+                }
             }
         }
         if (p.bOtherSheetChange) ws.Cells().WrapText(false);
         if (p.bKeepAlignment) ws.Cells().VerticalAlignment(xlTop);
     }
     static std::string Anchor(long i) { return "ID_" + std::to_string(i); }
+    static std::string Formula(long i) {
+        return "=HYPERLINK(\"#Sheet1!$A$1\",\"P-" + std::to_string(i) + "\")";
+    }
     // A plan whose sheet is left as the blocks leave it: no promise kept yet.
     static Plan Unfinished() {
         Plan p;
@@ -246,6 +260,54 @@ TEST_F(WriteAhead, ASheetCutWhereForecastWritesTheRowsItKeepsAhead) {
     EXPECT_EQ(testutil::NamesIn(dir.Path()), "ahead.xlsx,whole.xlsx");
 }
 
+// A sheet that keeps none of its blocks (here, no room for one after the main panel) writes the
+// rows before them ahead once the blocks pass, its links leading to the blocks' cells.
+TEST_F(WriteAhead, ASheetThatKeepsNoBlockWritesTheRowsBeforeThemAhead) {
+    Plan p;
+    p.nSheetRows = 305;
+    p.bForecast = true;
+    p.nFormulas = 100;
+    EXPECT_TRUE(SaveFilled(dir.File("ahead.xlsx"), p));
+    SaveWhole(dir.File("whole.xlsx"), p);
+    ExpectSameFile(dir.File("ahead.xlsx"), dir.File("whole.xlsx"));
+    const std::string sParts = Parts(dir.File("ahead.xlsx"));
+    EXPECT_NE(sParts.find("location=\"'Sheet1 (2)'!$A$2\""), std::string::npos);
+    EXPECT_EQ(sParts.find("location=\"ID_1\""), std::string::npos);
+}
+
+// Past the links a sheet holds, the main panel leads to its blocks by formulas: promised for
+// their cells, written ahead with the look of a link, set when the blocks are placed.
+TEST_F(WriteAhead, FormulasInPlaceOfLinksAreWrittenAhead) {
+    Plan p;
+    p.nFormulas = 40;
+    EXPECT_TRUE(SaveFilled(dir.File("ahead.xlsx"), p));
+    SaveWhole(dir.File("whole.xlsx"), p);
+    ExpectSameFile(dir.File("ahead.xlsx"), dir.File("whole.xlsx"));
+    const std::string sParts = Parts(dir.File("ahead.xlsx"));
+    EXPECT_NE(sParts.find("<f>HYPERLINK(\"#Sheet1!$A$1\",\"P-300\")</f>"), std::string::npos);
+    // A formula that is not set as promised leaves the save to the model.
+    auto fnWroteAhead = [&](const std::string& sFile, long lSet) {
+        xl::xlWorkbook book;
+        book.SaveAs(dir.File(sFile));
+        xlWorksheet& ws = book.Worksheets()(1);
+        ws.Cells(1, 1).Value("Title");
+        StartWritingAhead(ws);
+        ws.Cells(3, 2).Value("P-1");
+        ws.Hyperlinks().PromiseFormula(ws.Cells(3, 2), Formula(1));
+        for (long r = 5; r < 3000; r += 3) {
+            ws.KeepRowsTogetherFrom(r);
+            ws.Cells(r, 1).Value("B");
+        }
+        ws.Cells(3, 2).Formula(Formula(lSet));
+        ws.Cells(3, 2).Font().Underline(xlUnderlineStyleSingle);
+        ws.Cells(3, 2).Font().ColorIndex(5);
+        book.Close(true);
+        return book.LastSaveWroteAhead();
+    };
+    EXPECT_TRUE(fnWroteAhead("kept.xlsx", 1));
+    EXPECT_FALSE(fnWroteAhead("other.xlsx", 2));
+}
+
 // A forecast that turns out wrong (one block a row longer, so the sheet is cut elsewhere): the
 // writer stops at the continuation, and the workbook is saved from the model.
 TEST_F(WriteAhead, ASheetCutElsewhereThanForecastIsSavedFromTheModel) {
@@ -277,7 +339,15 @@ TEST_F(WriteAhead, ABlockLongerThanASheetIsNotForecast) {
     EXPECT_FALSE(ws.ForecastContinuation(10, {{99, 1, 1}}, {1, 2}, 0).has_value());
     const auto o = ws.ForecastContinuation(10, {{98, 1, 1}, {50, 0, 1}}, {1, 2}, 0);
     ASSERT_TRUE(o.has_value());
-    EXPECT_EQ(*o, (std::vector<std::string>{"'Sheet1 (2)'!$A$3", "'Sheet1 (3)'!$A$3"}));
+    ASSERT_EQ(o->size(), 2u);
+    EXPECT_FALSE((*o)[0].bStays);
+    EXPECT_EQ((*o)[0].sCell, "'Sheet1 (2)'!$A$3");
+    EXPECT_EQ((*o)[1].sCell, "'Sheet1 (3)'!$A$3");
+    // A block that stays is found on the sheet itself.
+    const auto oFits = ws.ForecastContinuation(10, {{20, 1, 1}, {50, 0, 1}}, {1, 2}, 0);
+    ASSERT_TRUE(oFits.has_value());
+    EXPECT_TRUE((*oFits)[1].bStays);
+    EXPECT_EQ((*oFits)[1].sCell, "Sheet1!$A$30");
 }
 
 // More links promised than the sheet holds with those it has: its blocks will continue on

@@ -174,9 +174,12 @@ std::optional<std::vector<xlBlockPlace>> xlWorksheet::ForecastContinuation(
     Impl& d = *pImpl_;
     d.lForecastKeep = 0;
     d.arrForecastStarts.clear();
+    d.arrForecastParts.clear();
+    d.arrForecastTitles.clear();
     const long lTitles = static_cast<long>(arrTitleRows.size());
+    // (Rows before the blocks past the sheet's end would be left out: not forecast.)
     if (!d.bContinues || !d.arrBlockStarts.empty() || !pBook_ || lFirstRow < 1 ||
-        lTitles >= d.lMaxRows || lLinksToCome < 0) {
+        lFirstRow - 1 > d.lMaxRows || lTitles >= d.lMaxRows || lLinksToCome < 0) {
         return std::nullopt;
     }
     // The blocks one after the other. One longer than a new sheet holds is cut where its own
@@ -234,6 +237,11 @@ std::optional<std::vector<xlBlockPlace>> xlWorksheet::ForecastContinuation(
     }
     d.lForecastKeep = plan.lKeep;
     d.arrForecastStarts = std::move(arrStarts);
+    for (size_t p = 0; p < plan.arrParts.size(); ++p) {
+        d.arrForecastParts.push_back(
+            {plan.arrParts[p].lFirst, plan.arrParts[p].lLast, std::move(arrNames[p])});
+    }
+    d.arrForecastTitles = arrTitleRows;
     return arrPlaces;
 }
 
@@ -294,11 +302,29 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
     // blocks began where forecast, and the sheet is cut there if it is cut. (The last block
     // may end before its forecast end: its empty rows at the end hold nothing.)
     const bool bForecast = d.lForecastKeep != 0;
-    const bool bAsForecast = bForecast && arrStarts == d.arrForecastStarts &&
-                             (plan.arrParts.empty() || plan.lKeep == d.lForecastKeep);
+    const bool bAsForecast = [&] {
+        if (!bForecast || arrStarts != d.arrForecastStarts || arrTitleRows != d.arrForecastTitles) {
+            return false;
+        }
+        if (plan.arrParts.empty()) return true;
+        if (plan.lKeep != d.lForecastKeep || plan.arrParts.size() != d.arrForecastParts.size()) {
+            return false;
+        }
+        for (size_t p = 0; p < plan.arrParts.size(); ++p) {
+            const Part& a = plan.arrParts[p];
+            const Impl::ForecastPart& b = d.arrForecastParts[p];
+            const bool bLast = p + 1 == plan.arrParts.size();
+            if (a.lFirst != b.lFirst || (bLast ? a.lLast > b.lLast : a.lLast != b.lLast)) {
+                return false;
+            }
+        }
+        return true;
+    }();
     if (bForecast && !bAsForecast) d.StopWriteAhead();
     d.lForecastKeep = 0;
     std::vector<long>().swap(d.arrForecastStarts);
+    std::vector<Impl::ForecastPart>().swap(d.arrForecastParts);
+    d.arrForecastTitles.clear();
     if (plan.arrParts.empty()) return arrNew;
     if (!pBook_) Fail();
     if (!bAsForecast) d.StopWriteAhead();

@@ -404,6 +404,15 @@ struct xlWorksheet::Impl {
     // file's writer while the blocks are filled; and the first rows of the blocks forecast.
     long lForecastKeep = 0;
     std::vector<long> arrForecastStarts;
+    // The rows each new sheet takes by the forecast, and its name; the rows they repeat at the top.
+    struct ForecastPart {
+        long lFirst;
+        long lLast;
+        std::string sName;
+        bool operator==(const ForecastPart&) const = default;
+    };
+    std::vector<ForecastPart> arrForecastParts;
+    std::vector<long> arrForecastTitles;
     // The last row that may be written: the sheet's, or far past it while it continues.
     long RowLimit() const { return bContinues ? xlWorksheet::kMaxContinuedRows : lMaxRows; }
 

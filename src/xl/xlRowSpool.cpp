@@ -206,9 +206,8 @@ void xlWorksheet::Impl::SpoolFinishedBlocks() {
         bSpoolOwner = true;
     }
     if (pAhead && lForecastKeep != 0) {
-        // The rows the sheet keeps by the forecast go, those before its blocks as well when it
-        // keeps none; the continuation checks it.
-        detail::WriteAheadRows(*pAhead, lFrom, std::min(lTo, lForecastKeep));
+        // The rows go to the sheets the forecast puts them on; the continuation checks it.
+        detail::WriteAheadRows(*pAhead, lFrom, lTo);
     } else if (pAhead) {
         // A sheet past its last row, or past the links or names it holds with the links still
         // to come, continues on new sheets: its rows move, and cannot go ahead.

@@ -201,6 +201,8 @@ public:
         if (!s.sNumberFormat.empty()) format_set_num_format(f, s.sNumberFormat.c_str());
         return f;
     }
+    // Writing goes on in sheet i (from 0) of those added.
+    void Resume(size_t i) { ws_ = arrSheets_.at(i); }
     void Sheet(const std::string& sName, double dDefaultRowHeight) {
         errno = 0;
         ws_ = workbook_add_worksheet(wb_, sName.c_str());
@@ -337,6 +339,7 @@ public:
         std::fputc('\n', p_);
         return n;
     }
+    void Resume(size_t) {}
     void Sheet(const std::string& sName, double dDefaultRowHeight) {
         std::fputs("W\t", p_);
         Text(sName.c_str());
@@ -571,8 +574,13 @@ struct RowBatch {
     std::vector<xlStyle> arrNewStyles;
     // The rows of the sheet read for this batch, those without anything to write included.
     long lRowsPassed = 0;
+    // Rows taken ahead of the save: a new sheet that the batch's rows begin, with its standard
+    // row height.
+    std::string sNewSheet;
+    double dNewSheetHeight = 0;
     void Clear() {
         lRowsPassed = 0;
+        sNewSheet.clear();
         arrRows.clear();
         arrMerges.clear();
         arrCells.clear();
@@ -715,6 +723,7 @@ public:
                           for (xlStyle& o : p->arrNewStyles)
                               pCopy->arrStyles.push_back(std::move(o));
                       }
+                      if (!p->sNewSheet.empty()) sink.Sheet(p->sNewSheet, p->dNewSheetHeight);
                       WriteBatch(sink, pCopy ? *pCopy : t, fmts, *p);
                       sink.CheckRows();
                       pipe_.Recycle(std::move(p));
@@ -808,7 +817,7 @@ template <class LinkFn, class BackgroundFn>
 bool PrepareRow(RowBatch& b, const xlWorksheet::Impl& d, const detail::RowFitter& oFitter, long r,
                 const RowRec& o, const std::vector<uint32_t>* pCovering,
                 const xlMergedArea* arrStart, size_t nStart, LinkFn&& fnLink,
-                BackgroundFn&& fnBackground) {
+                BackgroundFn&& fnBackground, long lShift = 0) {
     using Kind = RowBatch::Kind;
     if (o.arrCells.empty() && o.lStyle == kUnformatted && o.nHeightTwips == detail::kNoHeight &&
         o.nOutline == 0 && nStart == 0) {
@@ -818,7 +827,7 @@ bool PrepareRow(RowBatch& b, const xlWorksheet::Impl& d, const detail::RowFitter
     double h = o.nHeightTwips != detail::kNoHeight ? o.nHeightTwips / 20.0 : 0;
     if (h == 0 && !o.arrCells.empty()) h = oFitter.Fit(r, o, pCovering);
     RowBatch::RowJob job{};
-    job.nRow = static_cast<lxw_row_t>(r - 1);
+    job.nRow = static_cast<lxw_row_t>(r - lShift - 1);
     job.bRow = o.lStyle != kUnformatted || h != 0 || o.nOutline != 0;
     job.nOutline = o.nOutline;
     job.lStyle = o.lStyle;
@@ -1073,12 +1082,12 @@ void WriteNames(Sink& sink, const NameCalls& oNames) {
 
 // Everything but the names, which the caller hands over (see NameCalls). fnWritten(i), when
 // given, is called once the writer has everything of sheet i but its names.
-// With pStart, the writer took the first rows of the first sheet ahead of the save: that sheet
-// is begun already.
+// The writer took the first rows of the first sheets ahead of the save, one entry of arrStarts
+// a sheet: those sheets are begun already.
 template <class Sink>
 void WriteSheets(Sink& sink, Formats<Sink>& fmts, const xlWorkbook& oBook,
                  const std::function<void(long)>& fnWritten = {},
-                 const AheadStart* pStart = nullptr) {
+                 const std::vector<AheadStart>& arrStarts = {}) {
     const xlWorksheets& oSheets = oBook.Worksheets();
     long lRows = 0;
     for (long i = 1; i <= oSheets.Count(); ++i) {
@@ -1088,8 +1097,14 @@ void WriteSheets(Sink& sink, Formats<Sink>& fmts, const xlWorkbook& oBook,
     for (long i = 1; i <= oSheets.Count(); ++i) {
         const xlWorksheet& oSheet = oSheets.Item(i);
         const xlWorksheet::Impl& d = oSheet.Data();
-        const AheadStart* pBegun = i == 1 ? pStart : nullptr;
-        if (!pBegun) sink.Sheet(oSheet.Name(), d.dDefaultRowHeight);
+        const AheadStart* pBegun = static_cast<size_t>(i) <= arrStarts.size()
+                                       ? &arrStarts[static_cast<size_t>(i - 1)]
+                                       : nullptr;
+        if (pBegun) {
+            sink.Resume(static_cast<size_t>(i - 1));
+        } else {
+            sink.Sheet(oSheet.Name(), d.dDefaultRowHeight);
+        }
         WriteWindow(sink, d);
         const auto [lLastRow, lLastCol] = WriteCells(sink, oSheet, fmts, oProgress, pBegun);
         // Columns go last: a formatted column widens the span of columns that the writer walks
@@ -1198,11 +1213,11 @@ lxw_workbook* NewWriterWorkbook(const std::string& sFile, const std::string& sTm
     return workbook_new_opt(sFile.c_str(), &opt);
 }
 
-// Writes the workbook's sheets (the first one begun already with pStart), its names, and
-// completes the file.
+// Writes the workbook's sheets (the first ones begun already, as arrStarts says), its names,
+// and completes the file.
 void CompleteXlsx(WorkbookHandle& wb, WriterSink& sink, Formats<WriterSink>& fmts,
                   const xlWorkbook& oBook, const std::string& sFile, const std::string& sTmpDir,
-                  const xlSaveRelease& oRelease, const AheadStart* pStart) {
+                  const xlSaveRelease& oRelease, const std::vector<AheadStart>& arrStarts) {
     std::vector<uintmax_t> arrRows;
     std::optional<NameCalls> oNames;
     try {
@@ -1217,7 +1232,7 @@ void CompleteXlsx(WorkbookHandle& wb, WriterSink& sink, Formats<WriterSink>& fmt
                     oSheetRelease.Run([&, i] { oRelease.fnSheet(i); });
                 }
             },
-            pStart);
+            arrStarts);
         oSheetRelease.Finish();
         oNames.emplace(oBook.Worksheets());
         sink.CheckRowFiles();
@@ -1284,7 +1299,7 @@ void WriteXlsx(const xlWorkbook& oBook, const std::string& sFile, const std::str
     if (!wb.p) Fail();
     WriterSink sink(wb.p);
     Formats<WriterSink> fmts(sink);
-    CompleteXlsx(wb, sink, fmts, oBook, sFile, sTmpDir, oRelease, nullptr);
+    CompleteXlsx(wb, sink, fmts, oBook, sFile, sTmpDir, oRelease, {});
 }
 
 // 64-bit FNV-1a, for the fingerprints of what went ahead.
@@ -1377,8 +1392,11 @@ namespace detail {
 // The writer of xlWorksheet::WriteAhead. The sheet's thread prepares the rows it is handed, as
 // the sheet will show them once the promises are kept, and notes what it took: a fingerprint of
 // each row that stays in the model's memory, the links and merged areas it wrote, the columns
-// and the sheet's own format. The writer's thread writes them. At the save, what the sheet then
-// holds is checked against those notes: only a sheet that ended as promised completes this file.
+// and the sheet's own format. The writer's thread writes them. A sheet whose blocks are forecast
+// to continue on new sheets (xlWorksheet::ForecastContinuation) keeps its rows up to the forecast
+// cut; the rows after it go to the new sheets of the forecast, each begun with copies of the
+// title rows. At the save, what the sheets then hold is checked against those notes: only
+// sheets that ended as promised complete this file.
 class WriteAhead {
 public:
     WriteAhead(const xlWorkbook& oBook, xlWorksheet& oSheet)
@@ -1395,6 +1413,7 @@ public:
         oSink_->Sheet(sName_, d_.dDefaultRowHeight);
         oFmts_.emplace(*oSink_);
         oCopy_.arrStyles.clear();
+        arrTaken_.resize(1);
         pWriter_ = std::make_unique<RowWriter<WriterSink>>(*oSink_, oCopy_, *oFmts_, &oCopy_);
     }
     ~WriteAhead() { Stop(); }
@@ -1406,8 +1425,13 @@ public:
         if (bStopped_ || lTo <= lTaken_) return;
         try {
             if (lTaken_ == 0) Begin();
-            for (long r = lTaken_ + 1; r <= lTo; ++r)
-                Row(r, r < lFrom);
+            for (long r = lTaken_ + 1; r <= lTo; ++r) {
+                if (r <= lKeep_) {
+                    Row(r, r < lFrom, 0, 0);
+                } else {
+                    ContinuedRow(r);
+                }
+            }
             lTaken_ = lTo;
             // The promises kept for these rows are no longer needed.
             auto& arrPromised = d_.arrPromisedLinks;
@@ -1436,7 +1460,7 @@ public:
         Done();
     }
 
-    // At the save to sPath: the sheet ended as promised, and the writer wrote all it took. Else
+    // At the save to sPath: the sheets ended as promised, and the writer wrote all it took. Else
     // everything stops.
     bool Ready(const std::string& sPath) {
         if (!bStopped_ && !(sPath == sPath_ && Kept())) Stop();
@@ -1456,14 +1480,27 @@ public:
     void Complete(const xlSaveRelease& oRelease) {
         modSaveFile::WriteThroughTempFile(
             sPath_, sTemp_, [&](const std::string& sTempFile, const std::string& sFolder) {
-                const AheadStart oStart{lTaken_ + 1, lUsedRow_, lUsedCol_};
-                CompleteXlsx(wb_, *oSink_, *oFmts_, oBook_, sTempFile, sFolder, oRelease, &oStart);
+                std::vector<AheadStart> arrStarts;
+                for (const Taken& o : arrTaken_)
+                    arrStarts.push_back({o.lRows + 1, o.lUsedRow, o.lUsedCol});
+                CompleteXlsx(wb_, *oSink_, *oFmts_, oBook_, sTempFile, sFolder, oRelease,
+                             arrStarts);
             });
         bStopped_ = true;
         Done();
     }
 
 private:
+    // What went to one sheet of the writer's workbook: its rows 1 to lRows, the used range of
+    // those, the links and merged areas written (by cell in the sheet's own rows).
+    struct Taken {
+        long lRows = 0;
+        long lUsedRow = 0;
+        long lUsedCol = 0;
+        FingerprintSet oLinks, oMerges;
+        Fingerprint oTitles;  // of a new sheet's title rows, as written
+    };
+
     // The sheet no longer writes ahead, and its promises are of no more use.
     void Done() {
         if (d_.pAhead != this) return;
@@ -1474,7 +1511,8 @@ private:
         d_.lPromisedFormulas = 0;
     }
 
-    // What the rows are written against: the columns and the sheet's format as they will be.
+    // What the rows are written against: the columns and the sheet's format as they will be,
+    // and where the sheet is cut.
     void Begin() {
         arrColWidth_ = d_.arrColWidth;
         arrColStyle_ = d_.arrColStyle;
@@ -1485,10 +1523,16 @@ private:
         lChanges_ = d_.arrPromisedChanges.size();
         lLinks_ = d_.lPromisedLinks;
         lFormulas_ = d_.lPromisedFormulas;
+        if (d_.lForecastKeep != 0) {
+            lKeep_ = d_.lForecastKeep;
+            arrParts_ = d_.arrForecastParts;
+            arrTitles_ = d_.arrForecastTitles;
+        }
         oFitter_.emplace(d_);
     }
 
-    void Row(long r, bool bStays) {
+    // Row r of the long sheet as row r - lShift of sheet lSheet (0 the sheet itself).
+    void Row(long r, bool bStays, size_t lSheet, long lShift) {
         const RowRec& oNow = d_.arrRows[static_cast<size_t>(r - 1)];
         oRow_.arrCells.assign(oNow.arrCells.begin(), oNow.arrCells.end());
         oRow_.lStyle = oNow.lStyle;
@@ -1500,11 +1544,7 @@ private:
             oStays_.Add(RowFingerprint(oRow_, d_.oText));
             lStays_ = r;
         }
-        auto fnBackground = [&](long lCol) {
-            if (oRow_.lStyle != kUnformatted) return oRow_.lStyle;
-            const uint32_t s = arrColStyle_[static_cast<size_t>(lCol)];
-            return s != kUnformatted ? s : lSheetStyle_;
-        };
+        Taken& o = arrTaken_[lSheet];
         // The links: promised ones, else those the sheet has.
         const auto& arrPromised = d_.arrPromisedLinks;
         const auto& arrLinks = oSheet_.Hyperlinks().Items();
@@ -1527,7 +1567,8 @@ private:
             } else {
                 return nullptr;
             }
-            oLinksTaken_.Add(k, LinkFingerprint(oLink_.sAddress, oLink_.sSubAddress, oLink_.sTip));
+            o.oLinks.Add(detail::CellKey(r - lShift, lCol),
+                         LinkFingerprint(oLink_.sAddress, oLink_.sSubAddress, oLink_.sTip));
             return &oLink_;
         };
         // The merged areas: those that start on the row, in the file's order, and those that
@@ -1539,23 +1580,89 @@ private:
                 : kNone;
         arrStart_.clear();
         for (uint32_t k : arrCovering) {
-            if (d_.arrMerged[k][0] == r) arrStart_.push_back(d_.arrMerged[k]);
+            const xlMergedArea& a = d_.arrMerged[k];
+            if (a[0] == r) arrStart_.push_back(MergedArea(r - lShift, a[1], a[2] - lShift, a[3]));
         }
+        Put(o, r, lShift, arrCovering.empty() ? nullptr : &arrCovering, fnLink);
+        o.lRows = r - lShift;
+    }
+
+    // A row past the cut goes to the new sheet of its part; the first of a part begins the
+    // sheet with the title rows.
+    void ContinuedRow(long r) {
+        while (lPart_ < arrParts_.size() && r > arrParts_[lPart_].lLast)
+            ++lPart_;
+        if (lPart_ == arrParts_.size() || r < arrParts_[lPart_].lFirst) Fail();
+        if (arrTaken_.size() < lPart_ + 2) BeginPart();
+        const long lTitles = static_cast<long>(arrTitles_.size());
+        Row(r, false, lPart_ + 1, arrParts_[lPart_].lFirst - lTitles - 1);
+    }
+
+    // A new sheet in the writer's workbook, its rows begun with copies of the title rows and of
+    // the areas merged within each (the rows before the cut, in the model's memory).
+    void BeginPart() {
+        RowWriter<WriterSink>& w = *pWriter_;
+        AddNewStyles(w.Batch());
+        w.Send(true);
+        RowBatch& b = w.Batch();
+        b.sNewSheet = arrParts_[lPart_].sName;
+        b.dNewSheetHeight = dDefaultRowHeight_;
+        arrTaken_.emplace_back();
+        Taken& o = arrTaken_.back();
+        std::vector<uint32_t> arrOwn;
+        for (size_t i = 0; i < arrTitles_.size(); ++i) {
+            const long rTitle = arrTitles_[i];
+            const long rOut = static_cast<long>(i) + 1;
+            oRow_ = RowRec();
+            if (const RowRec* p = d_.FindRow(rTitle)) {
+                oRow_.arrCells.assign(p->arrCells.begin(), p->arrCells.end());
+                oRow_.lStyle = p->lStyle;
+                oRow_.nHeightTwips = p->nHeightTwips;
+            }
+            // No link of the sheet's comes along: only its whole-sheet changes apply.
+            size_t lNoLink = d_.arrPromisedLinks.size();
+            if (!d_.ApplyPromises(oRow_, rTitle, lNoLink)) Fail();
+            o.oTitles.Add(RowFingerprint(oRow_, d_.oText));
+            arrOwn.clear();
+            arrStart_.clear();
+            if (static_cast<size_t>(rTitle) <= d_.arrMergedRows.size()) {
+                for (uint32_t k : d_.arrMergedRows[static_cast<size_t>(rTitle - 1)]) {
+                    const xlMergedArea& a = d_.arrMerged[k];
+                    if (a[0] != rTitle || a[2] != rTitle) continue;
+                    arrOwn.push_back(k);
+                    arrStart_.push_back(MergedArea(rOut, a[1], rOut, a[3]));
+                }
+            }
+            std::sort(arrStart_.begin(), arrStart_.end());
+            Put(o, rTitle, rTitle - rOut, arrOwn.empty() ? nullptr : &arrOwn,
+                [](long) -> const LinkOut* { return nullptr; });
+        }
+        o.lRows = static_cast<long>(arrTitles_.size());
+    }
+
+    // Lays out oRow_, row r of the long sheet (its height fitted there), as row r - lShift, with
+    // the merged areas in arrStart_, and hands the batch over when full.
+    template <class LinkFn>
+    void Put(Taken& o, long r, long lShift, const std::vector<uint32_t>* pCovering,
+             LinkFn&& fnLink) {
         std::sort(arrStart_.begin(), arrStart_.end());
         for (const auto& a : arrStart_)
-            oMergesTaken_.Add(a);
-
+            o.oMerges.Add(a);
+        auto fnBackground = [&](long lCol) {
+            if (oRow_.lStyle != kUnformatted) return oRow_.lStyle;
+            const uint32_t s = arrColStyle_[static_cast<size_t>(lCol)];
+            return s != kUnformatted ? s : lSheetStyle_;
+        };
         RowWriter<WriterSink>& w = *pWriter_;
-        if (PrepareRow(w.Batch(), d_, *oFitter_, r, oRow_,
-                       arrCovering.empty() ? nullptr : &arrCovering, arrStart_.data(),
-                       arrStart_.size(), fnLink, fnBackground) &&
+        if (PrepareRow(w.Batch(), d_, *oFitter_, r, oRow_, pCovering, arrStart_.data(),
+                       arrStart_.size(), fnLink, fnBackground, lShift) &&
             w.Full()) {
             AddNewStyles(w.Batch());
             w.Send();
         }
         if (const long c = detail::LastShownColumn(oRow_, fnBackground); c != 0) {
-            lUsedRow_ = r;
-            lUsedCol_ = std::max(lUsedCol_, c);
+            o.lUsedRow = r - lShift;
+            o.lUsedCol = std::max(o.lUsedCol, c);
         }
     }
 
@@ -1566,7 +1673,29 @@ private:
             b.arrNewStyles.push_back(t.Get(static_cast<uint32_t>(lStylesSent_)));
     }
 
-    // The sheet holds what the writer took, as it will be saved.
+    // Sheet t holds the columns and formats the rows were written against.
+    bool SameFrame(const xlWorksheet::Impl& t) const {
+        return t.dDefaultRowHeight == dDefaultRowHeight_ && t.arrColWidth == arrColWidth_ &&
+               t.arrColStyle == arrColStyle_ && t.lSheetStyle == lSheetStyle_;
+    }
+
+    // The links and merged areas of sheet t's rows 1 to o.lRows are those written.
+    static bool SameLinksAndAreas(const xlWorksheet& oSheet, const Taken& o) {
+        const xlWorksheet::Impl& t = oSheet.Data();
+        const auto& arrItems = oSheet.Hyperlinks().Items();
+        FingerprintSet oLinks, oMerges;
+        for (const auto& [k, i] : t.mapLinks) {
+            if (static_cast<long>(k >> 16) > o.lRows) continue;
+            const xlHyperlinkEntry& e = arrItems[i];
+            oLinks.Add(k, LinkFingerprint(e.Address(), e.SubAddress(), e.ScreenTip()));
+        }
+        for (const auto& a : t.arrMerged) {
+            if (a[0] <= o.lRows) oMerges.Add(a);
+        }
+        return oLinks == o.oLinks && oMerges == o.oMerges;
+    }
+
+    // The sheets hold what the writer took, as they will be saved.
     bool Kept() const {
         const xlWorksheets& oSheets = oBook_.Worksheets();
         if (&oSheets.Item(1) != &oSheet_ || oSheet_.Name() != sName_) return false;
@@ -1577,31 +1706,41 @@ private:
             d_.lPromisedFormulas != lFormulas_) {
             return false;
         }
-        if (lTaken_ > lStays_ && (d_.SpoolFirst() != lStays_ + 1 || d_.SpoolLast() != lTaken_ ||
-                                  d_.arrSpoolChanges != d_.arrPromisedChanges)) {
+        const long lTakenHere = arrTaken_[0].lRows;
+        if (lTakenHere > lStays_ &&
+            (d_.SpoolFirst() != lStays_ + 1 || d_.SpoolLast() != lTakenHere ||
+             d_.arrSpoolChanges != d_.arrPromisedChanges)) {
             return false;
         }
-        if (d_.dDefaultRowHeight != dDefaultRowHeight_ || d_.arrColWidth != arrColWidth_ ||
-            d_.arrColStyle != arrColStyle_ || d_.lSheetStyle != lSheetStyle_) {
-            return false;
-        }
-        if (static_cast<long>(d_.arrRows.size()) < lTaken_) return false;
+        if (!SameFrame(d_)) return false;
+        if (static_cast<long>(d_.arrRows.size()) < lTakenHere) return false;
         Fingerprint oStays;
         for (long r = 1; r <= lStays_; ++r)
             oStays.Add(RowFingerprint(d_.arrRows[static_cast<size_t>(r - 1)], d_.oText));
         if (oStays.Value() != oStays_.Value()) return false;
-        // The links and merged areas of the rows taken are those written.
-        const auto& arrItems = oSheet_.Hyperlinks().Items();
-        FingerprintSet oLinks, oMerges;
-        for (const auto& [k, i] : d_.mapLinks) {
-            if (static_cast<long>(k >> 16) > lTaken_) continue;
-            const xlHyperlinkEntry& e = arrItems[i];
-            oLinks.Add(k, LinkFingerprint(e.Address(), e.SubAddress(), e.ScreenTip()));
+        if (!SameLinksAndAreas(oSheet_, arrTaken_[0])) return false;
+        // Each new sheet the writer began: the sheet of that name after the first ones, with the
+        // same columns and formats, its title rows as written, the rows taken from the spool
+        // with only the promised whole-sheet changes since.
+        const long lTitles = static_cast<long>(arrTitles_.size());
+        for (size_t p = 1; p < arrTaken_.size(); ++p) {
+            if (oSheets.Count() < static_cast<long>(p) + 1) return false;
+            const xlWorksheet& ws = oSheets.Item(static_cast<long>(p) + 1);
+            const xlWorksheet::Impl& t = ws.Data();
+            const Taken& o = arrTaken_[p];
+            if (ws.Name() != arrParts_[p - 1].sName || !SameFrame(t)) return false;
+            if (o.lRows > lTitles && (t.SpoolFirst() != lTitles + 1 || t.SpoolLast() != o.lRows ||
+                                      t.arrSpoolChanges != d_.arrPromisedChanges)) {
+                return false;
+            }
+            if (static_cast<long>(t.arrRows.size()) < o.lRows) return false;
+            Fingerprint oTitles;
+            for (long r = 1; r <= lTitles; ++r)
+                oTitles.Add(RowFingerprint(t.arrRows[static_cast<size_t>(r - 1)], t.oText));
+            if (oTitles.Value() != o.oTitles.Value()) return false;
+            if (!SameLinksAndAreas(ws, o)) return false;
         }
-        for (const auto& a : d_.arrMerged) {
-            if (a[0] <= lTaken_) oMerges.Add(a);
-        }
-        return oLinks == oLinksTaken_ && oMerges == oMergesTaken_;
+        return true;
     }
 
     const xlWorkbook& oBook_;
@@ -1616,17 +1755,22 @@ private:
     std::unique_ptr<RowWriter<WriterSink>> pWriter_;
     bool bStopped_ = false;
 
-    long lTaken_ = 0;     // rows 1 to lTaken_ went to the writer
+    long lTaken_ = 0;     // rows 1 to lTaken_ of the long sheet went to the writer
     long lStays_ = 0;     // of those, rows 1 to lStays_ stay in the model's memory
     Fingerprint oStays_;  // of those rows, in order
-    // The links and merged areas written.
-    FingerprintSet oLinksTaken_, oMergesTaken_;
+    // What each sheet took: the sheet itself, then the new sheets begun.
+    std::vector<Taken> arrTaken_;
+    // Where the sheet is cut, by the forecast: the last row it keeps, the new sheets' parts,
+    // the title rows they begin with; the part being written.
+    long lKeep_ = std::numeric_limits<long>::max();
+    std::vector<xlWorksheet::Impl::ForecastPart> arrParts_;
+    std::vector<long> arrTitles_;
+    size_t lPart_ = 0;
     std::vector<float> arrColWidth_;
     std::vector<uint32_t> arrColStyle_;
     uint32_t lSheetStyle_ = 0;
     double dDefaultRowHeight_ = 0;
     size_t lChanges_ = 0, lLinks_ = 0, lFormulas_ = 0;
-    long lUsedRow_ = 0, lUsedCol_ = 0;
 
     std::optional<RowFitter> oFitter_;
     size_t lNextPromise_ = 0;

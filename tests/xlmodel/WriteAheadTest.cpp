@@ -29,11 +29,12 @@ struct Plan {
     std::string sOtherAnchor;  // one promised link leads elsewhere
     bool bChangeMainRow = false;
     bool bOtherSheetChange = false;
-    bool bKeepAlignment = true;  // the promised top alignment is applied at the end
-    long nSheetRows = 0;         // rows a sheet holds, when fewer than an .xlsx sheet's
-    bool bForecast = false;      // the blocks are forecast before they are filled
-    long nLongerBlock = 0;       // this block has one row more than forecast
-    long nFormulas = 0;          // the last main-panel rows lead to their blocks by formulas
+    bool bKeepAlignment = true;    // the promised top alignment is applied at the end
+    long nSheetRows = 0;           // rows a sheet holds, when fewer than an .xlsx sheet's
+    bool bForecast = false;        // the blocks are forecast before they are filled
+    long nLongerBlock = 0;         // this block has one row more than forecast
+    long nFormulas = 0;            // the last main-panel rows lead to their blocks by formulas
+    bool bNewSheetChange = false;  // a new sheet gets a whole-sheet change not promised
 };
 
 class WriteAhead : public ::testing::Test {
@@ -113,7 +114,13 @@ protected:
             }
         }
         if (p.bOtherSheetChange) ws.Cells().WrapText(false);
-        if (p.bKeepAlignment) ws.Cells().VerticalAlignment(xlTop);
+        if (p.bNewSheetChange && !arrNew.empty()) arrNew.front()->Cells().WrapText(false);
+        // Each sheet's page set-up aligns its cells, the new ones' too.
+        if (p.bKeepAlignment) {
+            ws.Cells().VerticalAlignment(xlTop);
+            for (xlWorksheet* pTo : arrNew)
+                pTo->Cells().VerticalAlignment(xlTop);
+        }
     }
     static std::string Anchor(long i) { return "ID_" + std::to_string(i); }
     static std::string Formula(long i) {
@@ -258,6 +265,20 @@ TEST_F(WriteAhead, ASheetCutWhereForecastWritesTheRowsItKeepsAhead) {
     EXPECT_NE(sParts.find("location=\"ID_65\""), std::string::npos);
     EXPECT_EQ(sParts.find("location=\"ID_66\""), std::string::npos);
     EXPECT_EQ(testutil::NamesIn(dir.Path()), "ahead.xlsx,whole.xlsx");
+}
+
+// The rows of the new sheets went to the writer as well: a new sheet changed otherwise than
+// promised leaves the save to the model.
+TEST_F(WriteAhead, ANewSheetChangedOtherwiseThanPromisedIsSavedFromTheModel) {
+    Plan p;
+    p.nMain = 300;
+    p.nBlocks = 400;
+    p.nSheetRows = 500;
+    p.bForecast = true;
+    p.bNewSheetChange = true;
+    EXPECT_FALSE(SaveFilled(dir.File("ahead.xlsx"), p));
+    SaveWhole(dir.File("whole.xlsx"), p);
+    ExpectSameFile(dir.File("ahead.xlsx"), dir.File("whole.xlsx"));
 }
 
 // A sheet that keeps none of its blocks (here, no room for one after the main panel) writes the

@@ -183,13 +183,15 @@ std::optional<std::vector<xlBlockPlace>> xlWorksheet::ForecastContinuation(
         return std::nullopt;
     }
     // The blocks one after the other. One longer than a new sheet holds is cut where its own
-    // links and names fall, which are not forecast.
+    // links and names fall, which are not forecast. Nor are more rows than kMaxForecastSheets
+    // sheets hold: the plan counts links and names row by row.
+    const long lMaxLast = d.lMaxRows * kMaxForecastSheets;
     std::vector<long> arrStarts;
     arrStarts.reserve(arrBlocks.size());
     long lLast = lFirstRow - 1;
     for (const xlBlockExtent& b : arrBlocks) {
         if (b.lRows < 1 || b.lRows > d.lMaxRows - lTitles || b.lLinks < 0 || b.lNames < 0 ||
-            b.lRows > kMaxContinuedRows - lLast) {
+            b.lRows > lMaxLast - lLast) {
             return std::nullopt;
         }
         arrStarts.push_back(lLast + 1);

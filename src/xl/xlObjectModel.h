@@ -422,10 +422,12 @@ public:
     // Before its first block is marked, where a sheet that continues will cut its blocks if they
     // come as told: one after the other from lFirstRow on, with their rows, hyperlinks and local
     // names, ContinueOnNewSheets taking the same arguments. For each block, where it will be;
-    // none when no forecast can be made (a block longer than a new sheet holds). A sheet that
+    // none when no forecast can be made (a block longer than a new sheet holds, more blocks
+    // than kMaxForecastSheets sheets hold). A sheet that
     // writes ahead then writes the rows it will keep while the rest are still being filled; the
     // continuation goes on with that writer only when the blocks began, and the sheet is cut,
     // where forecast.
+    static constexpr long kMaxForecastSheets = 8;
     std::optional<std::vector<xlBlockPlace>> ForecastContinuation(
         long lFirstRow, const std::vector<xlBlockExtent>& arrBlocks,
         const std::vector<long>& arrTitleRows, long lLinksToCome);

@@ -350,7 +350,7 @@ TEST_F(WriteAhead, ASheetCutElsewhereThanForecastIsSavedFromTheModel) {
 }
 
 // No forecast for a block longer than a new sheet holds: it would be cut where its own links
-// fall.
+// fall; nor for more rows than eight sheets hold.
 TEST_F(WriteAhead, ABlockLongerThanASheetIsNotForecast) {
     xl::xlWorkbook book;
     book.SaveAs(dir.File("a.xlsx"));
@@ -364,6 +364,13 @@ TEST_F(WriteAhead, ABlockLongerThanASheetIsNotForecast) {
     EXPECT_FALSE((*o)[0].bStays);
     EXPECT_EQ((*o)[0].sCell, "'Sheet1 (2)'!$A$3");
     EXPECT_EQ((*o)[1].sCell, "'Sheet1 (3)'!$A$3");
+    // Nor are more rows than eight sheets hold.
+    EXPECT_FALSE(
+        ws.ForecastContinuation(10, std::vector<xl::xlBlockExtent>(9, {98, 0, 1}), {1, 2}, 0)
+            .has_value());
+    EXPECT_TRUE(
+        ws.ForecastContinuation(10, std::vector<xl::xlBlockExtent>(7, {98, 0, 1}), {1, 2}, 0)
+            .has_value());
     // A block that stays is found on the sheet itself.
     const auto oFits = ws.ForecastContinuation(10, {{20, 1, 1}, {50, 0, 1}}, {1, 2}, 0);
     ASSERT_TRUE(oFits.has_value());

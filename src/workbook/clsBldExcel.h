@@ -105,8 +105,9 @@ public:
     static std::string AnchorLinkFormula(xl::xlWorksheet& oSheet, long nRow, long nCol,
                                          const std::string& sCell);
     bool FillHyperlinkCollect();
-    // Lets the first sheet's rows go to the file's writer while the blocks are filled, with
-    // what the sheet gets once they are placed promised first; the main panel has nCount rows.
+    // Lets the rows of the first sheet, and of the sheets its blocks continue on, go to the
+    // file's writer while the blocks are filled, with what the sheets get once they are placed
+    // promised first; the main panel has nCount rows.
     void WriteAheadOfBlocks(long nCount);
     // Counts the blocks before they are filled, for where the first sheet will be cut
     // (clsBldExcelForecast.cpp).

@@ -229,11 +229,12 @@ void clsBldExcel::PromiseAnchorLink(long nRow, long nCol, long nIndex, const std
     if (!sFormula.empty()) oSheet.Hyperlinks().PromiseFormula(oCell, sFormula);
 }
 
-// The rows of the first sheet may reach the file's writer while the blocks are still being
-// filled, as the sheet will show them once it is done: the top alignment of its page set-up and
-// the main panel's links are promised first (and made as ever once the blocks are placed). A
-// sheet that ends otherwise, its blocks continued on new sheets or its build stopped, is written
-// from the workbook at the save.
+// The rows of the first sheet, and of the sheets its blocks continue on, may reach the file's
+// writer while the blocks are still being filled, as the sheets will show them once done: the
+// blocks are counted first, so that each one's place is known, and the top alignment of the
+// page set-up and the main panel's links are promised (and made as ever once the blocks are
+// placed). A sheet that ends otherwise, its blocks placed elsewhere than counted or its build
+// stopped, is written from the workbook at the save.
 void clsBldExcel::WriteAheadOfBlocks(long nCount) {
     TrapRunVoid(ctx_, "clsBldExcel", "WriteAheadOfBlocks", [&] {
         // A host that keeps each export to one core says so.
@@ -241,7 +242,8 @@ void clsBldExcel::WriteAheadOfBlocks(long nCount) {
         xl::xlWorksheet& oSheet = Sheet();
         oSheet.WriteAhead();
         if (!oSheet.WritesAhead()) return;
-        // A sheet whose blocks will continue on new sheets writes the rows it keeps.
+        // Where each block will be, on this sheet or a new one; without it, rows past the
+        // sheet's end stop the writer.
         ForecastBlocks(nCount);
         oSheet.PromiseVerticalAlignment(modConst::xlTop);
         bPromiseLinks_ = true;

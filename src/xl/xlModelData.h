@@ -409,7 +409,6 @@ struct xlWorksheet::Impl {
         long lFirst;
         long lLast;
         std::string sName;
-        bool operator==(const ForecastPart&) const = default;
     };
     std::vector<ForecastPart> arrForecastParts;
     std::vector<long> arrForecastTitles;

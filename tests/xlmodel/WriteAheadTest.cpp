@@ -133,6 +133,15 @@ protected:
         p.bKeepAlignment = false;
         return p;
     }
+    // A plan whose blocks are counted first and continue on three new sheets of 500 rows.
+    static Plan Continued() {
+        Plan p;
+        p.nMain = 300;
+        p.nBlocks = 400;
+        p.nSheetRows = 500;
+        p.bForecast = true;
+        return p;
+    }
     // The sheet continues past its end, streams its finished blocks and asks to write ahead.
     static void StartWritingAhead(xlWorksheet& ws) {
         ws.ContinuePastLastRow();
@@ -242,11 +251,7 @@ TEST_F(WriteAhead, RowsThatMoveToNewSheetsStopTheWriter) {
 // rest still come, and the file it completes, with the new sheets written from the model at the
 // save, is the one the whole model gives.
 TEST_F(WriteAhead, ASheetCutWhereForecastWritesTheRowsItKeepsAhead) {
-    Plan p;
-    p.nMain = 300;
-    p.nBlocks = 400;
-    p.nSheetRows = 500;
-    p.bForecast = true;
+    Plan p = Continued();
     xl::xlWorkbook book;
     book.SaveAs(dir.File("ahead.xlsx"));
     Fill(book.Worksheets()(1), p);
@@ -270,11 +275,7 @@ TEST_F(WriteAhead, ASheetCutWhereForecastWritesTheRowsItKeepsAhead) {
 // The rows of the new sheets went to the writer as well: a new sheet changed otherwise than
 // promised leaves the save to the model.
 TEST_F(WriteAhead, ANewSheetChangedOtherwiseThanPromisedIsSavedFromTheModel) {
-    Plan p;
-    p.nMain = 300;
-    p.nBlocks = 400;
-    p.nSheetRows = 500;
-    p.bForecast = true;
+    Plan p = Continued();
     p.bNewSheetChange = true;
     EXPECT_FALSE(SaveFilled(dir.File("ahead.xlsx"), p));
     SaveWhole(dir.File("whole.xlsx"), p);

@@ -141,11 +141,25 @@ std::string SingleByteToUtf8(std::string_view s, bool bCp1252) {
 // and carriage return, NUL included): the parser would take it as text, a conforming reader
 // refuses the document. Gives its byte offset in the UTF-8 text and its code.
 bool FindIllegalCharacter(std::string_view s, size_t& lOffset, unsigned& nCode) {
-    for (size_t i = 0; i < s.size(); ++i) {
-        const unsigned char c = static_cast<unsigned char>(s[i]);
-        if (c < 0x20 && c != '\t' && c != '\n' && c != '\r') {
+    auto Illegal = [](char ch) {
+        const unsigned char c = static_cast<unsigned char>(ch);
+        return c < 0x20 && c != '\t' && c != '\n' && c != '\r';
+    };
+    // A data file runs to many megabytes: whole blocks are checked without a branch for each
+    // byte (the compiler does a block in a few vector steps), and only a block that holds such a
+    // character is searched byte by byte.
+    constexpr size_t kBlock = 64;
+    size_t i = 0;
+    for (; i + kBlock <= s.size(); i += kBlock) {
+        unsigned nAny = 0;
+        for (size_t k = 0; k < kBlock; ++k)
+            nAny |= Illegal(s[i + k]) ? 1u : 0u;
+        if (nAny != 0) break;
+    }
+    for (; i < s.size(); ++i) {
+        if (Illegal(s[i])) {
             lOffset = i;
-            nCode = c;
+            nCode = static_cast<unsigned char>(s[i]);
             return true;
         }
     }

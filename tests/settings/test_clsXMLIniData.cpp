@@ -331,6 +331,30 @@ TEST(LoadXDoc, AnInvalidCharacterIsPlacedInCharactersToo) {
               "Line: 2 At Position: 8");
 }
 
+// The document is searched in blocks of bytes; the character is found at any offset, the first
+// of two when there are two, whichever block each falls in.
+TEST(LoadXDoc, AnInvalidCharacterIsFoundWhereverItStands) {
+    for (size_t lPad : {0u, 1u, 50u, 51u, 52u, 53u, 54u, 114u, 115u, 116u, 117u, 200u, 1000u}) {
+        SCOPED_TRACE("padding: " + std::to_string(lPad));
+        // "<ROOT><B>" is 9 bytes: the character is byte 9 + lPad, position 10 + lPad.
+        const std::string sHead = "<ROOT><B>" + std::string(lPad, 'e');
+        const std::string sWant =
+            "{now} IniDoc Load Parse error: Invalid character (code 2) in the "
+            "document On Line: 1 At Position: " +
+            std::to_string(10 + lPad);
+        EXPECT_EQ(FileLoadError(sHead + "\x02</B>\n</ROOT>\n"), sWant);
+        EXPECT_EQ(FileLoadError(sHead + "\x02" + std::string(70, 'f') + "\x03</B></ROOT>"), sWant);
+        // Tabs, line feeds and carriage returns are allowed around it.
+        EXPECT_EQ(FileLoadError(sHead + "\x02\t\r\n</B></ROOT>"), sWant);
+    }
+    TempDir tmp;
+    const std::string sPath = tmp.File("settings.xml");
+    testutil::WriteFile(sPath, "<ROOT><B>" + std::string(300, 'e') + "\t\n\r</B></ROOT>");
+    clsXMLIniData o;
+    std::string sErr;
+    EXPECT_TRUE(o.LoadXDoc(sPath, sErr)) << sErr;
+}
+
 TEST(LoadXString, TheErrorPositionCountsCharactersNotBytes) {
     const std::string sExpected =
         "{now} String Load Parse error: Start-end tags mismatch On Line: 1 At Position: 16";

@@ -468,11 +468,13 @@ std::vector<xlWorksheet*> xlWorksheet::ContinueOnNewSheets(const std::vector<lon
         }
         xlWorksheet& ws = *arrNew[p - 1];
         e.lRow = fnRowIn(p, e.lRow);
+        ws.Data().bLinksNoted = false;
         ws.Data().mapLinks.emplace(detail::CellKey(e.lRow, e.lCol),
                                    static_cast<uint32_t>(ws.oHyperlinks_.arr_.size()));
         ws.oHyperlinks_.arr_.push_back(std::move(e));
     }
     oHyperlinks_.arr_ = std::move(arrKeptLinks);
+    d.bLinksNoted = false;
     d.mapLinks.clear();
     for (size_t i = 0; i < oHyperlinks_.arr_.size(); ++i) {
         const xlHyperlinkEntry& e = oHyperlinks_.arr_[i];

@@ -311,6 +311,7 @@ struct Row {
     uint32_t lStyle = kUnformatted;     // the row's own format, when formatted as a whole
     uint16_t nHeightTwips = kNoHeight;  // 1/20 point
     uint8_t nOutline = 0;               // outline level as the files hold it: 0 (none) to 7
+    bool bLinked = false;               // a link was added to a cell of the row (see bLinksNoted)
 };
 
 // Records by row (index: row - 1) of a sheet whose rows may go to its spool. The records of
@@ -642,6 +643,10 @@ struct xlWorksheet::Impl {
 
     // Hyperlinks by cell, and defined names by their upper-case text: positions in the lists.
     std::unordered_map<uint64_t, uint32_t> mapLinks;
+    // Each row that holds a link says so (Row::bLinked), so that a row without one is written
+    // without looking its cells up in mapLinks. Links that come to the sheet otherwise than one
+    // by one (a copy, a continuation) clear it: every row is looked up then.
+    bool bLinksNoted = true;
     std::unordered_map<std::string, uint32_t> mapNames;
 
     // Cells.

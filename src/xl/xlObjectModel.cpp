@@ -1387,6 +1387,7 @@ void xlRange::Copy(const xlRange& oDestination) const {
     Flush();
     for (const auto& a : arrMerges)
         t.AddMerged(a);
+    if (lKept != oLinks.arr_.size() || !arrLinks.empty()) t.bLinksNoted = false;
     if (lKept != oLinks.arr_.size()) {
         auto& v = oLinks.arr_;
         v.erase(std::remove_if(v.begin(), v.end(), bInDest), v.end());
@@ -1545,6 +1546,7 @@ void xlHyperlinks::Add(const xlRange& oAnchor, const std::string& sAddress,
         arr_.push_back(std::move(e));
     }
     // The cell keeps its text; an empty one shows the address. It takes the look of a link.
+    d.EnsureRow(r).bLinked = true;
     Cell& oCell = d.GetOrCreate(r, c);
     if (sTextToDisplay) {
         d.SetValue(oCell, *sTextToDisplay);

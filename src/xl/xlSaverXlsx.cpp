@@ -1545,9 +1545,11 @@ private:
             lStays_ = r;
         }
         Taken& o = arrTaken_[lSheet];
-        // The links: promised ones, else those the sheet has.
+        // The links: promised ones, else those the sheet has (a row that holds none need not be
+        // looked up).
         const auto& arrPromised = d_.arrPromisedLinks;
         const auto& arrLinks = oSheet_.Hyperlinks().Items();
+        const bool bMayLink = oNow.bLinked || !d_.bLinksNoted;
         auto fnLink = [&](long lCol) -> const LinkOut* {
             const uint64_t k = detail::CellKey(r, lCol);
             while (lPromise < arrPromised.size() && arrPromised[lPromise].lKey < k)
@@ -1561,6 +1563,8 @@ private:
                           p.lSubAddress == xlHyperlinkEntry::kNoText ? std::string_view()
                                                                      : d_.oText.Get(p.lSubAddress),
                           std::string_view()};
+            } else if (!bMayLink) {
+                return nullptr;
             } else if (const auto it = d_.mapLinks.find(k); it != d_.mapLinks.end()) {
                 const xlHyperlinkEntry& e = arrLinks[it->second];
                 oLink_ = {e.Address(), e.SubAddress(), e.ScreenTip()};

@@ -35,6 +35,7 @@ struct Plan {
     long nLongerBlock = 0;         // this block has one row more than forecast
     long nFormulas = 0;            // the last main-panel rows lead to their blocks by formulas
     bool bNewSheetChange = false;  // a new sheet gets a whole-sheet change not promised
+    long nCopyLinkAt = 0;          // a linked cell of another workbook is copied into this block
 };
 
 class WriteAhead : public ::testing::Test {
@@ -90,6 +91,13 @@ protected:
             ws.Cells(r + 2, 2).Value(static_cast<double>(i));
             for (long k = 0; k < p.nExtra; ++k)
                 ws.Cells(r + 3 + k, 3).Value(static_cast<double>(k));
+            if (i == p.nCopyLinkAt) {
+                xl::xlWorkbook other;
+                xlWorksheet& src = other.Worksheets()(1);
+                src.Cells(1, 1).Value("copied");
+                src.Hyperlinks().Add(src.Cells(1, 1), "copied.txt");
+                src.Cells(1, 1).Copy(ws.Cells(r + 2, 6));
+            }
             r += 3 + p.nExtra;
         }
         const std::vector<xlWorksheet*> arrNew = ws.ContinueOnNewSheets({1}, p.nMain);
@@ -228,6 +236,18 @@ TEST_F(WriteAhead, WhatWasNotPromisedLeavesTheSaveToTheModel) {
         SaveWhole(sWhole, p);
         ExpectSameFile(sAhead, sWhole);
     }
+}
+
+// A link that comes with a copied cell, not made by itself: the row that holds it goes ahead
+// with it (a row without a link of its own is looked up all the same), and the file is the one
+// the whole model gives.
+TEST_F(WriteAhead, ALinkCopiedIntoARowGoesAheadWithIt) {
+    Plan p;
+    p.nCopyLinkAt = 40;
+    EXPECT_TRUE(SaveFilled(dir.File("ahead.xlsx"), p));
+    SaveWhole(dir.File("whole.xlsx"), p);
+    ExpectSameFile(dir.File("ahead.xlsx"), dir.File("whole.xlsx"));
+    EXPECT_NE(Parts(dir.File("ahead.xlsx")).find("copied.txt"), std::string::npos);
 }
 
 // Rows past the sheet's end move to new sheets: the writer stops as soon as the rows pass it,

@@ -114,6 +114,15 @@ private:
     static constexpr size_t kMaxChunks = size_t{1} << (44 - kShift);
     std::vector<uint64_t> arrSlots_;
     size_t lCount_ = 0;
+    // The texts found again most recently, by the low bits of their hash: an export's labels and
+    // its repeated values come back all the time, and are found here, close together in memory,
+    // without a look into the table (whose slots lie far apart) or into the chunks.
+    struct Recent {
+        uint64_t lHash = 0;
+        uint64_t lRef = 0;  // the text's reference plus one (0: none)
+    };
+    static constexpr size_t kRecent = 4096;
+    std::vector<Recent> arrRecent_;
 };
 
 // A formula cell holds its formula and the value it shows as one text of the arena: the

@@ -557,17 +557,24 @@ uint64_t TextArena::Add(std::string_view s) {
     if (!IsWorkbookText(s)) s = sStorable = WorkbookText(s);
     if ((lCount_ + 1) * 2 > arrSlots_.size()) Grow();
     const uint64_t lHash = std::hash<std::string_view>()(s);
+    Recent& oRecent = arrRecent_[static_cast<size_t>(lHash) & (kRecent - 1)];
+    if (oRecent.lRef != 0 && oRecent.lHash == lHash && Get(oRecent.lRef - 1) == s) {
+        return oRecent.lRef - 1;
+    }
     const uint64_t lTag = lHash & kTagMask;
     const size_t lMask = arrSlots_.size() - 1;
     for (size_t i = static_cast<size_t>(lHash) & lMask;; i = (i + 1) & lMask) {
         const uint64_t lSlot = arrSlots_[i];
         if (lSlot == 0) {
+            // A text met for the first time takes no place among the recent ones: most such
+            // texts are met once.
             const uint64_t lRef = Store(s);
             arrSlots_[i] = lTag | (lRef + 1);
             ++lCount_;
             return lRef;
         }
         if ((lSlot & kTagMask) == lTag && Get((lSlot & kRefMask) - 1) == s) {
+            oRecent = {lHash, lSlot & kRefMask};
             return (lSlot & kRefMask) - 1;
         }
     }
@@ -592,6 +599,7 @@ uint64_t TextArena::Store(std::string_view s) {
 }
 
 void TextArena::Grow() {
+    if (arrRecent_.empty()) arrRecent_.resize(kRecent);
     const size_t lSize = std::max<size_t>(1024, arrSlots_.size() * 2);
     std::vector<uint64_t> arrNew(lSize, 0);
     const size_t lMask = lSize - 1;

@@ -1,10 +1,9 @@
 // The storage behind the spreadsheet object model, shared by the model and the .xlsx saver.
 //
-// Cells are kept per row, in lists sorted by column (the first few in the row itself), 16 bytes
-// each; texts live in an arena of the workbook, each distinct text once. Formats are interned in
-// a table of the workbook and referred to by small ids; the result of applying a change to a
-// format is remembered, so formatting a million cells costs a million table look-ups, not a
-// million format copies.
+// Cells are kept per row, in vectors sorted by column, 16 bytes each; texts live in an arena of
+// the workbook, each distinct text once. Formats are interned in a table of the workbook and
+// referred to by small ids; the result of applying a change to a format is remembered, so
+// formatting a million cells costs a million table look-ups, not a million format copies.
 //
 // What a cell shows when it has no record of its own: the format of its row when the row was
 // formatted as a whole, else that of its column, else the sheet's. Every whole-row, whole-column
@@ -25,7 +24,6 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <type_traits>
 #include <unordered_map>
 #include <vector>
 
@@ -175,148 +173,8 @@ inline std::string FormulaText(const std::string& sFormula, const std::string& s
     return std::to_string(sFormula.size()) + ":" + sFormula + sValue;
 }
 
-// The records of one row: up to kInline of them in the row itself, more on the heap. Most rows
-// of an export hold a handful of cells, and a sheet makes and lets go of hundreds of thousands
-// of rows: one allocation for each would cost more than the cells do.
-class CellList {
-public:
-    static constexpr uint32_t kInline = 6;
-    using value_type = Cell;
-    using iterator = Cell*;
-    using const_iterator = const Cell*;
-
-    CellList() = default;
-    CellList(const CellList& o) { assign(o.begin(), o.end()); }
-    CellList(CellList&& o) noexcept { Take(o); }
-    CellList& operator=(const CellList& o) {
-        if (this != &o) assign(o.begin(), o.end());
-        return *this;
-    }
-    CellList& operator=(CellList&& o) noexcept {
-        if (this != &o) {
-            Free();
-            Take(o);
-        }
-        return *this;
-    }
-    ~CellList() { Free(); }
-
-    size_t size() const { return n_; }
-    bool empty() const { return n_ == 0; }
-    size_t capacity() const { return cap_; }
-    Cell* data() { return p_; }
-    const Cell* data() const { return p_; }
-    Cell* begin() { return p_; }
-    Cell* end() { return p_ + n_; }
-    const Cell* begin() const { return p_; }
-    const Cell* end() const { return p_ + n_; }
-    std::reverse_iterator<Cell*> rbegin() { return std::reverse_iterator<Cell*>(end()); }
-    std::reverse_iterator<Cell*> rend() { return std::reverse_iterator<Cell*>(begin()); }
-    std::reverse_iterator<const Cell*> rbegin() const {
-        return std::reverse_iterator<const Cell*>(end());
-    }
-    std::reverse_iterator<const Cell*> rend() const {
-        return std::reverse_iterator<const Cell*>(begin());
-    }
-    Cell& operator[](size_t i) { return p_[i]; }
-    const Cell& operator[](size_t i) const { return p_[i]; }
-    Cell& back() { return p_[n_ - 1]; }
-    const Cell& back() const { return p_[n_ - 1]; }
-
-    void clear() { n_ = 0; }
-    void reserve(size_t n) {
-        if (n > cap_) Reallocate(n);
-    }
-    void resize(size_t n) {
-        reserve(n);
-        for (size_t i = n_; i < n; ++i)
-            p_[i] = Cell{};
-        n_ = static_cast<uint32_t>(n);
-    }
-    void push_back(const Cell& c) {
-        if (n_ == cap_) Grow(n_ + 1);
-        p_[n_++] = c;
-    }
-    Cell* insert(const Cell* pos, const Cell& c) { return insert(pos, &c, &c + 1); }
-    // Inserts [first, last), which must not lie within this list.
-    template <class It>
-    Cell* insert(const Cell* pos, It first, It last) {
-        const size_t lAt = static_cast<size_t>(pos - p_);
-        const size_t k = static_cast<size_t>(std::distance(first, last));
-        if (k == 0) return p_ + lAt;
-        if (n_ + k > cap_) Grow(n_ + k);
-        std::memmove(p_ + lAt + k, p_ + lAt, (n_ - lAt) * sizeof(Cell));
-        std::copy(first, last, p_ + lAt);
-        n_ += static_cast<uint32_t>(k);
-        return p_ + lAt;
-    }
-    Cell* erase(const Cell* first, const Cell* last) {
-        const size_t lAt = static_cast<size_t>(first - p_);
-        const size_t k = static_cast<size_t>(last - first);
-        std::memmove(p_ + lAt, p_ + lAt + k, (n_ - lAt - k) * sizeof(Cell));
-        n_ -= static_cast<uint32_t>(k);
-        return p_ + lAt;
-    }
-    template <class It>
-    void assign(It first, It last) {
-        const size_t k = static_cast<size_t>(std::distance(first, last));
-        n_ = 0;
-        reserve(k);
-        std::copy(first, last, p_);
-        n_ = static_cast<uint32_t>(k);
-    }
-    void swap(CellList& o) noexcept {
-        CellList t(std::move(o));
-        o = std::move(*this);
-        *this = std::move(t);
-    }
-    // Spare room on the heap goes; a list that fits the row itself moves back into it.
-    void shrink_to_fit() {
-        if (p_ != Inline() && n_ < cap_) Reallocate(n_);
-    }
-
-private:
-    static_assert(std::is_trivially_copyable_v<Cell>);
-    Cell* Inline() { return reinterpret_cast<Cell*>(buf_); }
-    void Grow(size_t lNeed) { Reallocate(std::max<size_t>(lNeed, size_t{cap_} * 2)); }
-    // Moves the records to room for n (at least n_ of them): the row itself when they fit.
-    void Reallocate(size_t n) {
-        Cell* p = n <= kInline ? Inline() : static_cast<Cell*>(::operator new(n * sizeof(Cell)));
-        if (p == p_) return;
-        if (n_ != 0) std::memcpy(static_cast<void*>(p), p_, n_ * sizeof(Cell));
-        Free();
-        p_ = p;
-        cap_ = static_cast<uint32_t>(n <= kInline ? kInline : n);
-    }
-    void Free() {
-        if (p_ != Inline()) ::operator delete(p_);
-        p_ = Inline();
-        cap_ = kInline;
-    }
-    // Takes o's records, leaving it empty.
-    void Take(CellList& o) noexcept {
-        n_ = o.n_;
-        if (o.p_ == o.Inline()) {
-            p_ = Inline();
-            cap_ = kInline;
-            if (n_ != 0) std::memcpy(static_cast<void*>(p_), o.p_, n_ * sizeof(Cell));
-        } else {
-            p_ = o.p_;
-            cap_ = o.cap_;
-            o.p_ = o.Inline();
-            o.cap_ = kInline;
-        }
-        o.n_ = 0;
-    }
-
-    Cell* p_ = Inline();
-    uint32_t n_ = 0;
-    uint32_t cap_ = kInline;
-    alignas(Cell) unsigned char buf_[kInline * sizeof(Cell)];
-};
-
 struct Row {
-    CellList arrCells;                  // sorted by column
+    std::vector<Cell> arrCells;         // sorted by column
     uint32_t lStyle = kUnformatted;     // the row's own format, when formatted as a whole
     uint16_t nHeightTwips = kNoHeight;  // 1/20 point
     uint8_t nOutline = 0;               // outline level as the files hold it: 0 (none) to 7

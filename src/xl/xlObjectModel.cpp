@@ -710,6 +710,10 @@ Cell NewCell(long lCol, uint32_t lStyle) {
     return Cell{static_cast<uint16_t>(lCol), kEmpty, 0, lStyle, 0};
 }
 
+// The records a row makes room for with its first one: most rows of a sheet hold a few cells,
+// and a row that grows one record at a time would otherwise allocate for every one.
+constexpr size_t kRowCells = 8;
+
 // Makes sure row oRow holds a record for every column c1..c2, creating missing ones with the
 // format the cell shows, then calls fn on each record of the span, in column order.
 template <class Fn>
@@ -727,11 +731,13 @@ void ForSpan(const xlWorksheet::Impl& d, RowRec& oRow, long c1, long c2, Fn&& fn
         return;
     }
     if (lWant == 1) {
-        // One new record in its place.
-        fn(*v.insert(lo, NewCell(c1, d.Background(oRow, c1))));
+        // One new record in its place; a row's first record makes room for a row's worth.
+        const auto lAt = lo - v.begin();
+        if (v.empty()) v.reserve(kRowCells);
+        fn(*v.insert(v.begin() + lAt, NewCell(c1, d.Background(oRow, c1))));
         return;
     }
-    detail::CellList nv;
+    std::vector<Cell> nv;
     nv.reserve(v.size() + lWant - lHave);
     nv.insert(nv.end(), v.begin(), lo);
     auto it = lo;

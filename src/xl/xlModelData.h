@@ -25,6 +25,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "xl/xlObjectModel.h"
@@ -172,6 +173,40 @@ inline std::string_view FormulaValueOf(std::string_view sStored) {
 inline std::string FormulaText(const std::string& sFormula, const std::string& sValue) {
     return std::to_string(sFormula.size()) + ":" + sFormula + sValue;
 }
+
+// The defined names of a sheet by their text, ASCII letters in any case: positions in the
+// sheet's list of names, whose texts the set reads. A key of its own for each name would be a
+// second copy of every name, and an export names every block.
+struct NameKey {
+    const std::vector<xlNameEntry>* pNames = nullptr;
+    using is_transparent = void;
+
+    static size_t Hash(std::string_view s) {
+        uint64_t h = 0xcbf29ce484222325ULL;
+        for (char ch : s) {
+            const char u = ch >= 'a' && ch <= 'z' ? static_cast<char>(ch - 'a' + 'A') : ch;
+            h = (h ^ static_cast<unsigned char>(u)) * 0x100000001b3ULL;
+        }
+        return static_cast<size_t>(h);
+    }
+    static bool Same(std::string_view a, std::string_view b) {
+        if (a.size() != b.size()) return false;
+        for (size_t i = 0; i < a.size(); ++i) {
+            char x = a[i], y = b[i];
+            if (x >= 'a' && x <= 'z') x = static_cast<char>(x - 'a' + 'A');
+            if (y >= 'a' && y <= 'z') y = static_cast<char>(y - 'a' + 'A');
+            if (x != y) return false;
+        }
+        return true;
+    }
+    std::string_view Text(uint32_t i) const { return (*pNames)[i].sName; }
+    size_t operator()(uint32_t i) const { return Hash(Text(i)); }
+    size_t operator()(std::string_view s) const { return Hash(s); }
+    bool operator()(uint32_t a, uint32_t b) const { return Same(Text(a), Text(b)); }
+    bool operator()(uint32_t a, std::string_view b) const { return Same(Text(a), b); }
+    bool operator()(std::string_view a, uint32_t b) const { return Same(a, Text(b)); }
+};
+using NameSet = std::unordered_set<uint32_t, NameKey, NameKey>;
 
 struct Row {
     std::vector<Cell> arrCells;         // sorted by column
@@ -508,13 +543,13 @@ struct xlWorksheet::Impl {
     std::vector<xlMergedArea> arrMerged;
     detail::RowRecords<std::vector<uint32_t>> arrMergedRows;  // index: row - 1
 
-    // Hyperlinks by cell, and defined names by their upper-case text: positions in the lists.
+    // Hyperlinks by cell, and defined names by their text in any case: positions in the lists.
     std::unordered_map<uint64_t, uint32_t> mapLinks;
     // Each row that holds a link says so (Row::bLinked), so that a row without one is written
     // without looking its cells up in mapLinks. Links that come to the sheet otherwise than one
     // by one (a copy, a continuation) clear it: every row is looked up then.
     bool bLinksNoted = true;
-    std::unordered_map<std::string, uint32_t> mapNames;
+    detail::NameSet mapNames;
 
     // Cells.
     detail::Row& EnsureRow(long lRow);

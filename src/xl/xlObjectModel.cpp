@@ -1501,22 +1501,21 @@ void xlBorder::LineStyle(long lStyle) {
 
 void xlNames::Add(const std::string& sName, const xlRange& oRefersTo) {
     if (!IsValidDefinedName(sName)) Fail();
+    if (oRefersTo.Sheet() != pSheet_) Fail();
     xlNameEntry e;
     e.sName = sName;
-    e.sRefersTo =
-        "=" + detail::QuoteSheetName(oRefersTo.Sheet()->Name()) + "!" + oRefersTo.Address();
     e.lRow1 = oRefersTo.Row();
     e.lCol1 = oRefersTo.Column();
     e.lRow2 = oRefersTo.LastRow();
     e.lCol2 = oRefersTo.LastColumn();
     // Names do not tell case apart: adding one again redefines it.
     auto& m = pSheet_->Data().mapNames;
-    auto [it, bNew] = m.emplace(Upper(sName), static_cast<uint32_t>(arr_.size()));
-    if (bNew) {
-        arr_.push_back(std::move(e));
-    } else {
-        arr_[it->second] = std::move(e);
+    if (const auto it = m.find(std::string_view(sName)); it != m.end()) {
+        arr_[*it] = std::move(e);
+        return;
     }
+    arr_.push_back(std::move(e));
+    m.insert(static_cast<uint32_t>(arr_.size() - 1));
 }
 
 std::string_view xlHyperlinkEntry::Text(uint64_t lRef) const {
@@ -1678,10 +1677,15 @@ void xlWorksheet::Impl::StopWriteAhead() {
     pAhead = nullptr;
 }
 
+std::string xlNames::RefersTo(const xlNameEntry& e) const {
+    return "=" + detail::QuoteSheetName(pSheet_->Name()) + "!" +
+           AddressOf(pSheet_->Data(), e.lRow1, e.lCol1, e.lRow2, e.lCol2);
+}
+
 const xlNameEntry* xlNames::Find(const std::string& sName) const {
     const auto& m = pSheet_->Data().mapNames;
-    const auto it = m.find(Upper(sName));
-    return it == m.end() ? nullptr : &arr_[it->second];
+    const auto it = m.find(std::string_view(sName));
+    return it == m.end() ? nullptr : &arr_[*it];
 }
 
 long xlHyperlinks::Count() const {
@@ -1757,6 +1761,9 @@ xlWorksheet::xlWorksheet(xlWorkbook* pBook, std::string sName)
       pImpl_(
           std::make_unique<Impl>(pBook ? pBook->Styles() : std::make_shared<xlStyleTable>(),
                                  pBook ? pBook->Texts() : std::make_shared<detail::TextArena>())) {
+    // The names are found by their texts in the sheet's list.
+    const detail::NameKey oKey{&oNames_.arr_};
+    pImpl_->mapNames = detail::NameSet(0, oKey, oKey);
     if (pBook && pBook->FileFormat() == xlExcel8) {
         pImpl_->lMaxRows = xlMaxRowsXls;
         pImpl_->lMaxCols = xlMaxColumnsXls;
@@ -1776,11 +1783,6 @@ void xlWorksheet::Name(const std::string& sName) {
         if (pOther && pOther != this) Fail();
     }
     sName_ = sName;
-    // The names of the sheet refer to it by its name.
-    for (xlNameEntry& e : oNames_.arr_) {
-        e.sRefersTo = "=" + detail::QuoteSheetName(sName_) + "!" +
-                      xlRange(this, e.lRow1, e.lCol1, e.lRow2, e.lCol2).Address();
-    }
 }
 
 xlRange xlWorksheet::Cells() {
@@ -1880,7 +1882,8 @@ void xlWorksheet::ReleaseContents() {
 }
 
 void xlWorksheet::ReleaseNames() {
-    std::unordered_map<std::string, uint32_t>().swap(pImpl_->mapNames);
+    auto& m = pImpl_->mapNames;
+    detail::NameSet(0, m.hash_function(), m.key_eq()).swap(m);
     std::vector<xlNameEntry>().swap(oNames_.arr_);
 }
 

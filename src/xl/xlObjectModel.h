@@ -220,7 +220,6 @@ inline xlBorder xlRange::Borders(long lIndex) const {
 
 struct xlNameEntry {
     std::string sName;
-    std::string sRefersTo;  // "=Sheet1!$5:$5"
     long lRow1, lCol1, lRow2, lCol2;
 };
 
@@ -236,6 +235,9 @@ public:
     const std::vector<xlNameEntry>& Items() const { return arr_; }
     // The name of that text (in any case), or nullptr.
     const xlNameEntry* Find(const std::string& sName) const;
+    // What name e of this sheet refers to, as a file holds it: "=Sheet1!$5:$5". Made when
+    // asked: an export names every block, and the text would take room for each.
+    std::string RefersTo(const xlNameEntry& e) const;
 
 private:
     xlWorksheet* pSheet_;

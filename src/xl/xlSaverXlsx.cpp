@@ -1017,7 +1017,7 @@ public:
             const xlNameEntry& n = NameOf(e);
             sFull = arrPrefixes_[e.lSheet];
             sFull += n.sName;
-            f(sFull.c_str(), n.sRefersTo.c_str());
+            f(sFull.c_str(), arrNames_[e.lSheet]->RefersTo(n).c_str());
         }
     }
 
@@ -1026,9 +1026,11 @@ private:
         uint32_t lSheet;
         uint32_t lName;
     };
-    const xlNameEntry& NameOf(const Entry& e) const { return (*arrLists_[e.lSheet])[e.lName]; }
+    const xlNameEntry& NameOf(const Entry& e) const {
+        return arrNames_[e.lSheet]->Items()[e.lName];
+    }
     std::vector<std::string> arrPrefixes_;
-    std::vector<const std::vector<xlNameEntry>*> arrLists_;
+    std::vector<const xlNames*> arrNames_;
     std::vector<Entry> arrOrder_;
 };
 
@@ -1057,8 +1059,8 @@ NameCalls::NameCalls(const xlWorksheets& oSheets) {
         const xlWorksheet& oSheet = oSheets.Item(i);
         arrPrefixes_.push_back(detail::QuoteSheetName(oSheet.Name()) + "!");
         arrSheetKeys.push_back(AsciiLower(oSheet.Name()));
-        arrLists_.push_back(&oSheet.Names().Items());
-        for (size_t k = 0; k < arrLists_.back()->size(); ++k)
+        arrNames_.push_back(&oSheet.Names());
+        for (size_t k = 0; k < arrNames_.back()->Items().size(); ++k)
             arr.push_back({static_cast<uint32_t>(i - 1), static_cast<uint32_t>(k)});
     }
     auto Before = [&](const Entry& a, const Entry& b) {

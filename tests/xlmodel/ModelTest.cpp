@@ -480,18 +480,41 @@ TEST_F(Model, NamesAreLocalToTheirSheet) {
     ASSERT_EQ(ws.Names().Count(), 1);
     const auto& e = ws.Names().Items()[0];
     EXPECT_EQ(e.sName, "ID_P_45100_B_4");
-    EXPECT_EQ(e.sRefersTo, "=Sheet1!$5:$5");
+    EXPECT_EQ(ws.Names().RefersTo(e), "=Sheet1!$5:$5");
     EXPECT_EQ(e.lRow1, 5);
     EXPECT_EQ(e.lRow2, 5);
     // A second sheet has its own names; the same text there is another name.
     xlWorksheet& ws2 = book.Worksheets().Add();
     ws2.Names().Add("ID_P_45100_B_4", ws2.Range("A1:B2"));
-    EXPECT_EQ(ws2.Names().Items()[0].sRefersTo, "=Sheet2!$A$1:$B$2");
+    EXPECT_EQ(ws2.Names().RefersTo(ws2.Names().Items()[0]), "=Sheet2!$A$1:$B$2");
     EXPECT_EQ(ws.Names().Count(), 1);
     // Names do not tell case apart: adding one again redefines it.
     ws.Names().Add("id_p_45100_b_4", ws.Rows(9));
     ASSERT_EQ(ws.Names().Count(), 1);
-    EXPECT_EQ(ws.Names().Items()[0].sRefersTo, "=Sheet1!$9:$9");
+    EXPECT_EQ(ws.Names().RefersTo(ws.Names().Items()[0]), "=Sheet1!$9:$9");
+}
+
+// A name refers to its own sheet by the sheet's name of the moment; a range of another sheet is
+// refused, as a name local to a sheet.
+TEST_F(Model, ANameRefersToItsSheetByTheNameItHasNow) {
+    ws.Names().Add("ID_A", ws.Range("B3:C4"));
+    ws.Name("Parts list");
+    EXPECT_EQ(ws.Names().RefersTo(ws.Names().Items()[0]), "='Parts list'!$B$3:$C$4");
+    ws.Names().Add("ID_B", ws.Columns(2));
+    EXPECT_EQ(ws.Names().RefersTo(ws.Names().Items()[1]), "='Parts list'!$B:$B");
+    xlWorksheet& ws2 = book.Worksheets().Add();
+    EXPECT_RUN_ERROR(ws.Names().Add("ID_C", ws2.Rows(1)), 1004);
+    EXPECT_EQ(ws.Names().Count(), 2);
+    // The saved file holds the names as they refer now.
+    testutil::TempDir dir;
+    const std::string sFile = dir.File("names.xlsx");
+    book.SaveAs(sFile);
+    const std::string sBook = testutil::CommandOutput(
+        "/usr/bin/python3 -c \"import sys, zipfile\n"
+        "print(zipfile.ZipFile(sys.argv[1]).read('xl/workbook.xml').decode())\" '" +
+        sFile + "' 2>&1");
+    EXPECT_NE(sBook.find(">'Parts list'!$B$3:$C$4<"), std::string::npos) << sBook;
+    EXPECT_NE(sBook.find(">'Parts list'!$B:$B<"), std::string::npos) << sBook;
 }
 
 TEST_F(Model, NameValidity) {

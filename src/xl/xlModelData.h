@@ -64,6 +64,10 @@ struct xlStyleTable {
     std::unordered_map<xlStyle, uint32_t, StyleHash> mapStyles;
     std::vector<xlStyleChange> arrChanges;
     std::unordered_map<ChangeKey, uint32_t, ChangeHash> mapChanges;
+    // The changes interned last, by a few bits of their kind and value (id plus one, 0: none): a
+    // builder applies the same few changes to cell after cell, and finds them here without a
+    // key made and hashed.
+    std::array<uint32_t, 64> arrRecentChanges{};
     // The result of each change on each format, plus one (0: not yet known), by format and
     // change: formats and changes are few, and this is looked up for every cell formatted.
     std::vector<std::vector<uint32_t>> arrApplied;

@@ -660,12 +660,30 @@ uint32_t xlStyleTable::Intern(const xlStyle& oStyle) {
 uint32_t xlStyleTable::InternChange(const xlStyleChange& oChange) {
     uint64_t dBits;
     std::memcpy(&dBits, &oChange.dValue, sizeof dBits);
+    uint32_t& lRecent =
+        arrRecentChanges[(static_cast<size_t>(oChange.eKind) * 31 +
+                          static_cast<size_t>(oChange.lValue) * 7 +
+                          static_cast<size_t>(dBits >> 48) + oChange.sValue.size()) &
+                         (arrRecentChanges.size() - 1)];
+    if (lRecent != 0) {
+        const xlStyleChange& c = arrChanges[lRecent - 1];
+        uint64_t dHad;
+        std::memcpy(&dHad, &c.dValue, sizeof dHad);
+        if (c.eKind == oChange.eKind && c.lValue == oChange.lValue && dHad == dBits &&
+            c.sValue == oChange.sValue) {
+            return lRecent - 1;
+        }
+    }
     ChangeKey k{static_cast<uint8_t>(oChange.eKind), oChange.lValue, dBits, oChange.sValue};
     auto it = mapChanges.find(k);
-    if (it != mapChanges.end()) return it->second;
+    if (it != mapChanges.end()) {
+        lRecent = it->second + 1;
+        return it->second;
+    }
     const uint32_t lId = static_cast<uint32_t>(arrChanges.size());
     arrChanges.push_back(oChange);
     mapChanges.emplace(std::move(k), lId);
+    lRecent = lId + 1;
     return lId;
 }
 

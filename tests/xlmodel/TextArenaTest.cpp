@@ -1,5 +1,5 @@
-// The texts of a workbook's cells: each distinct text stored once, found again by its content
-// however it was met before.
+// The stores a workbook's cells refer to: each distinct text, and each distinct change of format,
+// kept once and found again however it was met before.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -81,4 +81,44 @@ TEST(TextArena, ATextStoredAsTheFileHoldsItIsFoundAgain) {
     const uint64_t r2 = o.Add("again");
     EXPECT_EQ(o.Add("again"), r2);
     EXPECT_EQ(o.Get(r2), "again");
+}
+
+// A change to the format of cells has one id however often it is interned, and two changes
+// that differ in anything, their kind, value, size (to the bit) or number format, have two;
+// changes that fall on the same place among the recent ones included.
+TEST(StyleTable, AChangeHasOneIdAndDifferentChangesHaveTheirOwn) {
+    xl::xlStyleTable t;
+    auto Change = [](xl::xlStyleChange::Kind e, long l, double d = 0, std::string s = "") {
+        xl::xlStyleChange c;
+        c.eKind = e;
+        c.lValue = l;
+        c.dValue = d;
+        c.sValue = std::move(s);
+        return c;
+    };
+    std::vector<xl::xlStyleChange> arr;
+    for (long l = 0; l < 200; ++l)
+        arr.push_back(Change(xl::xlStyleChange::kFontColor, l));
+    for (long l = 0; l < 70; ++l)
+        arr.push_back(Change(xl::xlStyleChange::kInterior, l));
+    arr.push_back(Change(xl::xlStyleChange::kFontSize, 0, 11));
+    arr.push_back(Change(xl::xlStyleChange::kFontSize, 0, 11.5));
+    arr.push_back(Change(xl::xlStyleChange::kFontSize, 0, 0.0));
+    arr.push_back(Change(xl::xlStyleChange::kFontSize, 0, -0.0));
+    for (const char* s : {"@", "0", "0.00", "@@", "General", "ab", "ba"})
+        arr.push_back(Change(xl::xlStyleChange::kNumberFormat, 0, 0, s));
+    std::vector<uint32_t> arrIds;
+    for (const auto& c : arr)
+        arrIds.push_back(t.InternChange(c));
+    // Every change got its own id, in the order met.
+    for (size_t i = 0; i < arrIds.size(); ++i)
+        EXPECT_EQ(arrIds[i], static_cast<uint32_t>(i));
+    // Met again, in another order and twice over, each gets the id it got first.
+    for (int n = 0; n < 2; ++n) {
+        for (size_t i = arr.size(); i-- > 0;) {
+            EXPECT_EQ(t.InternChange(arr[i]), arrIds[i]) << i;
+            EXPECT_EQ(t.InternChange(arr[(i * 7) % arr.size()]), arrIds[(i * 7) % arr.size()]);
+        }
+    }
+    EXPECT_EQ(t.arrChanges.size(), arr.size());
 }

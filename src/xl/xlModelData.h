@@ -477,7 +477,15 @@ struct xlWorksheet::Impl {
     std::vector<uint32_t> arrSpoolChanges;  // whole-sheet changes since the rows went, in order
     bool bStream = false;
     long lSpoolFlushedBytes = 0;
-    static constexpr long kSpoolFlushBytes = 4L << 20;
+    static constexpr long kSpoolFlushBytes = 1L << 20;
+    // The cell lists of rows that left memory, emptied, for the rows still to come: a sheet that
+    // streams would otherwise allocate a list for every row it makes and free one for every row
+    // that goes. They hold no more than the rows that went held, and that room would stay with
+    // the process as free memory all the same.
+    std::vector<std::vector<detail::Cell>> arrSpareCells;
+    static constexpr size_t kMaxSpareCells = 1 << 14;
+    // Room for at least n records in an empty list v: a spare list when there is one.
+    void RoomForCells(std::vector<detail::Cell>& v, size_t n);
     std::filesystem::path oSpoolFolder;
     long SpoolFirst() const {
         if (!pSpool) return 0;

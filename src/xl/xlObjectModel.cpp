@@ -735,7 +735,7 @@ constexpr size_t kRowCells = 8;
 // Makes sure row oRow holds a record for every column c1..c2, creating missing ones with the
 // format the cell shows, then calls fn on each record of the span, in column order.
 template <class Fn>
-void ForSpan(const xlWorksheet::Impl& d, RowRec& oRow, long c1, long c2, Fn&& fn) {
+void ForSpan(xlWorksheet::Impl& d, RowRec& oRow, long c1, long c2, Fn&& fn) {
     auto& v = oRow.arrCells;
     auto lo =
         std::lower_bound(v.begin(), v.end(), c1, [](const Cell& c, long n) { return c.nCol < n; });
@@ -751,12 +751,12 @@ void ForSpan(const xlWorksheet::Impl& d, RowRec& oRow, long c1, long c2, Fn&& fn
     if (lWant == 1) {
         // One new record in its place; a row's first record makes room for a row's worth.
         const auto lAt = lo - v.begin();
-        if (v.empty()) v.reserve(kRowCells);
+        if (v.capacity() == 0) d.RoomForCells(v, kRowCells);
         fn(*v.insert(v.begin() + lAt, NewCell(c1, d.Background(oRow, c1))));
         return;
     }
     std::vector<Cell> nv;
-    nv.reserve(v.size() + lWant - lHave);
+    d.RoomForCells(nv, std::max(v.size() + lWant - lHave, kRowCells));
     nv.insert(nv.end(), v.begin(), lo);
     auto it = lo;
     for (long c = c1; c <= c2; ++c) {
@@ -769,6 +769,12 @@ void ForSpan(const xlWorksheet::Impl& d, RowRec& oRow, long c1, long c2, Fn&& fn
     }
     nv.insert(nv.end(), hi, v.end());
     v.swap(nv);
+    // The list the row had serves another.
+    if (nv.capacity() != 0 && nv.capacity() <= 4 * kRowCells &&
+        d.arrSpareCells.size() < xlWorksheet::Impl::kMaxSpareCells) {
+        nv.clear();
+        d.arrSpareCells.push_back(std::move(nv));
+    }
 }
 
 // The records of row oRow in columns c1..c2 (none created).
@@ -821,9 +827,18 @@ Cell* xlWorksheet::Impl::FindCell(long lRow, long lCol) {
     return const_cast<Cell*>(static_cast<const Impl*>(this)->FindCell(lRow, lCol));
 }
 
+void xlWorksheet::Impl::RoomForCells(std::vector<Cell>& v, size_t n) {
+    if (!arrSpareCells.empty() && arrSpareCells.back().capacity() >= n) {
+        v.swap(arrSpareCells.back());
+        arrSpareCells.pop_back();
+    }
+    v.reserve(n);
+}
+
 Cell& xlWorksheet::Impl::GetOrCreate(long lRow, long lCol) {
     RowRec& oRow = EnsureRow(lRow);
     auto& v = oRow.arrCells;
+    if (v.capacity() == 0) RoomForCells(v, kRowCells);
     if (v.empty() || v.back().nCol < lCol) {
         v.push_back(NewCell(lCol, Background(oRow, lCol)));
         return v.back();
@@ -1896,6 +1911,7 @@ void xlWorksheet::ReleaseContents() {
     d.bSpoolOwner = false;
     d.arrSpoolChanges.clear();
     d.bStream = false;
+    std::vector<std::vector<detail::Cell>>().swap(d.arrSpareCells);
     std::vector<xlHyperlinkEntry>().swap(oHyperlinks_.arr_);
 }
 

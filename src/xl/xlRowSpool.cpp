@@ -239,9 +239,18 @@ void xlWorksheet::Impl::FlushSpool() {
         return;
     }
     lSpoolFlushedBytes = pSpool->Bytes();
-    // The records of the rows on the disk go, with their lists of merged areas.
+    // The records of the rows on the disk go, with their lists of merged areas; their cell lists
+    // serve the rows to come.
     const size_t lFrom = static_cast<size_t>(pSpool->lFirst - 1);
     const size_t lTo = static_cast<size_t>(pSpool->lLast);
+    for (size_t i = lFrom; i < std::min(lTo, arrRows.size()); ++i) {
+        if (arrSpareCells.size() >= kMaxSpareCells) break;
+        if (arrRows.Dropped(i)) continue;
+        std::vector<detail::Cell>& v = arrRows[i].arrCells;
+        if (v.capacity() == 0) continue;
+        v.clear();
+        arrSpareCells.push_back(std::move(v));
+    }
     arrRows.Drop(lFrom, lTo);
     arrMergedRows.Drop(lFrom, lTo);
     pSpool->lConfirmed = pSpool->lLast;

@@ -145,6 +145,19 @@ TEST_F(Spool, TheRecordsOfRowsOnTheDiskLeaveMemory) {
     oWhole.SaveAs(dir.File("whole.xlsx"));
     Fill(oWhole.Worksheets()(1), 2000, false);
     EXPECT_EQ(DumpOf(book), DumpOf(oWhole));
+    // Their emptied cell lists wait for the rows to come, a bounded number of them; a new row
+    // takes one, and shows only its own cells.
+    const size_t lSpare = d.arrSpareCells.size();
+    ASSERT_GT(lSpare, 0u);
+    EXPECT_LE(lSpare, xlWorksheet::Impl::kMaxSpareCells);
+    for (const auto& v : d.arrSpareCells)
+        ASSERT_TRUE(v.empty());
+    const long rNew = static_cast<long>(d.arrRows.size()) + 2;
+    ws.Cells(rNew, 3).Value("new");
+    EXPECT_EQ(d.arrSpareCells.size(), lSpare - 1);
+    EXPECT_EQ(d.FindRow(rNew)->arrCells.size(), 1u);
+    EXPECT_EQ(ws.Cells(rNew, 3).Text(), "new");
+    EXPECT_EQ(ws.Cells(rNew, 1).Text(), "");
 }
 
 TEST(RowRecords, ARunOfRecordsLeavesAndComesBackEmpty) {

@@ -226,7 +226,7 @@ void xlWorksheet::Impl::SpoolFinishedBlocks() {
             return;
         }
     }
-    // The rows leave memory once the disk has them, a few megabytes at a time.
+    // The rows leave memory once the disk has them, a megabyte at a time.
     if (pSpool->Bytes() - lSpoolFlushedBytes >= kSpoolFlushBytes) FlushSpool();
 }
 

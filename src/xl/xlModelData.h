@@ -484,6 +484,7 @@ struct xlWorksheet::Impl {
     // the process as free memory all the same.
     std::vector<std::vector<detail::Cell>> arrSpareCells;
     static constexpr size_t kMaxSpareCells = 1 << 14;
+    static constexpr size_t kMaxSpareRoom = 32;  // records; a wider row's list is freed
     // Room for at least n records in an empty list v: a spare list when there is one.
     void RoomForCells(std::vector<detail::Cell>& v, size_t n);
     std::filesystem::path oSpoolFolder;

@@ -770,7 +770,7 @@ void ForSpan(xlWorksheet::Impl& d, RowRec& oRow, long c1, long c2, Fn&& fn) {
     nv.insert(nv.end(), hi, v.end());
     v.swap(nv);
     // The list the row had serves another.
-    if (nv.capacity() != 0 && nv.capacity() <= 4 * kRowCells &&
+    if (nv.capacity() != 0 && nv.capacity() <= xlWorksheet::Impl::kMaxSpareRoom &&
         d.arrSpareCells.size() < xlWorksheet::Impl::kMaxSpareCells) {
         nv.clear();
         d.arrSpareCells.push_back(std::move(nv));

@@ -247,7 +247,7 @@ void xlWorksheet::Impl::FlushSpool() {
         if (arrSpareCells.size() >= kMaxSpareCells) break;
         if (arrRows.Dropped(i)) continue;
         std::vector<detail::Cell>& v = arrRows[i].arrCells;
-        if (v.capacity() == 0) continue;
+        if (v.capacity() == 0 || v.capacity() > kMaxSpareRoom) continue;
         v.clear();
         arrSpareCells.push_back(std::move(v));
     }

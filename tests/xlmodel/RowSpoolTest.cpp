@@ -89,6 +89,32 @@ TEST_F(Spool, FinishedBlocksGoAheadAndTheSavedWorkbookIsTheSame) {
     EXPECT_EQ(oStreamed.Worksheets()(1).UsedLastColumn(), 4);
 }
 
+// A row wider than a spare list may be lets its list go with it: the spare lists stay small
+// whatever the rows that went held.
+TEST_F(Spool, TheListsOfWideRowsAreNotKept) {
+    xl::xlWorkbook book;
+    book.SaveAs(dir.File("a.xlsx"));
+    xlWorksheet& ws = book.Worksheets()(1);
+    ws.ContinuePastLastRow();
+    ws.StreamFinishedBlocks();
+    const long nWide = static_cast<long>(xlWorksheet::Impl::kMaxSpareRoom) * 2;
+    long r = 1;
+    for (long i = 1; i <= 20000; ++i) {
+        ws.KeepRowsTogetherFrom(r);
+        for (long c = 1; c <= nWide; ++c)
+            ws.Cells(r, c).Value("w");
+        ws.Cells(r + 1, 1).Value("n");
+        r += 2;
+    }
+    auto& d = ws.Data();
+    d.FlushSpool();
+    ASSERT_GT(Spooled(ws), 30000);
+    ASSERT_FALSE(d.arrSpareCells.empty());
+    for (const auto& v : d.arrSpareCells)
+        ASSERT_LE(v.capacity(), xlWorksheet::Impl::kMaxSpareRoom);
+    EXPECT_EQ(ws.Cells(r - 2, nWide).Text(), "w");
+}
+
 TEST_F(Spool, ASpooledRowCanNeitherBeReadNorChanged) {
     xl::xlWorkbook book;
     book.SaveAs(dir.File("a.xlsx"));
@@ -150,8 +176,10 @@ TEST_F(Spool, TheRecordsOfRowsOnTheDiskLeaveMemory) {
     const size_t lSpare = d.arrSpareCells.size();
     ASSERT_GT(lSpare, 0u);
     EXPECT_LE(lSpare, xlWorksheet::Impl::kMaxSpareCells);
-    for (const auto& v : d.arrSpareCells)
+    for (const auto& v : d.arrSpareCells) {
         ASSERT_TRUE(v.empty());
+        ASSERT_LE(v.capacity(), xlWorksheet::Impl::kMaxSpareRoom);
+    }
     const long rNew = static_cast<long>(d.arrRows.size()) + 2;
     ws.Cells(rNew, 3).Value("new");
     EXPECT_EQ(d.arrSpareCells.size(), lSpare - 1);

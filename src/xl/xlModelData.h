@@ -185,21 +185,19 @@ struct NameKey {
     const std::vector<xlNameEntry>* pNames = nullptr;
     using is_transparent = void;
 
+    static unsigned char Up(char ch) {
+        return static_cast<unsigned char>(ch >= 'a' && ch <= 'z' ? ch - 'a' + 'A' : ch);
+    }
     static size_t Hash(std::string_view s) {
         uint64_t h = 0xcbf29ce484222325ULL;
-        for (char ch : s) {
-            const char u = ch >= 'a' && ch <= 'z' ? static_cast<char>(ch - 'a' + 'A') : ch;
-            h = (h ^ static_cast<unsigned char>(u)) * 0x100000001b3ULL;
-        }
+        for (char ch : s)
+            h = (h ^ Up(ch)) * 0x100000001b3ULL;
         return static_cast<size_t>(h);
     }
     static bool Same(std::string_view a, std::string_view b) {
         if (a.size() != b.size()) return false;
         for (size_t i = 0; i < a.size(); ++i) {
-            char x = a[i], y = b[i];
-            if (x >= 'a' && x <= 'z') x = static_cast<char>(x - 'a' + 'A');
-            if (y >= 'a' && y <= 'z') y = static_cast<char>(y - 'a' + 'A');
-            if (x != y) return false;
+            if (Up(a[i]) != Up(b[i])) return false;
         }
         return true;
     }
@@ -487,6 +485,9 @@ struct xlWorksheet::Impl {
     static constexpr size_t kMaxSpareRoom = 32;  // records; a wider row's list is freed
     // Room for at least n records in an empty list v: a spare list when there is one.
     void RoomForCells(std::vector<detail::Cell>& v, size_t n);
+    // Keeps the room of list v, which a row no longer needs, for a row to come (emptied), while
+    // it is small and the spare lists are few; else it stays with v.
+    void KeepSpareCells(std::vector<detail::Cell>& v);
     std::filesystem::path oSpoolFolder;
     long SpoolFirst() const {
         if (!pSpool) return 0;

@@ -770,11 +770,7 @@ void ForSpan(xlWorksheet::Impl& d, RowRec& oRow, long c1, long c2, Fn&& fn) {
     nv.insert(nv.end(), hi, v.end());
     v.swap(nv);
     // The list the row had serves another.
-    if (nv.capacity() != 0 && nv.capacity() <= xlWorksheet::Impl::kMaxSpareRoom &&
-        d.arrSpareCells.size() < xlWorksheet::Impl::kMaxSpareCells) {
-        nv.clear();
-        d.arrSpareCells.push_back(std::move(nv));
-    }
+    d.KeepSpareCells(nv);
 }
 
 // The records of row oRow in columns c1..c2 (none created).
@@ -825,6 +821,15 @@ const Cell* xlWorksheet::Impl::FindCell(long lRow, long lCol) const {
 
 Cell* xlWorksheet::Impl::FindCell(long lRow, long lCol) {
     return const_cast<Cell*>(static_cast<const Impl*>(this)->FindCell(lRow, lCol));
+}
+
+void xlWorksheet::Impl::KeepSpareCells(std::vector<Cell>& v) {
+    if (v.capacity() == 0 || v.capacity() > kMaxSpareRoom ||
+        arrSpareCells.size() >= kMaxSpareCells) {
+        return;
+    }
+    v.clear();
+    arrSpareCells.push_back(std::move(v));
 }
 
 void xlWorksheet::Impl::RoomForCells(std::vector<Cell>& v, size_t n) {

@@ -245,11 +245,7 @@ void xlWorksheet::Impl::FlushSpool() {
     const size_t lTo = static_cast<size_t>(pSpool->lLast);
     for (size_t i = lFrom; i < std::min(lTo, arrRows.size()); ++i) {
         if (arrSpareCells.size() >= kMaxSpareCells) break;
-        if (arrRows.Dropped(i)) continue;
-        std::vector<detail::Cell>& v = arrRows[i].arrCells;
-        if (v.capacity() == 0 || v.capacity() > kMaxSpareRoom) continue;
-        v.clear();
-        arrSpareCells.push_back(std::move(v));
+        if (!arrRows.Dropped(i)) KeepSpareCells(arrRows[i].arrCells);
     }
     arrRows.Drop(lFrom, lTo);
     arrMergedRows.Drop(lFrom, lTo);

@@ -50,6 +50,16 @@ protected:
         ws.Cells().VerticalAlignment(xlTop);
     }
 
+    // The first sheet of book, which gets its place in the test's folder; it continues past its
+    // last row and streams its finished blocks.
+    xlWorksheet& StreamingSheet(xl::xlWorkbook& book) {
+        book.SaveAs(dir.File("a.xlsx"));
+        xlWorksheet& ws = book.Worksheets()(1);
+        ws.ContinuePastLastRow();
+        ws.StreamFinishedBlocks();
+        return ws;
+    }
+
     std::string DumpOf(const xl::xlWorkbook& book) {
         const std::string sFile = dir.File("book.dump");
         std::FILE* p = std::fopen(sFile.c_str(), "wb");
@@ -93,10 +103,7 @@ TEST_F(Spool, FinishedBlocksGoAheadAndTheSavedWorkbookIsTheSame) {
 // whatever the rows that went held.
 TEST_F(Spool, TheListsOfWideRowsAreNotKept) {
     xl::xlWorkbook book;
-    book.SaveAs(dir.File("a.xlsx"));
-    xlWorksheet& ws = book.Worksheets()(1);
-    ws.ContinuePastLastRow();
-    ws.StreamFinishedBlocks();
+    xlWorksheet& ws = StreamingSheet(book);
     const long nWide = static_cast<long>(xlWorksheet::Impl::kMaxSpareRoom) * 2;
     long r = 1;
     for (long i = 1; i <= 20000; ++i) {
@@ -383,10 +390,7 @@ TEST_F(Spool, RowsThatMoveToNewSheetsAreReadFromTheSpool) {
 
 TEST_F(Spool, AMergedAreaReachingPastTheFinishedBlocksHoldsThemBack) {
     xl::xlWorkbook book;
-    book.SaveAs(dir.File("a.xlsx"));
-    xlWorksheet& ws = book.Worksheets()(1);
-    ws.ContinuePastLastRow();
-    ws.StreamFinishedBlocks();
+    xlWorksheet& ws = StreamingSheet(book);
     ws.KeepRowsTogetherFrom(3);
     ws.Range("F4:F20").MergeCells(true);
     ws.KeepRowsTogetherFrom(6);

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <new>
 #include <sstream>
 #include <string_view>
 
@@ -205,21 +206,55 @@ bool LoadBufferInto(pugi::xml_document& oDoc, std::string_view sData, std::strin
     return false;
 }
 
-// Parses the UTF-8 text of a file, held in sData from lSkip, in place: the document takes a
-// buffer of its own with the text and sData lets go of its copy before the parse, so the text is
-// held once while the document is built. A position to report is counted in the file's text,
-// read again for it.
-bool LoadUtf8InPlace(pugi::xml_document& oDoc, std::string& sData, size_t lSkip,
+// A buffer from the parser's own allocation function, which a document can take over.
+class ParserBuffer {
+public:
+    ParserBuffer() = default;
+    ~ParserBuffer() { Free(); }
+    ParserBuffer(const ParserBuffer&) = delete;
+    ParserBuffer& operator=(const ParserBuffer&) = delete;
+
+    // Room for lRoom bytes, the lKeep first ones kept; nothing else is written to it.
+    void Reserve(size_t lRoom, size_t lKeep) {
+        char* q =
+            static_cast<char*>(pugi::get_memory_allocation_function()(lRoom == 0 ? 1 : lRoom));
+        if (!q) throw std::bad_alloc();
+        if (lKeep != 0) std::memcpy(q, p_, lKeep);
+        Free();
+        p_ = q;
+        lRoom_ = lRoom;
+    }
+    char* Data() { return p_; }
+    size_t Room() const { return lRoom_; }
+    // The document takes the buffer over.
+    char* Release() {
+        char* q = p_;
+        p_ = nullptr;
+        lRoom_ = 0;
+        return q;
+    }
+    void Free() {
+        if (p_) pugi::get_memory_deallocation_function()(p_);
+        p_ = nullptr;
+        lRoom_ = 0;
+    }
+
+private:
+    char* p_ = nullptr;
+    size_t lRoom_ = 0;
+};
+
+// Parses the UTF-8 text of a file, held in oBuffer (lSize bytes) from lSkip, in place: the
+// document takes the buffer over, so the text is held once while the document is built. A
+// position to report is counted in the file's text, read again for it.
+bool LoadUtf8InPlace(pugi::xml_document& oDoc, ParserBuffer& oBuffer, size_t lSize, size_t lSkip,
                      const std::string& sPath, std::string& sReason, long& lLine, long& lPos) {
-    const std::string_view sText = std::string_view(sData).substr(lSkip);
-    if (RefuseIllegalCharacter(sText, sReason, lLine, lPos)) return false;
-    const size_t n = sText.size();
-    void* pBuffer = pugi::get_memory_allocation_function()(n == 0 ? 1 : n);
-    if (!pBuffer) return LoadBufferInto(oDoc, sText, sReason, lLine, lPos);
-    if (n != 0) std::memcpy(pBuffer, sText.data(), n);
-    std::string().swap(sData);
+    char* pText = oBuffer.Data();
+    if (lSkip != 0) std::memmove(pText, pText + lSkip, lSize - lSkip);
+    const size_t n = lSize - lSkip;
+    if (RefuseIllegalCharacter(std::string_view(pText, n), sReason, lLine, lPos)) return false;
     const pugi::xml_parse_result res = oDoc.load_buffer_inplace_own(
-        pBuffer, n, clsXMLIniData::ParseOptions(), pugi::encoding_utf8);
+        oBuffer.Release(), n, clsXMLIniData::ParseOptions(), pugi::encoding_utf8);
     ptrdiff_t lAt = 0;
     if (res) {
         const pugi::xml_node oSecond = SecondDocumentElement(oDoc);
@@ -278,9 +313,11 @@ FileCoding DeclaredCoding(std::string_view sData, std::string& sName, long& lPos
     return FileCoding::Unknown;
 }
 
-// Everything a stream holds, read in large pieces: the size a file reports is a first guess,
-// so one that grows, or a pipe that reports none, is still read to its end.
-std::string ReadWholeStream(std::ifstream& in) {
+// Everything a stream holds, read in large pieces into oBuffer; returns how many bytes. The size
+// a file reports is a first guess, so one that grows, or a pipe that reports none, is still read
+// to its end. The bytes go straight to the buffer the document will take: a large file is
+// neither cleared first nor copied again.
+size_t ReadWholeStream(std::ifstream& in, ParserBuffer& oBuffer) {
     size_t lRoom = size_t{1} << 16;
     if (in.seekg(0, std::ios::end)) {
         const std::streamoff lSize = in.tellg();
@@ -289,19 +326,17 @@ std::string ReadWholeStream(std::ifstream& in) {
     in.clear();
     in.seekg(0, std::ios::beg);
     in.clear();
-    std::string sData;
+    oBuffer.Reserve(lRoom, 0);
     size_t lUsed = 0;
     // Ends at the end of the stream (fail and eof) or at a read error (bad), which the caller
     // tests.
     while (true) {
-        sData.resize(lUsed + lRoom);
-        in.read(sData.data() + lUsed, static_cast<std::streamsize>(lRoom));
+        in.read(oBuffer.Data() + lUsed, static_cast<std::streamsize>(oBuffer.Room() - lUsed));
         lUsed += static_cast<size_t>(in.gcount());
         if (!in) break;
-        lRoom = std::max<size_t>(lUsed, size_t{1} << 16);
+        oBuffer.Reserve(oBuffer.Room() + std::max<size_t>(lUsed, size_t{1} << 16), lUsed);
     }
-    sData.resize(lUsed);
-    return sData;
+    return lUsed;
 }
 
 }  // namespace
@@ -314,12 +349,14 @@ bool clsXMLIniData::LoadFileInto(pugi::xml_document& oDoc, const std::string& sP
         lLine = lPos = 0;
         return false;
     }
-    std::string sData = ReadWholeStream(in);
+    ParserBuffer oBuffer;
+    const size_t lSize = ReadWholeStream(in, oBuffer);
     if (in.bad()) {
         sReason = "File could not be read";
         lLine = lPos = 0;
         return false;
     }
+    const std::string_view sData(oBuffer.Data(), lSize);
     // Every file is parsed as UTF-8 text, so that a position is counted in the text the parser
     // reads. A byte-order mark decides (UTF-8, UTF-16 or UTF-32), as do the first bytes of a
     // UTF-16 or UTF-32 text without one; otherwise the declared encoding.
@@ -331,13 +368,13 @@ bool clsXMLIniData::LoadFileInto(pugi::xml_document& oDoc, const std::string& sP
     }
     const std::string_view sUtf8Bom = "\xEF\xBB\xBF";
     if (StartsWith(sData, sUtf8Bom)) {
-        return LoadUtf8InPlace(oDoc, sData, sUtf8Bom.size(), sPath, sReason, lLine, lPos);
+        return LoadUtf8InPlace(oDoc, oBuffer, lSize, sUtf8Bom.size(), sPath, sReason, lLine, lPos);
     }
     std::string sName;
     long lNamePos = 0;
     switch (DeclaredCoding(sData, sName, lNamePos)) {
         case FileCoding::Utf8:
-            return LoadUtf8InPlace(oDoc, sData, 0, sPath, sReason, lLine, lPos);
+            return LoadUtf8InPlace(oDoc, oBuffer, lSize, 0, sPath, sReason, lLine, lPos);
         case FileCoding::Latin1:
             return LoadBufferInto(oDoc, SingleByteToUtf8(sData, false), sReason, lLine, lPos);
         case FileCoding::Cp1252:

@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <regex>
+#include <thread>
+
+#include <sys/stat.h>
 
 #include "TestUtil.h"
 #include "settings/clsXMLIniData.h"
@@ -435,4 +438,31 @@ TEST(Lookups, ByIdAskedAgainPerSectionAndPerDocument) {
     ASSERT_TRUE(o.SetCurNode("A"));
     EXPECT_EQ(o.GetLabelUseCurNodeByID(1), "new");
     EXPECT_EQ(o.GetLabelUseCurNodeByID(2), "");
+}
+
+// A file that reports no size (a pipe) is read to its end however long it is, in pieces that
+// grow; with a byte-order mark as without one, the document holds the whole text.
+TEST(LoadXDoc, APipeIsReadToItsEndInPiecesThatGrow) {
+    for (const std::string& sBom : {std::string(), std::string("\xEF\xBB\xBF")}) {
+        TempDir tmp;
+        const std::string sPath = tmp.File("settings.xml");
+        ASSERT_EQ(::mkfifo(sPath.c_str(), 0600), 0);
+        // About 700 KB: several times the first piece.
+        std::string sText = sBom + "<ROOT>";
+        for (int i = 0; i < 20000; ++i)
+            sText += "<E n=\"" + std::to_string(i) + "\">" + std::string(16, 'x') + "</E>";
+        sText += "<LAST/></ROOT>";
+        std::thread oWriter([&] { testutil::WriteFile(sPath, sText); });
+        pugi::xml_document oDoc;
+        std::string sReason;
+        long lLine = -1, lPos = -1;
+        const bool bLoaded = clsXMLIniData::LoadFileInto(oDoc, sPath, sReason, lLine, lPos);
+        oWriter.join();
+        ASSERT_TRUE(bLoaded) << sReason;
+        const pugi::xml_node oRoot = oDoc.child("ROOT");
+        EXPECT_EQ(std::distance(oRoot.children("E").begin(), oRoot.children("E").end()), 20000);
+        EXPECT_STREQ(oRoot.last_child().name(), "LAST");
+        EXPECT_STREQ(oRoot.find_child_by_attribute("E", "n", "19999").child_value(),
+                     std::string(16, 'x').c_str());
+    }
 }

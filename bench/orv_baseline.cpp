@@ -1,8 +1,9 @@
 // orv-baseline: the fastest an export can be. Reads a dump written by orv-model-dump into
 // memory, then makes the same libxlsxwriter calls in the same order (constant-memory mode), with
-// nothing else in between, and prints how long the writing took:
+// nothing else in between, and prints how long the writing took and how much memory the writer
+// itself took at most (its peak resident memory over what the dump already held):
 //
-//     orv-baseline DUMP XLSX_OUT      prints "write SECONDS" on standard output
+//     orv-baseline DUMP XLSX_OUT      prints "write SECONDS" and "writer_mb MB" on standard output
 //
 // Knows nothing of exports: it only replays lines.
 #include <xlsxwriter.h>
@@ -10,6 +11,8 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -18,6 +21,28 @@
 using dump::D;
 using dump::DumpOp;
 using dump::U;
+
+namespace {
+
+// A figure of /proc/self/status ("VmRSS", "VmHWM") in kB, 0 where there is none.
+long StatusKb(const char* sField) {
+    std::ifstream in("/proc/self/status");
+    std::string sLine;
+    const size_t n = std::strlen(sField);
+    while (std::getline(in, sLine)) {
+        if (sLine.compare(0, n, sField) == 0 && sLine.size() > n && sLine[n] == ':')
+            return std::strtol(sLine.c_str() + n + 1, nullptr, 10);
+    }
+    return 0;
+}
+
+// From here on the peak resident memory counts anew (Linux: clear_refs 5).
+void ResetPeak() {
+    std::ofstream out("/proc/self/clear_refs");
+    out << "5";
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
     if (argc != 3) {
@@ -28,6 +53,8 @@ int main(int argc, char** argv) {
     if (!dump::ReadDumpFile(argv[1], buf)) return 1;
     const std::vector<DumpOp> arrOps = dump::ParseDump(buf);
 
+    ResetPeak();
+    const long lHeldKb = StatusKb("VmRSS");
     const auto t0 = std::chrono::steady_clock::now();
     // Temporary files beside the output, as the export keeps them.
     std::string sDir = argv[2];
@@ -161,5 +188,6 @@ int main(int argc, char** argv) {
         return 1;
     }
     std::printf("write %.3f\n", dWrite);
+    std::printf("writer_mb %.1f\n", static_cast<double>(StatusKb("VmHWM") - lHeldKb) / 1024.0);
     return 0;
 }

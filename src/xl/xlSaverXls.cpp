@@ -29,7 +29,6 @@
 #include <map>
 #include <mutex>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "support/clsRunError.h"
@@ -378,13 +377,28 @@ private:
 // ------------------------------------------------------------------------------------------------
 // The shared strings
 
+// The shared strings, in the order the cells first show them. A cell's text is found by its
+// reference in the workbook's store of texts, which holds each distinct text once: the table
+// reads one slot of its own instead of hashing and comparing the text.
 class SharedStrings {
 public:
-    uint32_t For(std::string_view s) {
+    uint32_t For(const detail::TextArena& oTexts, uint64_t lRef) {
+        if (!pTexts_) pTexts_ = &oTexts;
+        // The sheets of a workbook share one store.
+        if (pTexts_ != &oTexts) Fail();
         ++lTotal_;
-        auto [it, bNew] = map_.emplace(s, static_cast<uint32_t>(arr_.size()));
-        if (bNew) arr_.push_back(s);
-        return it->second;
+        if ((arr_.size() + 1) * 2 > arrSlots_.size()) Grow();
+        const size_t lMask = arrSlots_.size() - 1;
+        for (size_t i = Hash(lRef) & lMask;; i = (i + 1) & lMask) {
+            Slot& o = arrSlots_[i];
+            if (o.lRef == lRef + 1) return o.lIndex;
+            if (o.lRef == 0) {
+                o.lRef = lRef + 1;
+                o.lIndex = static_cast<uint32_t>(arr_.size());
+                arr_.push_back(oTexts.Get(lRef));
+                return o.lIndex;
+            }
+        }
     }
     void Write(RecordWriter& w) const {
         biff::SstWriter sst(w, lTotal_, static_cast<uint32_t>(arr_.size()));
@@ -394,7 +408,29 @@ public:
     }
 
 private:
-    std::unordered_map<std::string_view, uint32_t> map_;
+    struct Slot {
+        uint64_t lRef = 0;  // the text's reference plus one (0: free)
+        uint32_t lIndex = 0;
+    };
+    static size_t Hash(uint64_t lRef) {
+        return static_cast<size_t>((lRef * 0x9E3779B97F4A7C15ull) >> 24);
+    }
+    // Twice the slots, each text in its new place; the table stays at most half full.
+    void Grow() {
+        std::vector<Slot> arrOld(std::max<size_t>(arrSlots_.size() * 2, 1024));
+        arrOld.swap(arrSlots_);
+        const size_t lMask = arrSlots_.size() - 1;
+        for (const Slot& o : arrOld) {
+            if (o.lRef == 0) continue;
+            size_t i = Hash(o.lRef - 1) & lMask;
+            while (arrSlots_[i].lRef != 0)
+                i = (i + 1) & lMask;
+            arrSlots_[i] = o;
+        }
+    }
+
+    const detail::TextArena* pTexts_ = nullptr;
+    std::vector<Slot> arrSlots_;
     std::vector<std::string_view> arr_;  // views of the model's texts, which outlive the save
     uint32_t lTotal_ = 0;
 };
@@ -821,7 +857,7 @@ private:
             switch (c.eType) {
                 case detail::kText:
                     b.U16(xfs_.For(c.lStyle));
-                    b.U32(sst_.For(d_.oText.Get(c.lPayload)));
+                    b.U32(sst_.For(d_.oText, c.lPayload));
                     w_.Record(kLabelSst, b);
                     break;
                 case detail::kNumber:

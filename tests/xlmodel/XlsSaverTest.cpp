@@ -305,6 +305,48 @@ TEST(XlsSaver, LongAndUnicodeTextsAndManyStrings) {
     EXPECT_EQ(c["B3000"]["value"].Str(), "same");
 }
 
+// The shared strings hold each distinct text once, in the order the cells first show it, from
+// sheet to sheet; each cell names its own.
+TEST(XlsSaver, EachTextIsSharedOnceInTheOrderTheCellsFirstShowIt) {
+    testutil::TempDir d;
+    xl::xlWorkbook book;
+    xlWorksheet& ws1 = book.Worksheets()(1);
+    xlWorksheet& ws2 = book.Worksheets().Add(ws1);
+    std::vector<std::string> arrWant;
+    // More texts than the first table of the saver holds.
+    for (long r = 1; r <= 3000; ++r) {
+        ws1.Cells(r, 1).Value("text " + std::to_string(r));
+        arrWant.push_back("text " + std::to_string(r));
+        ws1.Cells(r, 2).Value("same");
+        if (r == 1) arrWant.push_back("same");
+    }
+    ws2.Cells(1, 1).Value("same");
+    ws2.Cells(1, 2).Value("text 7");
+    ws2.Cells(2, 1).Value("only on the second sheet");
+    arrWant.push_back("only on the second sheet");
+    book.SaveAs(d.File("t.xls"));
+
+    const std::string sCmd = "/usr/bin/python3 -c 'import json, sys; sys.path.insert(0, \"" +
+                             testutil::SourceDir() +
+                             "/tests/e2e\"); import xls_view; print(json.dumps("
+                             "xls_view.load_workbook(sys.argv[1]).facts.sst_strings))' '" +
+                             d.File("t.xls") + "' 2>&1";
+    int rc = 0;
+    const std::string sOut = testutil::CommandOutput(sCmd, &rc);
+    ASSERT_EQ(rc, 0) << sOut;
+    const Value v = jsonlite::Parse(sOut);
+    std::vector<std::string> arrGot;
+    for (const Value& x : v.arr)
+        arrGot.push_back(x.Str());
+    EXPECT_EQ(arrGot, arrWant);
+    const Value w = Dump(d.File("t.xls"));
+    EXPECT_EQ(w["sheets"][0]["cells"]["A3000"]["value"].Str(), "text 3000");
+    EXPECT_EQ(w["sheets"][0]["cells"]["B2999"]["value"].Str(), "same");
+    EXPECT_EQ(w["sheets"][1]["cells"]["A1"]["value"].Str(), "same");
+    EXPECT_EQ(w["sheets"][1]["cells"]["B1"]["value"].Str(), "text 7");
+    EXPECT_EQ(w["sheets"][1]["cells"]["A2"]["value"].Str(), "only on the second sheet");
+}
+
 TEST(XlsSaver, EveryRowOfTheSheetAndManyMergedAreas) {
     testutil::TempDir d;
     xl::xlWorkbook book;

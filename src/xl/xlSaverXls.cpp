@@ -611,9 +611,11 @@ Bytes TooltipRecord(const xlHyperlinkEntry& e) {
     return b;
 }
 
-// Where a sheet's spooled records need stream positions: the DEFCOLWIDTH record and each
-// DBCELL, relative to the start of the spooled part.
+// Where a sheet's records are: the head (the records before the rows, which depend on all of
+// them) in memory, the rest in the spool, lSize bytes from lSpoolStart. The DEFCOLWIDTH record's
+// place is counted in the head, the DBCELL records' places in the spooled part.
 struct SheetLayout {
+    std::string sHead;
     uint64_t lSpoolStart = 0, lSize = 0;
     uint64_t lDefColWidth = 0;
     std::vector<uint64_t> arrDbCells;
@@ -633,13 +635,13 @@ public:
           sst_(sst),
           oProgress_(oProgress) {}
 
+    // The rows are read once: the cell table goes to the spool as they come, and the records
+    // before it, which need all of them (the used area, the outline's depth), are made after it
+    // and put in front of it when the file is written.
     SheetLayout Write() {
-        Plan();
-        Settings();
-        PageSetup();
-        Columns();
-        AutoFilterInfo();
-        Dimensions();
+        // The columns' formats take their numbers first, as when their records came first.
+        for (long c = 1; c <= xlMaxColumnsXls; ++c)
+            XfOfColumn(c);
         CellTable();
         Window();
         MergedCells();
@@ -648,6 +650,12 @@ public:
         for (; lReported_ < d_.arrRows.size(); ++lReported_)
             oProgress_.Row();
         oLayout_.lSize = w_.Position();
+        Settings();
+        PageSetup();
+        Columns();
+        AutoFilterInfo();
+        Dimensions();
+        oLayout_.sHead = oHead_.Str();
         return oLayout_;
     }
 
@@ -665,59 +673,53 @@ private:
         return c.eType != detail::kEmpty || c.lStyle != d_.Background(o, c.nCol);
     }
 
-    // Reads every row once, in order (from the model or the spool): what it writes, and the
-    // height of a row that has a record, fitted with the merged areas that cover it.
-    void Plan() {
-        const size_t n = std::min<size_t>(d_.arrRows.size(), xlMaxRowsXls);
-        arrPlan_.resize(n);
-        bool bAnyCell = false;
-        detail::SheetRows oRows(d_);
-        for (size_t i = 0; i < n; ++i) {
-            const detail::Row& o = oRows.Get(static_cast<long>(i) + 1);
-            RowPlan& p = arrPlan_[i];
-            bool bCells = false;
-            for (const Cell& c : o.arrCells) {
-                if (!Writes(o, c)) continue;
-                const uint16_t col = static_cast<uint16_t>(c.nCol - 1);
-                if (!bCells) p.nColMic = col;
-                p.nColMac = static_cast<uint16_t>(col + 1);
-                bCells = true;
-            }
-            p.bRecord = bCells || o.lStyle != kUnformatted || o.nHeightTwips != detail::kNoHeight ||
-                        o.nOutline != 0;
-            nMaxOutline_ = std::max(nMaxOutline_, o.nOutline);
-            if (bCells) {
-                if (!bAnyCell) {
-                    oUsed_.lRowFirst = static_cast<uint32_t>(i);
-                    oUsed_.nColFirst = p.nColMic;
-                    oUsed_.nColLast = p.nColMac;
-                }
-                oUsed_.lRowLast = static_cast<uint32_t>(i + 1);
-                oUsed_.nColFirst = std::min(oUsed_.nColFirst, p.nColMic);
-                oUsed_.nColLast = std::max(oUsed_.nColLast, p.nColMac);
-                bAnyCell = true;
-            }
-            if (p.bRecord) {
-                p.oHeight = RowHeightOf(d_, oFitter_, o, i, oRows.Merged());
-                if (!bAnyRow_) lFirstRow_ = i;
-                lLastRow_ = i;
-                bAnyRow_ = true;
-            }
+    // What row i writes, its height fitted with the merged areas that cover it; notes the used
+    // area, the deepest outline level and the first and last row with a record.
+    RowPlan PlanRow(const detail::Row& o, size_t i, const std::vector<uint32_t>* pCovering) {
+        RowPlan p;
+        bool bCells = false;
+        for (const Cell& c : o.arrCells) {
+            if (!Writes(o, c)) continue;
+            const uint16_t col = static_cast<uint16_t>(c.nCol - 1);
+            if (!bCells) p.nColMic = col;
+            p.nColMac = static_cast<uint16_t>(col + 1);
+            bCells = true;
         }
+        p.bRecord = bCells || o.lStyle != kUnformatted || o.nHeightTwips != detail::kNoHeight ||
+                    o.nOutline != 0;
+        nMaxOutline_ = std::max(nMaxOutline_, o.nOutline);
+        if (bCells) {
+            if (!bAnyCell_) {
+                oUsed_.lRowFirst = static_cast<uint32_t>(i);
+                oUsed_.nColFirst = p.nColMic;
+                oUsed_.nColLast = p.nColMac;
+            }
+            oUsed_.lRowLast = static_cast<uint32_t>(i + 1);
+            oUsed_.nColFirst = std::min(oUsed_.nColFirst, p.nColMic);
+            oUsed_.nColLast = std::max(oUsed_.nColLast, p.nColMac);
+            bAnyCell_ = true;
+        }
+        if (p.bRecord) {
+            p.oHeight = RowHeightOf(d_, oFitter_, o, i, pCovering);
+            if (!bAnyRow_) oLayout_.lRowMic = static_cast<uint32_t>(i);
+            oLayout_.lRowMac = static_cast<uint32_t>(i + 1);
+            bAnyRow_ = true;
+        }
+        return p;
     }
 
     void Settings() {
-        w_.Record16(kCalcMode, 1);  // automatic
-        w_.Record16(kCalcCount, 100);
-        w_.Record16(kCalcRefMode, 1);  // A1
-        w_.Record16(kCalcIter, 0);
+        h_.Record16(kCalcMode, 1);  // automatic
+        h_.Record16(kCalcCount, 100);
+        h_.Record16(kCalcRefMode, 1);  // A1
+        h_.Record16(kCalcIter, 0);
         Bytes b;
         b.F64(0.001);
-        w_.Record(kCalcDelta, b);
-        w_.Record16(kCalcSaveRecalc, 1);
-        w_.Record16(kPrintRowCol, 0);
-        w_.Record16(kPrintGrid, 0);  // gridlines are not printed
-        w_.Record16(kGridSet, 1);
+        h_.Record(kCalcDelta, b);
+        h_.Record16(kCalcSaveRecalc, 1);
+        h_.Record16(kPrintRowCol, 0);
+        h_.Record16(kPrintGrid, 0);  // gridlines are not printed
+        h_.Record16(kGridSet, 1);
         // The row gutter: as wide as the outline's levels need (none without an outline), and
         // the number of levels plus one.
         b.Clear();
@@ -725,16 +727,16 @@ private:
         b.U16(0);
         b.U16(nMaxOutline_ ? nMaxOutline_ + 1u : 0);
         b.U16(0);
-        w_.Record(kGuts, b);
+        h_.Record(kGuts, b);
         b.Clear();
         const bool bCustom = d_.dDefaultRowHeight != detail::kDefaultRowHeight;
         b.U16(bCustom ? 0x0001 : 0);  // the standard height was set
         b.U16(static_cast<uint32_t>(std::lround(d_.dDefaultRowHeight * 20)));
-        w_.Record(kDefaultRowHeight, b);
+        h_.Record(kDefaultRowHeight, b);
         const PageFit f = PageFitOf(ws_.PageSetup());
         // Automatic page breaks, outline symbols, summary columns right of their details and
         // summary rows below them unless the sheet puts them above.
-        w_.Record16(kWsBool, 0x0481 | (d_.bSummaryBelow ? 0x0040 : 0) | (f.bFit ? 0x0100 : 0));
+        h_.Record16(kWsBool, 0x0481 | (d_.bSummaryBelow ? 0x0040 : 0) | (f.bFit ? 0x0100 : 0));
     }
 
     void PageSetup() {
@@ -743,12 +745,12 @@ private:
         // given" and prints its own.
         Bytes h;
         h.XLUnicodeString(u"");
-        w_.Record(kHeader, h);
+        h_.Record(kHeader, h);
         Bytes ft;
         ft.XLUnicodeString(biff::Utf16(p.sCenterFooter.empty() ? "" : "&C" + p.sCenterFooter));
-        w_.Record(kFooter, ft);
-        w_.Record16(kHCenter, 0);
-        w_.Record16(kVCenter, 0);
+        h_.Record(kFooter, ft);
+        h_.Record16(kHCenter, 0);
+        h_.Record16(kVCenter, 0);
         // The margins of a new workbook of the application (inches).
         for (auto [nType, d] : {std::pair<uint16_t, double>{kLeftMargin, 0.7},
                                 {kRightMargin, 0.7},
@@ -756,7 +758,7 @@ private:
                                 {kBottomMargin, 0.75}}) {
             Bytes b;
             b.F64(d);
-            w_.Record(nType, b);
+            h_.Record(nType, b);
         }
         const PageFit f = PageFitOf(p);
         Bytes b;
@@ -771,7 +773,7 @@ private:
         b.F64(0.3);  // header and footer margins
         b.F64(0.3);
         b.U16(1);
-        w_.Record(kSetup, b);
+        h_.Record(kSetup, b);
     }
 
     uint16_t XfOfColumn(long c) {
@@ -780,8 +782,8 @@ private:
     }
 
     void Columns() {
-        oLayout_.lDefColWidth = w_.Position();
-        w_.Record16(kDefColWidth, 8);
+        oLayout_.lDefColWidth = h_.Position();
+        h_.Record16(kDefColWidth, 8);
         // Runs of neighbouring columns with the same width and format.
         long c = 1;
         while (c <= xlMaxColumnsXls) {
@@ -800,7 +802,7 @@ private:
                 b.U16(x);
                 b.U16((dw >= 0 ? 0x0002 : 0) | (dw == 0 ? 0x0001 : 0));  // set by hand, hidden
                 b.U16(0);
-                w_.Record(kColInfo, b);
+                h_.Record(kColInfo, b);
             }
             c = e + 1;
         }
@@ -812,7 +814,7 @@ private:
         const auto& a = d_.arrAutoFilter;
         if (a[0] == 0) return;
         const long c2 = std::min<long>(a[3], xlMaxColumnsXls);
-        w_.Record16(kAutoFilterInfo, static_cast<uint32_t>(c2 - a[1] + 1));
+        h_.Record16(kAutoFilterInfo, static_cast<uint32_t>(c2 - a[1] + 1));
     }
 
     void Dimensions() {
@@ -822,11 +824,10 @@ private:
         b.U16(oUsed_.nColFirst);
         b.U16(oUsed_.nColLast);
         b.U16(0);
-        w_.Record(kDimensions, b);
+        h_.Record(kDimensions, b);
     }
 
-    void RowRecord(size_t i, const detail::Row& o) {
-        const RowPlan& p = arrPlan_[i];
+    void RowRecord(size_t i, const detail::Row& o, const RowPlan& p) {
         const RowHeight h = p.oHeight;
         const bool bHidden = h.lTwips == 0;
         Bytes b;
@@ -921,52 +922,53 @@ private:
     }
 
     // Rows in blocks of 32: the ROW records of a block, then their cells, then a DBCELL record
-    // that points back at them. Every block from the first row to the last has its DBCELL.
+    // that points back at them. Every block from the first row with a record to the last has
+    // its DBCELL: one without rows gets its empty DBCELL once a later block has rows.
     void CellTable() {
-        if (!bAnyRow_) return;
-        oLayout_.lRowMic = static_cast<uint32_t>(lFirstRow_);
-        oLayout_.lRowMac = static_cast<uint32_t>(lLastRow_ + 1);
-        std::vector<uint64_t> arrCellStart;
-        // The rows are read a second time, in order; a block's rows are held while its ROW
-        // records and then its cells are written.
+        const size_t n = std::min<size_t>(d_.arrRows.size(), xlMaxRowsXls);
         detail::SheetRows oRows(d_);
-        long lNextRow = 1;
         std::vector<detail::Row> arrBlock(kRowsPerBlock);
-        for (size_t lBlock = lFirstRow_ / kRowsPerBlock; lBlock <= lLastRow_ / kRowsPerBlock;
-             ++lBlock) {
-            const size_t r0 = lBlock * kRowsPerBlock;
-            const size_t r1 = std::min(r0 + kRowsPerBlock, arrPlan_.size());
+        std::vector<RowPlan> arrPlan(kRowsPerBlock);
+        std::vector<uint64_t> arrCellStart;
+        size_t lEmptyBlocks = 0;  // since the last block with rows
+        for (size_t r0 = 0; r0 < n; r0 += kRowsPerBlock) {
+            const size_t r1 = std::min(r0 + kRowsPerBlock, n);
             for (; lReported_ < r1; ++lReported_)
                 oProgress_.Row();
-            for (size_t i = r0; i < r1; ++i) {
-                while (lNextRow < static_cast<long>(i) + 1)
-                    oRows.Get(lNextRow++);
-                arrBlock[i - r0] = oRows.Get(lNextRow++);
-            }
-            const uint64_t lFirstRowPos = w_.Position();
+            // The block's rows, each with its plan while the areas that cover it are known.
             bool bRows = false;
             for (size_t i = r0; i < r1; ++i) {
-                if (!arrPlan_[i].bRecord) continue;
-                RowRecord(i, arrBlock[i - r0]);
-                bRows = true;
+                arrBlock[i - r0] = oRows.Get(static_cast<long>(i) + 1);
+                arrPlan[i - r0] = PlanRow(arrBlock[i - r0], i, oRows.Merged());
+                bRows = bRows || arrPlan[i - r0].bRecord;
+            }
+            if (!bRows) {
+                if (bAnyRow_) ++lEmptyBlocks;
+                continue;
+            }
+            for (; lEmptyBlocks > 0; --lEmptyBlocks) {
+                oLayout_.arrDbCells.push_back(w_.Position());
+                Bytes b;
+                b.U32(0);
+                w_.Record(kDbCell, b);
+            }
+            const uint64_t lFirstRowPos = w_.Position();
+            for (size_t i = r0; i < r1; ++i) {
+                if (arrPlan[i - r0].bRecord) RowRecord(i, arrBlock[i - r0], arrPlan[i - r0]);
             }
             arrCellStart.clear();
             for (size_t i = r0; i < r1; ++i) {
-                if (!arrPlan_[i].bRecord) continue;
+                if (!arrPlan[i - r0].bRecord) continue;
                 arrCellStart.push_back(w_.Position());
                 Cells(i, arrBlock[i - r0]);
             }
             oLayout_.arrDbCells.push_back(w_.Position());
             Bytes b;
-            if (!bRows) {
-                b.U32(0);
-            } else {
-                b.U32(static_cast<uint32_t>(w_.Position() - lFirstRowPos));
-                uint64_t lFrom = lFirstRowPos + 20;  // the end of the first ROW record
-                for (uint64_t lAt : arrCellStart) {
-                    b.U16(static_cast<uint32_t>(lAt - lFrom));
-                    lFrom = lAt;
-                }
+            b.U32(static_cast<uint32_t>(w_.Position() - lFirstRowPos));
+            uint64_t lFrom = lFirstRowPos + 20;  // the end of the first ROW record
+            for (uint64_t lAt : arrCellStart) {
+                b.U16(static_cast<uint32_t>(lAt - lFrom));
+                lFrom = lAt;
             }
             w_.Record(kDbCell, b);
         }
@@ -1031,7 +1033,9 @@ private:
         }
     }
 
-    RecordWriter& w_;
+    RecordWriter& w_;  // the spooled records: the cell table and what follows it
+    biff::MemorySink oHead_;
+    RecordWriter h_{oHead_};  // the records before the cell table
     const xlWorksheet& ws_;
     const xlWorksheet::Impl& d_;
     const detail::RowFitter oFitter_;
@@ -1039,10 +1043,9 @@ private:
     XfTable& xfs_;
     SharedStrings& sst_;
     SaveProgress& oProgress_;
-    std::vector<RowPlan> arrPlan_;
     UsedArea oUsed_;
-    bool bAnyRow_ = false;
-    size_t lFirstRow_ = 0, lLastRow_ = 0;
+    bool bAnyCell_ = false;    // a row with a cell record was planned
+    bool bAnyRow_ = false;     // a row with a ROW record was planned
     size_t lReported_ = 0;     // rows handed to the progress
     uint8_t nMaxOutline_ = 0;  // the deepest outline level of a row
     SheetLayout oLayout_;
@@ -1381,7 +1384,8 @@ void WriteXls(const xlWorkbook& oBook, const std::string& sFile, const std::file
     const std::vector<NameRecord> arrNames = NamesOf(oSheets);
 
     // Where everything goes: the globals' size from a counting pass, then each sheet behind the
-    // one before it (BOF 20 bytes, INDEX 20 and 4 per row block, then the spooled records).
+    // one before it (BOF 20 bytes, INDEX 20 and 4 per row block, the head, then the spooled
+    // records).
     GlobalsWriter globals(oBook, xfs, sst, arrNames);
     std::vector<uint64_t> arrOffsets(arrLayouts.size(), 0);
     {
@@ -1391,7 +1395,8 @@ void WriteXls(const xlWorkbook& oBook, const std::string& sFile, const std::file
         uint64_t lAt = w.Position();
         for (size_t i = 0; i < arrLayouts.size(); ++i) {
             arrOffsets[i] = lAt;
-            lAt += 20 + 20 + 4 * arrLayouts[i].arrDbCells.size() + arrLayouts[i].lSize;
+            const SheetLayout& l = arrLayouts[i];
+            lAt += 20 + 20 + 4 * l.arrDbCells.size() + l.sHead.size() + l.lSize;
         }
         if (lAt > 0xFFFFFFFFull) Fail();  // stream positions are 32-bit
     }
@@ -1405,16 +1410,18 @@ void WriteXls(const xlWorkbook& oBook, const std::string& sFile, const std::file
         const SheetLayout& l = arrLayouts[i];
         if (w.Position() != arrOffsets[i]) Fail();
         w.Record(kBof, GlobalsWriter::Bof(0x0010));
-        const uint64_t lBody = arrOffsets[i] + 20 + 20 + 4 * l.arrDbCells.size();
+        const uint64_t lHead = arrOffsets[i] + 20 + 20 + 4 * l.arrDbCells.size();
+        const uint64_t lSpooled = lHead + l.sHead.size();
         Bytes b;
         b.U32(0);
         b.U32(l.lRowMic);
         b.U32(l.lRowMac);
-        b.U32(static_cast<uint32_t>(lBody + l.lDefColWidth));
+        b.U32(static_cast<uint32_t>(lHead + l.lDefColWidth));
         for (uint64_t lAt : l.arrDbCells)
-            b.U32(static_cast<uint32_t>(lBody + lAt));
+            b.U32(static_cast<uint32_t>(lSpooled + lAt));
         if (b.Size() > biff::kMaxRecordData) Fail();
         w.Record(kIndex, b);
+        w.Raw(l.sHead.data(), l.sHead.size());
         if (std::fseek(spool.p, static_cast<long>(l.lSpoolStart), SEEK_SET) != 0) Fail();
         for (uint64_t lLeft = l.lSize; lLeft > 0;) {
             const size_t n = static_cast<size_t>(std::min<uint64_t>(lLeft, buf.size()));

@@ -305,6 +305,36 @@ TEST(XlsSaver, LongAndUnicodeTextsAndManyStrings) {
     EXPECT_EQ(c["B3000"]["value"].Str(), "same");
 }
 
+// Rows far apart: a DBCELL record for every block of 32 rows from the first row with a record to
+// the last, none before or after, and the INDEX record pointing at each of them.
+TEST(XlsSaver, BlocksWithoutRowsBetweenRowsKeepTheirPlaceInTheIndex) {
+    testutil::TempDir d;
+    xl::xlWorkbook book;
+    xlWorksheet& ws = book.Worksheets()(1);
+    ws.Cells(40, 1).Value("first");  // row 40 is in the second block
+    ws.Cells(41, 2).Value("second");
+    ws.Cells(200, 3).Value("after four empty blocks");
+    ws.Rows(300).RowHeight(30);  // a record without cells, in the tenth block
+    book.SaveAs(d.File("t.xls"));
+
+    const Value v = Dump(d.File("t.xls"));  // the INDEX and DBCELL records check out
+    const Value& c = v["sheets"][0]["cells"];
+    EXPECT_EQ(c["A40"]["value"].Str(), "first");
+    EXPECT_EQ(c["B41"]["value"].Str(), "second");
+    EXPECT_EQ(c["C200"]["value"].Str(), "after four empty blocks");
+    const std::string sCmd = "/usr/bin/python3 -c 'import struct, sys; sys.path.insert(0, \"" +
+                             testutil::SourceDir() +
+                             "/tests/e2e\"); import xls_view; s = xls_view.load_workbook("
+                             "sys.argv[1]).facts.sheets[0]; print(len(s[\"dbcells\"]), "
+                             "*struct.unpack_from(\"<2I\", s[\"index\"], 4))' '" +
+                             d.File("t.xls") + "' 2>&1";
+    int rc = 0;
+    const std::string sOut = testutil::CommandOutput(sCmd, &rc);
+    ASSERT_EQ(rc, 0) << sOut;
+    // Blocks 2 to 10 (rows 33 to 320), rows 40 to 300 with records (0-based 39, past 299).
+    EXPECT_EQ(sOut, "9 39 300\n");
+}
+
 // The shared strings hold each distinct text once, in the order the cells first show it, from
 // sheet to sheet; each cell names its own.
 TEST(XlsSaver, EachTextIsSharedOnceInTheOrderTheCellsFirstShowIt) {

@@ -46,6 +46,21 @@ Value Dump(const std::string& sFile) {
     return v;
 }
 
+// What the record reader of the tests (tests/e2e/xls_view.py) finds in the file's records:
+// the Python expression sExpr over them (f), printed.
+std::string RecordFacts(const std::string& sFile, const std::string& sExpr) {
+    const std::string sCmd =
+        "/usr/bin/python3 -c 'import json, struct, sys; sys.path.insert(0, \"" +
+        testutil::SourceDir() +
+        "/tests/e2e\"); import xls_view; f = xls_view.load_workbook("
+        "sys.argv[1]).facts; print(" +
+        sExpr + ")' '" + sFile + "' 2>&1";
+    int rc = 0;
+    const std::string sOut = testutil::CommandOutput(sCmd, &rc);
+    if (rc != 0) throw std::runtime_error("xls_view failed: " + sOut);
+    return sOut;
+}
+
 std::set<std::string> Entries(const std::string& sDir) {
     std::set<std::string> out;
     for (const auto& e : fs::directory_iterator(sDir))
@@ -322,17 +337,11 @@ TEST(XlsSaver, BlocksWithoutRowsBetweenRowsKeepTheirPlaceInTheIndex) {
     EXPECT_EQ(c["A40"]["value"].Str(), "first");
     EXPECT_EQ(c["B41"]["value"].Str(), "second");
     EXPECT_EQ(c["C200"]["value"].Str(), "after four empty blocks");
-    const std::string sCmd = "/usr/bin/python3 -c 'import struct, sys; sys.path.insert(0, \"" +
-                             testutil::SourceDir() +
-                             "/tests/e2e\"); import xls_view; s = xls_view.load_workbook("
-                             "sys.argv[1]).facts.sheets[0]; print(len(s[\"dbcells\"]), "
-                             "*struct.unpack_from(\"<2I\", s[\"index\"], 4))' '" +
-                             d.File("t.xls") + "' 2>&1";
-    int rc = 0;
-    const std::string sOut = testutil::CommandOutput(sCmd, &rc);
-    ASSERT_EQ(rc, 0) << sOut;
     // Blocks 2 to 10 (rows 33 to 320), rows 40 to 300 with records (0-based 39, past 299).
-    EXPECT_EQ(sOut, "9 39 300\n");
+    EXPECT_EQ(RecordFacts(d.File("t.xls"),
+                          "len(f.sheets[0][\"dbcells\"]), "
+                          "*struct.unpack_from(\"<2I\", f.sheets[0][\"index\"], 4)"),
+              "9 39 300\n");
 }
 
 // The shared strings hold each distinct text once, in the order the cells first show it, from
@@ -356,15 +365,7 @@ TEST(XlsSaver, EachTextIsSharedOnceInTheOrderTheCellsFirstShowIt) {
     arrWant.push_back("only on the second sheet");
     book.SaveAs(d.File("t.xls"));
 
-    const std::string sCmd = "/usr/bin/python3 -c 'import json, sys; sys.path.insert(0, \"" +
-                             testutil::SourceDir() +
-                             "/tests/e2e\"); import xls_view; print(json.dumps("
-                             "xls_view.load_workbook(sys.argv[1]).facts.sst_strings))' '" +
-                             d.File("t.xls") + "' 2>&1";
-    int rc = 0;
-    const std::string sOut = testutil::CommandOutput(sCmd, &rc);
-    ASSERT_EQ(rc, 0) << sOut;
-    const Value v = jsonlite::Parse(sOut);
+    const Value v = jsonlite::Parse(RecordFacts(d.File("t.xls"), "json.dumps(f.sst_strings)"));
     std::vector<std::string> arrGot;
     for (const Value& x : v.arr)
         arrGot.push_back(x.Str());

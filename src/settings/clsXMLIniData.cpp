@@ -233,13 +233,14 @@ public:
         lRoom_ = 0;
         return q;
     }
+
+private:
     void Free() {
         if (p_) pugi::get_memory_deallocation_function()(p_);
         p_ = nullptr;
         lRoom_ = 0;
     }
 
-private:
     char* p_ = nullptr;
     size_t lRoom_ = 0;
 };

@@ -9,6 +9,7 @@
 
 #include "support/clsRunError.h"
 #include "support/modConst.h"
+#include "support/modEnvironment.h"
 #include "workbook/clsBldExcel.h"
 
 namespace {
@@ -154,10 +155,14 @@ public:
         while (lNext_ <= lLast_ && arrLastReader_[static_cast<size_t>(lNext_)] <= j) {
             ReleaseBlockData(arr_[static_cast<size_t>(lNext_)], bViews_);
             ++lNext_;
+            // What the records let go of lies in small pieces among what stays: the pages that
+            // came wholly free go back to the system now and then, not only at the end.
+            if (lNext_ % kRecordsPerReturn == 0) modEnvironment::ReturnFreedMemory();
         }
     }
 
 private:
+    static constexpr long kRecordsPerReturn = 4096;
     std::deque<T>& arr_;
     long lLast_;
     bool bViews_;

@@ -106,7 +106,9 @@ namespace {
 constexpr size_t kFileBuffer = size_t{1} << 20;
 }
 
-FileSink::FileSink(std::FILE* p) : p_(p), buf_(std::make_unique<char[]>(kFileBuffer)) {}
+// The buffer is left unfilled, so that a small file touches only the pages it writes.
+FileSink::FileSink(std::FILE* p)
+    : p_(p), buf_(std::make_unique_for_overwrite<char[]>(kFileBuffer)) {}
 
 FileSink::~FileSink() = default;
 

@@ -585,7 +585,8 @@ uint64_t TextArena::Store(std::string_view s) {
     const uint64_t lNeed = s.size() + sizeof(uint32_t) + 1;
     if (lNeed > kChunk || arrChunks_.size() >= kMaxChunks) RaiseError(errOutOfMemory);
     if (lUsed_ + lNeed > kChunk) {
-        arrChunks_.push_back(std::make_unique<char[]>(kChunk));
+        // Left unfilled: a page is touched only once a text is stored on it.
+        arrChunks_.push_back(std::make_unique_for_overwrite<char[]>(kChunk));
         lUsed_ = 0;
     }
     char* p = arrChunks_.back().get() + lUsed_;

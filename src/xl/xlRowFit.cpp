@@ -175,10 +175,21 @@ void FitColumnWidths(xlWorksheet::Impl& d, long c1, long c2) {
 }
 
 RowFitter::RowFitter(const xlWorksheet::Impl& d) : d_(d) {
-    arrColLeft_.resize(static_cast<size_t>(xlMaxColumns) + 2, 0);
-    for (long c = 1; c <= xlMaxColumns; ++c) {
+    // Past the last column given a width, every column has the standard one: the offsets are
+    // kept only up to there.
+    long lLastSet = xlMaxColumns;
+    while (lLastSet > 0 && d_.arrColWidth[lLastSet] < 0)
+        --lLastSet;
+    arrColLeft_.resize(static_cast<size_t>(lLastSet) + 2, 0);
+    for (long c = 1; c <= lLastSet; ++c) {
         arrColLeft_[c + 1] = arrColLeft_[c] + ColumnPixels(d_.arrColWidth[c]);
     }
+}
+
+int64_t RowFitter::ColumnLeft(long c) const {
+    const long lKept = static_cast<long>(arrColLeft_.size()) - 1;
+    if (c <= lKept) return arrColLeft_[c];
+    return arrColLeft_[lKept] + static_cast<int64_t>(c - lKept) * ColumnPixels(-1.0f);
 }
 
 const RowFitter::StyleFacts& RowFitter::Facts(uint32_t lStyle) const {
@@ -199,7 +210,7 @@ const RowFitter::StyleFacts& RowFitter::Facts(uint32_t lStyle) const {
 }
 
 long RowFitter::AvailablePixels(long c1, long c2) const {
-    const int64_t w = arrColLeft_[c2 + 1] - arrColLeft_[c1];
+    const int64_t w = ColumnLeft(c2 + 1) - ColumnLeft(c1);
     return static_cast<long>(std::max<int64_t>(w - kColumnPadding, 1));
 }
 

@@ -61,9 +61,10 @@ private:
     };
     const StyleFacts& Facts(uint32_t lStyle) const;
     long AvailablePixels(long c1, long c2) const;
+    int64_t ColumnLeft(long c) const;  // pixels left of column c
 
     const xlWorksheet::Impl& d_;
-    std::vector<int64_t> arrColLeft_;  // index: column; pixels left of it
+    std::vector<int64_t> arrColLeft_;  // index: column; pixels left of it, while not standard
     mutable std::vector<StyleFacts> arrFacts_;
     mutable std::vector<uint8_t> arrKnown_;
 };

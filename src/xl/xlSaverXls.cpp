@@ -27,6 +27,7 @@
 #include <cstring>
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string_view>
 #include <vector>
@@ -1405,7 +1406,8 @@ void WriteXls(const xlWorkbook& oBook, const std::string& sFile, const std::file
     GsfSink oOut(oFile.Stream());
     RecordWriter w(oOut);
     globals.Write(w, arrOffsets);
-    std::vector<char> buf(size_t{1} << 20);
+    constexpr size_t kCopyBuffer = size_t{1} << 20;
+    const auto buf = std::make_unique_for_overwrite<char[]>(kCopyBuffer);
     for (size_t i = 0; i < arrLayouts.size(); ++i) {
         const SheetLayout& l = arrLayouts[i];
         if (w.Position() != arrOffsets[i]) Fail();
@@ -1424,9 +1426,9 @@ void WriteXls(const xlWorkbook& oBook, const std::string& sFile, const std::file
         w.Raw(l.sHead.data(), l.sHead.size());
         if (std::fseek(spool.p, static_cast<long>(l.lSpoolStart), SEEK_SET) != 0) Fail();
         for (uint64_t lLeft = l.lSize; lLeft > 0;) {
-            const size_t n = static_cast<size_t>(std::min<uint64_t>(lLeft, buf.size()));
-            if (std::fread(buf.data(), 1, n, spool.p) != n) Fail();
-            w.Raw(buf.data(), n);
+            const size_t n = static_cast<size_t>(std::min<uint64_t>(lLeft, kCopyBuffer));
+            if (std::fread(buf.get(), 1, n, spool.p) != n) Fail();
+            w.Raw(buf.get(), n);
             lLeft -= n;
         }
     }

@@ -101,6 +101,37 @@ TEST_F(RowFit, OneTwoAndFiveLinesInAMergedAreaDToF) {
     }
 }
 
+// Columns without a width of their own have the standard one, 64 pixels, however far right.
+TEST_F(RowFit, AMergedAreaPastTheLastSetWidthCountsStandardColumns) {
+    xl::xlWorkbook& book2 = app.Workbooks().Add();
+    xlWorksheet& ws2 = book2.Worksheets()(1);
+    ws2.Cells().WrapText(true);
+    ws2.Columns(2).ColumnWidth(21);
+    // B:D, then two areas wholly past the last set width.
+    const long lAvailBD = kCol21 + 64 + 64 - 5;
+    const long lAvailStd = 3 * 64 - 5;
+    for (long n : {1L, 2L, 5L}) {
+        ws2.Range(ws2.Cells(n, 2), ws2.Cells(n, 4)).MergeCells(true);
+        ws2.Cells(n, 2).Value(Filled("R12,", fm::kRegular, lAvailBD, n));
+        EXPECT_EQ(ws2.EffectiveRowHeight(n), Lines11(n)) << n << " lines in B:D";
+        ws2.Range(ws2.Cells(n + 10, 6), ws2.Cells(n + 10, 8)).MergeCells(true);
+        ws2.Cells(n + 10, 6).Value(Filled("R12,", fm::kRegular, lAvailStd, n));
+        EXPECT_EQ(ws2.EffectiveRowHeight(n + 10), Lines11(n)) << n << " lines in F:H";
+        const long lLast = ws2.MaxColumns();
+        ws2.Range(ws2.Cells(n + 20, lLast - 2), ws2.Cells(n + 20, lLast)).MergeCells(true);
+        ws2.Cells(n + 20, lLast - 2).Value(Filled("R12,", fm::kRegular, lAvailStd, n));
+        EXPECT_EQ(ws2.EffectiveRowHeight(n + 20), Lines11(n)) << n << " lines in the last three";
+    }
+    // One character more than a line of F:H holds wraps.
+    const long nFit = lAvailStd / Px("W", fm::kRegular);
+    ws2.Range("F40:H40").MergeCells(true);
+    ws2.Range("F40").Value(std::string(static_cast<size_t>(nFit), 'W'));
+    ws2.Range("F41:H41").MergeCells(true);
+    ws2.Range("F41").Value(std::string(static_cast<size_t>(nFit + 1), 'W'));
+    EXPECT_EQ(ws2.EffectiveRowHeight(40), 15);
+    EXPECT_EQ(ws2.EffectiveRowHeight(41), Lines11(2));
+}
+
 TEST_F(RowFit, ALineHoldsWhatItsPixelsHold) {
     const long nFit = kAvail21 / Px("W", fm::kRegular);
     ws.Cells(1, 1).Value(std::string(static_cast<size_t>(nFit), 'W'));

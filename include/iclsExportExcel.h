@@ -82,6 +82,12 @@ public:
     // cores, as a batch does, turns it off: each export then keeps to one core. The workbook is
     // the same either way.
     virtual void SetWriteAhead(bool bWriteAhead) = 0;
+    // Whether the following calls give the memory they free back to the system while they run
+    // (on by default), which lowers each one's peak. A host that runs many exports in one
+    // process, as a batch does, may turn it off: an export then reuses what the ones before it
+    // freed, and the system need not hand out those pages again, page by page. The workbook is
+    // the same either way.
+    virtual void SetReturnFreedMemory(bool bReturn) = 0;
 
     // Registers (or, with an empty factory, removes) a grouping component under a programmatic
     // identifier; the export asks for "wexgrp.IclsGroup".

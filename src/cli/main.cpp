@@ -269,6 +269,9 @@ private:
         oExport->SetCancelFlag(oSettings_.pStop);
         oExport->SetOutputDir(oSettings_.sOutputDir);
         oExport->SetWriteAhead(oSettings_.bWriteAhead);
+        // Each export reuses what the ones before it freed, instead of giving it back to the
+        // system and having the next one fault it in again page by page.
+        oExport->SetReturnFreedMemory(false);
         for (;;) {
             if (oSettings_.pStop->load()) return;
             const size_t i = lNext_.fetch_add(1);

@@ -136,6 +136,10 @@ void clsExportExcel::SetWriteAhead(bool bWriteAhead) {
     ctx_.Options.WriteAhead = bWriteAhead;
 }
 
+void clsExportExcel::SetReturnFreedMemory(bool bReturn) {
+    ctx_.Options.ReturnFreedMemory = bReturn;
+}
+
 bool clsExportExcel::ParseXML2Excel(const std::string& sXFullPath, const std::string& sXIniFullPath,
                                     const std::string& sSetupXString,
                                     const std::string& sExtension) {
@@ -180,7 +184,7 @@ bool clsExportExcel::ParseXML2Excel(const std::string& sXFullPath, const std::st
                 oPars->MainXStruct(*oDocument);
                 oDocument.reset();
                 // The parsed document was the largest thing the export held so far.
-                modEnvironment::ReturnFreedMemory();
+                if (ctx_.Options.ReturnFreedMemory) modEnvironment::ReturnFreedMemory();
                 // A walk cut short by the host is no export: nothing is built from it.
                 if (ctx_.CancelRequested()) RaiseError(modConst::errUserInterrupt);
                 if (ctx_.Model.ObjCount > -1) {
@@ -295,7 +299,7 @@ bool clsExportExcel::BuildExcel(const std::string& sXFullPath, const std::string
                 // The sheets hold all the export shows: the objects' records leave memory
                 // before the long write.
                 ClearExportModel();
-                modEnvironment::ReturnFreedMemory();
+                if (ctx_.Options.ReturnFreedMemory) modEnvironment::ReturnFreedMemory();
                 // An interrupted export is not saved: the builder is released unsaved.
                 if (!ctx_.CancelRequested()) oBuilder.ExitExl();
             }

@@ -23,6 +23,7 @@ public:
     void SetViews(std::optional<clsViews> oViews) override;
     void SetOutputDir(const std::string& sOutputDir) override;
     void SetWriteAhead(bool bWriteAhead) override;
+    void SetReturnFreedMemory(bool bReturn) override;
     std::string LastWorkbookPath() const override { return sLastWorkbookPath_; }
     clsWorkbookState LastWorkbookState() const override { return oWorkbookState_; }
 

@@ -33,6 +33,9 @@ struct clsExportOptions {
     std::string OutputDir;
     // The first sheet of an .xlsx workbook may go to the file while it is laid out.
     bool WriteAhead = true;
+    // Memory the export frees while it runs goes back to the system (after the parse, during
+    // the detail blocks, before the file is completed), which lowers its peak.
+    bool ReturnFreedMemory = true;
 };
 
 struct clsRunContext {

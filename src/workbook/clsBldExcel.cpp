@@ -22,6 +22,7 @@ bool clsBldExcel::InitExl(const std::string& sFileName) {
     return TrapRun(ctx_, "clsBldExcel", "InitExl", false, [&] {
         oExlApp_ = std::make_unique<xl::xlApplication>();
         oWorkbook_ = &oExlApp_->Workbooks().Add();
+        oWorkbook_->ReturnFreedMemory(ctx_.Options.ReturnFreedMemory);
         WriteWorkbookFile([&] { oWorkbook_->SaveAs(sFileName, xlNoChange); });
         return true;
     });

@@ -117,10 +117,12 @@ void ReleaseBlockData(XFoldStruct& o, bool bViews) {
 template <class T>
 class clsBlockDataRelease {
 public:
-    clsBlockDataRelease(std::deque<T>& arr, long lObjCount, bool bStructure, bool bViews)
+    clsBlockDataRelease(std::deque<T>& arr, long lObjCount, bool bStructure, bool bViews,
+                        bool bReturnMemory)
         : arr_(arr),
           lLast_(std::min<long>(lObjCount, static_cast<long>(arr.size()) - 1)),
-          bViews_(bViews) {
+          bViews_(bViews),
+          bReturnMemory_(bReturnMemory) {
         if (lLast_ < 0) return;
         // The last block that reads each record: its own, or its parent's, whichever is later;
         // -1 for one that no block reads.
@@ -157,7 +159,9 @@ public:
             ++lNext_;
             // What the records let go of lies in small pieces among what stays: the pages that
             // came wholly free go back to the system now and then, not only at the end.
-            if (lNext_ % kRecordsPerReturn == 0) modEnvironment::ReturnFreedMemory();
+            if (bReturnMemory_ && lNext_ % kRecordsPerReturn == 0) {
+                modEnvironment::ReturnFreedMemory();
+            }
         }
     }
 
@@ -166,6 +170,7 @@ private:
     std::deque<T>& arr_;
     long lLast_;
     bool bViews_;
+    bool bReturnMemory_;
     long lNext_ = 0;
     std::vector<int32_t> arrLastReader_;
 };
@@ -177,7 +182,8 @@ void clsBldExcel::FillItemsDetail(long& nRow) {
     TrapRunVoid(ctx_, "clsBldExcel", "FillItemsDetail", [&] {
         clsExportModel& m = ctx_.Model;
         clsBlockDataRelease<XItemStruct> oRelease(m.XItems, m.ObjCount, m.IsStructure == 1,
-                                                  bViewsReadRecords_);
+                                                  bViewsReadRecords_,
+                                                  ctx_.Options.ReturnFreedMemory);
         for (long i = 0; i <= m.ObjCount; ++i) {
             if (m.IsStructure == 1 || At(m.XItems, i).Level == 0) FillItemDetail(i, nRow);
             oRelease.BlocksDone(i);
@@ -189,7 +195,8 @@ void clsBldExcel::FillDocsDetail(long& nRow) {
     TrapRunVoid(ctx_, "clsBldExcel", "FillDocsDetail", [&] {
         clsExportModel& m = ctx_.Model;
         clsBlockDataRelease<XDocStruct> oRelease(m.XDocs, m.ObjCount, m.IsStructure == 1,
-                                                 bViewsReadRecords_);
+                                                 bViewsReadRecords_,
+                                                 ctx_.Options.ReturnFreedMemory);
         for (long i = 0; i <= m.ObjCount; ++i) {
             if (m.IsStructure == 1 || At(m.XDocs, i).Level == 0) FillDocDetail(i, nRow);
             oRelease.BlocksDone(i);
@@ -201,7 +208,8 @@ void clsBldExcel::FillFoldersDetail(long& nRow) {
     TrapRunVoid(ctx_, "clsBldExcel", "FillFoldersDetail", [&] {
         clsExportModel& m = ctx_.Model;
         clsBlockDataRelease<XFoldStruct> oRelease(m.XFolders, m.ObjCount, m.IsStructure == 1,
-                                                  bViewsReadRecords_);
+                                                  bViewsReadRecords_,
+                                                  ctx_.Options.ReturnFreedMemory);
         for (long i = 0; i <= m.ObjCount; ++i) {
             if (m.IsStructure == 1 || At(m.XFolders, i).Level == 0) FillFolderDetail(i, nRow);
             oRelease.BlocksDone(i);

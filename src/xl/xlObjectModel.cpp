@@ -2098,11 +2098,11 @@ void xlWorkbook::SaveInFormat(const std::string& sPath, long lFormat, bool bClos
                 bLetGo = true;
                 oSheets_.Item(i).ReleaseContents();
             };
-            // What went leaves the process too: the close then makes its own records in room
-            // the system has, not above the sheets' high-water mark.
+            // What went leaves the process too, unless the workbook keeps it for its process
+            // (see ReturnFreedMemory).
             oRelease.fnContents = [this] {
                 ReleaseSheets();
-                modEnvironment::ReturnFreedMemory();
+                if (bReturnFreedMemory_) modEnvironment::ReturnFreedMemory();
             };
             oRelease.fnNames = [this] {
                 for (long i = 1; i <= oSheets_.Count(); ++i)

@@ -511,6 +511,10 @@ public:
     long FileFormat() const { return lFileFormat_; }
     // The last save completed the file its writer began ahead (xlWorksheet::WriteAhead).
     bool LastSaveWroteAhead() const { return bWroteAhead_; }
+    // Whether the closing save gives the memory of the sheets it let go of back to the system
+    // before it completes the file (on by default): the close then makes its own records in
+    // room the system has, not above the sheets' high-water mark.
+    void ReturnFreedMemory(bool bReturn) { bReturnFreedMemory_ = bReturn; }
 
     // The formats of all cells of the workbook's sheets, each distinct one held once.
     const std::shared_ptr<xlStyleTable>& Styles() const { return pStyles_; }
@@ -529,6 +533,7 @@ private:
     bool bClosed_ = false;
     long lFileFormat_ = modConst::xlOpenXMLWorkbook;
     bool bWroteAhead_ = false;
+    bool bReturnFreedMemory_ = true;
     friend class xlWorksheet;
     // The file the writer began ahead of the save (xlWorksheet::WriteAhead); last, so that it
     // stops before anything it reads goes.

@@ -25,11 +25,18 @@ def write_collection(path, n, prefix):
 
 
 def workbook_cells(path):
-    """Every sheet's name and rows of values (openpyxl); the export's date read as "<date>"."""
+    """Every sheet's name and rows of values (openpyxl read-only, or xlrd for an .xls); the
+    export's date read as "<date>"."""
+    def masked(v):
+        return re.sub(DATE, "<date>", v) if isinstance(v, str) else v
+    if path.endswith(".xls"):
+        import xlrd
+        book = xlrd.open_workbook(path)
+        return [(sh.name, [tuple(masked(v) for v in sh.row_values(r)) for r in range(sh.nrows)])
+                for sh in book.sheets()]
     import openpyxl
-    wb = openpyxl.load_workbook(path)
-    out = [(ws.title, [tuple(re.sub(DATE, "<date>", c.value) if isinstance(c.value, str)
-                             else c.value for c in row) for row in ws.iter_rows()])
+    wb = openpyxl.load_workbook(path, read_only=True)
+    out = [(ws.title, [tuple(masked(v) for v in row) for row in ws.iter_rows(values_only=True)])
            for ws in wb.worksheets]
     wb.close()
     return out
@@ -178,24 +185,6 @@ class TestBatch(BatchCase):
         self.assertEqual(r.stdout, "0 of 0 exported, 0 failed\n")
 
 
-def workbook_values(path):
-    """Every sheet's name and rows of values, read-only (openpyxl) or with xlrd for an .xls; the
-    export's date read as "<date>"."""
-    def masked(v):
-        return re.sub(DATE, "<date>", v) if isinstance(v, str) else v
-    if path.endswith(".xls"):
-        import xlrd
-        book = xlrd.open_workbook(path)
-        return [(sh.name, [tuple(masked(v) for v in sh.row_values(r)) for r in range(sh.nrows)])
-                for sh in book.sheets()]
-    import openpyxl
-    wb = openpyxl.load_workbook(path, read_only=True)
-    out = [(ws.title, [tuple(masked(v) for v in row) for row in ws.iter_rows(values_only=True)])
-           for ws in wb.worksheets]
-    wb.close()
-    return out
-
-
 class TestBatchReusesMemory(BatchCase):
     def test_a_structure_past_4096_records_twice_in_one_batch_is_the_same_as_alone(self):
         # The exports of a batch keep the memory they free for the ones after them; the
@@ -222,10 +211,10 @@ class TestBatchReusesMemory(BatchCase):
                 self.assertEqual(r.stdout.splitlines()[-1], "2 of 2 exported, 0 failed")
                 s = self.run_cli("-q", "-o", single_dir, data, settings, setup, ext)
                 self.assertEqual(s.returncode, 0, s.stderr)
-                alone = workbook_values(os.path.join(single_dir, "structure-a" + ext))
+                alone = workbook_cells(os.path.join(single_dir, "structure-a" + ext))
                 self.assertGreater(sum(len(rows) for _, rows in alone), 50000)
-                self.assertEqual(workbook_values(data[:-4] + ext), alone)
-                self.assertEqual(workbook_values(second[:-4] + ext), alone)
+                self.assertEqual(workbook_cells(data[:-4] + ext), alone)
+                self.assertEqual(workbook_cells(second[:-4] + ext), alone)
 
 
 class TestBatchInterrupted(BatchCase):
